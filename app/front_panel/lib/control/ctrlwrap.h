@@ -1,0 +1,89 @@
+// Control entries: the object behind one variable id and variable index.
+//
+// CtrlRead and CtrlReadWrite are what the registry (ctrlsys.h), the preset file and the trap device
+// see of a control. An application class with behaviour of its own derives from one of them; the
+// two adapters here put a variable manager (varmgr.h) behind the interface. Entries live as long
+// as the registry, own nothing and hold no lock: requests are serialised by the application, and
+// get may also be called from the preset thread. A name that does not fit stops the process at
+// construction, because the name is the control's key in the preset file.
+#pragma once
+
+#include "varmgr.h"
+
+/// A control that can be read.
+class CtrlRead {
+ public:
+  /// `varid`, `ind`: the numbers under which the control is reached, `ind` in the encoded form of
+  /// the family's converter. REQUIRES: they have at most 13 decimal digits together.
+  CtrlRead(unsigned int varid, unsigned int ind);
+  virtual ~CtrlRead() = default;
+
+  /// The variable index.
+  virtual unsigned int getIndex() const { return index; }
+  /// The text name "CV-<id>-I-<index>", decimal.
+  virtual const char* getName() const { return name; }
+  /// How the value is carried.
+  virtual CTRL_DATA_TYPE getType() const = 0;
+  /// Writes the value to the value buffer `buf`, exactly `size` bytes.
+  virtual void get(void* buf, unsigned int size) = 0;
+  /// Brings the control to its initial state; run once by ctrl_sys_init.
+  virtual void init() = 0;
+
+  /// The variable id.
+  unsigned int getVarID() const { return varId; }
+
+ protected:
+  const unsigned int varId;
+  const unsigned int index;
+  char name[20];
+};
+
+/// A control that can be changed: validate, set, confirm.
+class CtrlReadWrite : public CtrlRead {
+ public:
+  CtrlReadWrite(unsigned int varid, unsigned int ind) : CtrlRead(varid, ind) {}
+
+  /// Tells whether the `size` bytes in `buf` are an acceptable value. Does not store them.
+  virtual bool validate(const void* buf, unsigned int size) const = 0;
+  /// Takes the value from `buf`. Returns 0 on success.
+  virtual int set(const void* buf, unsigned int size) = 0;
+  /// Makes the value of the last set take effect. Returns 0 when it did.
+  virtual int confirm() = 0;
+};
+
+/// A read-only control on a variable manager.
+class CtrlReadVarMgr : public CtrlRead {
+ public:
+  /// `readvar` outlives the entry.
+  CtrlReadVarMgr(unsigned int varid, unsigned int ind, const ReadVarMgr& readvar);
+
+  CTRL_DATA_TYPE getType() const override;
+  /// The manager's working value; nothing is refreshed.
+  void get(void* buf, unsigned int size) override;
+  void init() override {}
+
+ private:
+  const ReadVarMgr& rvar;
+};
+
+/// A read-write control on a variable manager.
+class CtrlReadWriteVarMgr : public CtrlReadWrite {
+ public:
+  /// `readwritevar` outlives the entry.
+  CtrlReadWriteVarMgr(unsigned int varid, unsigned int ind, ReadWriteVarMgr& readwritevar);
+
+  CTRL_DATA_TYPE getType() const override;
+  /// Refreshes the manager first, so a read can change its working value.
+  void get(void* buf, unsigned int size) override;
+  void init() override;
+  /// Starts the manager's transaction and refreshes it before the check; false also when the
+  /// transaction is refused.
+  bool validate(const void* buf, unsigned int size) const override;
+  /// Always 0: the manager forces the value into its bounds.
+  int set(const void* buf, unsigned int size) override;
+  /// Commits if the manager is consistent; 1 if it is not.
+  int confirm() override;
+
+ private:
+  ReadWriteVarMgr& rwvar;
+};

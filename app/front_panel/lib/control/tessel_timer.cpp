@@ -1,0 +1,105 @@
+#include "tessel_timer.h"
+
+#include <pthread.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+unsigned short Timer::level = 0;
+std::atomic<void (*)()> Timer::cb{nullptr};
+std::atomic<unsigned int> Timer::sysTime{0};
+
+static_assert(std::atomic<unsigned int>::is_always_lock_free, "the tick counter takes no lock");
+
+void Timer::arm(unsigned int from) {
+  start = from;
+  end = from + length;
+  overflow = 0xFFFFFFFFU - from < length;
+}
+
+void Timer::setTimeout(unsigned int timeout) {
+  length = timeout;
+  arm(sysTime);
+  running = true;
+}
+
+bool Timer::isTimeoutExpired() {
+  if (!running) {
+    return true;
+  }
+  const unsigned int cur = sysTime;
+  if (overflow) {
+    if (cur >= start) {
+      return false;
+    }
+    overflow = false;
+  }
+  if (cur < end) {
+    return false;
+  }
+  if (!repeat) {
+    running = false;
+  } else if (length != 0) {
+    arm(end + (cur - end) / length * length);
+  }
+  return true;
+}
+
+unsigned int Timer::getDiffTime(unsigned int since) {
+  const unsigned int now = sysTime;
+  return since > now ? (0xFFFFFFFFU - since) + now : now - since;
+}
+
+void Timer::tick() {
+  for (;;) {
+    timeval tv;
+    if (gettimeofday(&tv, nullptr) == 0) {
+      sysTime = static_cast<unsigned int>(static_cast<unsigned long long>(tv.tv_sec) * 1000U +
+                                          static_cast<unsigned long long>(tv.tv_usec) / 1000U);
+      if (void (*const call)() = cb) {
+        // A callback is the application's code and need not be ready to be unwound.
+        int previous;
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+        call();
+        pthread_setcancelstate(previous, nullptr);
+      }
+    }
+    usleep(2000);
+  }
+}
+
+void timerGetParms(bool& clkDiv, unsigned int& prescale, unsigned int& ref) {
+  clkDiv = false;
+  prescale = 225;
+  ref = 160;
+}
+
+Timer_thread* Timer_thread::Instance() {
+  static Timer_thread instance;
+  return &instance;
+}
+
+Timer_thread::~Timer_thread() {
+  Stop();
+}
+
+void Timer_thread::Init() {
+  Start();
+}
+
+int Timer_thread::Start() {
+  std::puts("Starting the Timer thread");
+  return JThread::Start();
+}
+
+int Timer_thread::Stop() {
+  std::puts("Stopping the Timer thread");
+  return JThread::Kill();
+}
+
+void* Timer_thread::Thread() {
+  pthread_testcancel();
+  ThreadStarted();
+  Timer::tick();
+}

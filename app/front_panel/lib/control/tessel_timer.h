@@ -1,0 +1,102 @@
+// One free-running tick counter for the whole library, and polled timeouts on it.
+//
+// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days; all comparisons
+// here hold across the wrap. Timer_thread advances the counter about every 2 ms from the wall
+// clock; the application starts it once, before anything relies on a timeout:
+//
+//   Timer_thread::Instance()->Init();
+//
+// sysTime and cb are lock-free atomics: any thread may read them, plain assignment works, and
+// without the timer thread a test may drive the counter by writing to it. A Timer object has no
+// lock and belongs to one thread at a time. Nothing here allocates.
+#pragma once
+
+#include <jthread.h>
+
+#include <atomic>
+
+#include "noncopyable.h"
+
+/// Kept for the module's interface; a tick is 1 ms all the same.
+constexpr unsigned int TICKS_IN_MS = 10;
+/// Kept for the module's interface.
+constexpr unsigned int TICKS_IN_US = 1000;
+
+/// A timeout that is polled.
+class Timer {
+ public:
+  /// Length of a tick in microseconds. A constant expression, so that the static initialisers of
+  /// other modules can divide by it.
+  static constexpr unsigned int tickTime = 1000;
+  /// Interrupt level at which CBTimer locks its list.
+  static unsigned short level;
+  /// Called by the tick loop on every pass, on the timer thread; null for none.
+  static std::atomic<void (*)()> cb;
+  /// The tick counter: the low 32 bits of the milliseconds since the epoch. One writer.
+  static std::atomic<unsigned int> sysTime;
+
+  /// A timer that is not running. `r` true makes it repeat: seen expired, it re-arms itself.
+  explicit Timer(bool r) : repeat(r) {}
+  virtual ~Timer() = default;
+
+  /// Arms the timer, also a running one, to expire `timeout` ticks from now.
+  void setTimeout(unsigned int timeout);
+
+  /// Polls the timer: true when it is not running or its time has come. A timer that does not
+  /// repeat stops with that. A repeating one stays in phase and skips the periods it has missed;
+  /// with a period of 0 it reads expired at every poll.
+  bool isTimeoutExpired();
+
+  /// True from setTimeout until the timer is stopped or, not repeating, has been seen expired.
+  bool isRunning() const { return running; }
+
+  /// Stops the timer. It then reads as expired.
+  void clearTimeout() { running = false; }
+
+  /// The tick counter.
+  static unsigned int getSysTime() { return sysTime; }
+
+  /// Ticks since the counter value `since`; across a wrap of the counter one tick less.
+  static unsigned int getDiffTime(unsigned int since);
+
+  /// The loop of the timer thread: sets the counter, calls cb, sleeps 2 ms. Never returns; the
+  /// sleep is its cancellation point, and a running callback is not cancelled.
+  [[noreturn]] static void tick();
+
+ private:
+  void arm(unsigned int from);
+
+  unsigned int start = 0;
+  unsigned int end = 0;
+  unsigned int length = 0;
+  bool overflow = false;  // the end lies behind the counter's next wrap
+  bool running = false;
+  const bool repeat;
+};
+
+/// Reports the divider settings of the board's hardware timer.
+void timerGetParms(bool& clkDiv, unsigned int& prescale, unsigned int& ref);
+
+/// The thread that runs Timer::tick.
+class Timer_thread : public JThread, public Noncopyable {
+ public:
+  /// The one instance, made at the first call and stopped at process exit.
+  static Timer_thread* Instance();
+
+  ~Timer_thread() override;
+
+  /// Starts the thread, without a result. A thread that cannot start leaves the counter at 0.
+  void Init();
+
+  /// Starts the thread and says so on standard output. Returns what JThread::Start returns.
+  int Start();
+
+  /// Ends the thread and says so on standard output. The counter then stands still. Returns what
+  /// JThread::Kill returns.
+  int Stop();
+
+  void* Thread() override;
+
+ private:
+  Timer_thread() = default;
+};

@@ -1,0 +1,91 @@
+#include "jthread.h"
+
+// Marks the thread as ended however its body is left. A cancelled thread leaves by unwinding, so
+// a destructor is the one place that both ways pass.
+class JThread::EndMark {
+ public:
+  explicit EndMark(JThread& t) : owner(t) {}
+  EndMark(const EndMark&) = delete;
+  EndMark& operator=(const EndMark&) = delete;
+  ~EndMark() {
+    // Notified under the lock: the owner may be destroyed as soon as it sees running false.
+    std::lock_guard<std::mutex> lock(owner.state);
+    owner.running = false;
+    owner.changed.notify_all();
+  }
+
+ private:
+  JThread& owner;
+};
+
+JThread::~JThread() {
+  Kill();
+}
+
+void* JThread::run(void* self) {
+  JThread& t = *static_cast<JThread*>(self);
+  EndMark mark(t);
+  void* value = t.Thread();
+  std::lock_guard<std::mutex> lock(t.state);
+  t.result = value;
+  return value;
+}
+
+// Waits for the end of the thread. REQUIRES: control is held and joinable is true.
+void JThread::join() {
+  pthread_join(thread, nullptr);
+  joinable = false;
+}
+
+int JThread::Start() {
+  std::lock_guard<std::mutex> one(control);
+  if (IsRunning()) {
+    return ERR_JTHREAD_ALREADYRUNNING;
+  }
+  if (joinable) {
+    join();
+  }
+  std::unique_lock<std::mutex> lock(state);
+  started = false;
+  running = true;
+  result = nullptr;
+  if (pthread_create(&thread, nullptr, run, this) != 0) {
+    running = false;
+    return ERR_JTHREAD_CANTSTART;
+  }
+  joinable = true;
+  changed.wait(lock, [this] { return started || !running; });
+  return 0;
+}
+
+int JThread::Kill() {
+  std::lock_guard<std::mutex> one(control);
+  if (!joinable) {
+    return ERR_JTHREAD_NOTRUNNING;
+  }
+  if (pthread_equal(thread, pthread_self()) != 0) {
+    return ERR_JTHREAD_OWNTHREAD;
+  }
+  const bool wasRunning = IsRunning();
+  if (wasRunning) {
+    pthread_cancel(thread);
+  }
+  join();
+  return wasRunning ? 0 : ERR_JTHREAD_NOTRUNNING;
+}
+
+bool JThread::IsRunning() {
+  std::lock_guard<std::mutex> lock(state);
+  return running;
+}
+
+void* JThread::GetReturnValue() {
+  std::lock_guard<std::mutex> lock(state);
+  return running ? nullptr : result;
+}
+
+void JThread::ThreadStarted() {
+  std::lock_guard<std::mutex> lock(state);
+  started = true;
+  changed.notify_all();
+}
