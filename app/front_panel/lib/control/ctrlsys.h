@@ -1,0 +1,121 @@
+// The control registry: reads, validates, sets and confirms controls by number.
+//
+// A control is addressed by a variable id, which names a family, and a variable index, which the
+// family's converter turns into a subscript of the family's array of entries. The index is an
+// encoded form, not a subscript: a request reaches an entry only if the entry stores exactly the
+// id and index of the request. The read tree and the read-write tree are separate id spaces.
+//
+// One registry per process. It owns nothing: trees, pools, arrays, the confirm queue and the
+// entries belong to the application and live as long as the process. Start-up runs in one thread:
+// ctrl_sys_init, then registrations, then requests. Requests take no lock; the application
+// serialises them. No request allocates. Faults of the application's tables stop the process;
+// requests from outside are only ever refused, with CTRL_ERR_PARAM or CTRL_ERR_NOBUFFER.
+#pragma once
+
+#include "avltree.h"
+#include "ctrlwrap.h"
+
+constexpr int CTRL_ERR_SUCCESS = 0;
+constexpr int CTRL_ERR_BADVALUE = -1;
+constexpr int CTRL_ERR_NOBUFFER = -2;  ///< the confirm queue is full
+constexpr int CTRL_ERR_PARAM = -3;     ///< the request is refused
+constexpr int CTRL_ERR_GENERIC = -4;
+
+/// The most dimensions that a family can have.
+constexpr unsigned int MAX_CTRL_DIMS = 16;
+
+/// A family's converter: turns the variable index `idx` into a subscript of the family's array.
+/// `dim` holds the family's `ndim` dimensions. It needs no range check of its own.
+typedef unsigned int (*CmdStsIdx2ArrIdxFn)(unsigned int idx, const unsigned int* dim,
+                                           unsigned int ndim);
+
+/// Converter of a scalar: every index is subscript 0. REQUIRES: `ndim` is 0.
+unsigned int cmd_sts_idx_conv0D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
+/// Converter of a one-dimensional family: the index is the subscript. REQUIRES: `ndim` is 1.
+unsigned int cmd_sts_idx_conv1D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
+/// Converter of a two-dimensional family: bits 0 to 7 are the first subscript, bits 8 to 15 the
+/// second. At most 256 positions per dimension. REQUIRES: `ndim` is 2.
+unsigned int cmd_sts_idx_conv2D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
+
+// Payloads stand in a pool that is aligned to 4 bytes, on hosts with wider pointers too. These
+// types let the compiler know it.
+typedef CmdStsIdx2ArrIdxFn CtrlConvField __attribute__((aligned(4)));
+typedef CtrlReadWrite* const* CtrlRWArrayField __attribute__((aligned(4)));
+typedef CtrlRead* const* CtrlReadArrayField __attribute__((aligned(4)));
+
+/// The description of a family.
+struct CtrlRWNode {
+  unsigned int dim[MAX_CTRL_DIMS];  ///< only the first `ndim` are meaningful
+  unsigned int ndim;
+  CtrlConvField conv;    ///< never null
+  unsigned int arrSize;  ///< product of the dimensions; 1 when `ndim` is 0
+};
+
+/// Payload of the read-write tree. The application constructs that tree with its size.
+struct ReadWriteNode {
+  CtrlRWNode desc;
+  CtrlRWArrayField ctrlarr;  ///< the application's array; a null element is a hole
+};
+
+/// Payload of the read tree. The application constructs that tree with its size.
+struct ReadNode {
+  CtrlRWNode desc;
+  CtrlReadArrayField ctrlarr;
+};
+
+typedef void (*upgradePrepareFn_t)();
+typedef void (*upgradeFinishFn_t)();
+typedef bool (*rebootPrepareFn_t)();
+typedef bool (*isAppFileValidFn_t)(const void* data, unsigned int size);
+
+/// Starts the registry: stores the trees and the confirm queue, then runs init on every entry of
+/// `rArray` and of `rwArray`, both ended by a null pointer. An entry may register its family from
+/// inside its init.
+/// `rw`, `r`: the read-write tree and the read tree. `confirmArray`, `confirmSize`: the confirm
+/// queue and its capacity, the number of sets that may wait for one ctrlDoConfirm. The arguments
+/// from `appBuf` on are accepted and not used.
+/// REQUIRES: `rwArray` and `rArray` are not null.
+void ctrl_sys_init(AVLTree* rw, AVLTree* r, CtrlReadWrite** rwArray, CtrlRead** rArray,
+                   CtrlReadWrite** confirmArray, unsigned int confirmSize, void* appBuf,
+                   unsigned int appBufSize, upgradePrepareFn_t pu, upgradeFinishFn_t fu,
+                   rebootPrepareFn_t pr, isAppFileValidFn_t vf, char* qrnt_prodname,
+                   char* ostrand_prodfamily);
+
+/// Registers a read-write family of any number of dimensions with any converter. `dim` is copied
+/// and may be null when `ndim` is 0; `array` is not copied.
+/// REQUIRES: ctrl_sys_init has run; `ndim` is at most MAX_CTRL_DIMS; `conv` and `array` are not
+/// null; the tree has room and does not hold `varId` yet.
+void ctrl_register_rw(unsigned int varId, const unsigned int* dim, unsigned int ndim,
+                      CmdStsIdx2ArrIdxFn conv, CtrlReadWrite* const* array);
+/// Registers a read-write family of up to two dimensions with a stock converter. A dimension of 1
+/// drops out; a 0 in either place makes the family a scalar. REQUIRES as above.
+void ctrl_register_rw(unsigned int varId, unsigned int dim1, unsigned int dim2,
+                      CtrlReadWrite* const* array);
+/// The same for a read-only family.
+void ctrl_register_read(unsigned int varId, const unsigned int* dim, unsigned int ndim,
+                        CmdStsIdx2ArrIdxFn conv, CtrlRead* const* array);
+void ctrl_register_read(unsigned int varId, unsigned int dim1, unsigned int dim2,
+                        CtrlRead* const* array);
+
+/// Reads a control into `buffer`, `length` bytes, looking at read-only families first. A hole
+/// reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer` untouched.
+int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void* buffer);
+
+/// The read-write entry of a pair, or null; why is printed on standard output, unless the entry
+/// found there stores another id or index.
+CtrlReadWrite* ctrlGetRWEntry(unsigned int varid, unsigned int varidx);
+
+/// Validates the `length` bytes at `data`, queues the entry for confirmation and sets it. Returns
+/// CTRL_ERR_SUCCESS; CTRL_ERR_PARAM, with a warning printed, when there is no such control or the
+/// value is not acceptable; CTRL_ERR_NOBUFFER when the confirm queue is full. A refused set
+/// changes nothing and leaves the earlier sets queued.
+int ctrlDoValidateSet(unsigned int varid, unsigned int varidx, const void* data,
+                      unsigned int length);
+
+/// Queues `vmgr` for confirmation and sets it, without validation. Returns what its set returns.
+/// REQUIRES: the confirm queue has room.
+int generic_set(const void* data, unsigned int len, CtrlReadWrite& vmgr);
+
+/// Confirms every entry set since the last call, in the order of the sets. An entry whose confirm
+/// fails does not stop the others. Returns CTRL_ERR_SUCCESS.
+int ctrlDoConfirm();

@@ -1,0 +1,98 @@
+#include "simplevarmgr.h"
+
+#include <cstring>
+
+namespace {
+
+// Integer and boolean variables differ in their base class only; these are the steps they share.
+
+void initFromDefault(ReadWriteVarMgr& var, int defaultVal) {
+  unsigned char buf[sizeof defaultVal];
+  ReadVarMgr::setBufInt(buf, sizeof buf, defaultVal);
+  var.set(buf, sizeof buf);
+}
+
+void publish(int val, int& glob, RefreshMgr& refMgr) {
+  glob = val;
+  refMgr.setRefresh();
+}
+
+}  // namespace
+
+ReadWriteVarMgrSimpleInt::ReadWriteVarMgrSimpleInt(int& g, RefreshMgr& r, int d, const bounds_t* b,
+                                                   range_t o)
+    : ReadWriteVarMgrInt(b, o), defaultVal(d), refMgr(r), glob(g) {}
+
+ReadWriteVarMgrSimpleInt::~ReadWriteVarMgrSimpleInt() {
+  refMgr.freeId(id);
+}
+
+bool ReadWriteVarMgrSimpleInt::refresh() {
+  return refreshInt(refMgr, id, val, glob);
+}
+
+void ReadWriteVarMgrSimpleInt::init() {
+  initFromDefault(*this, defaultVal);
+}
+
+void ReadWriteVarMgrSimpleInt::commit() const {
+  publish(val, glob, refMgr);
+}
+
+ReadWriteVarMgrSimpleBool::ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r,
+                                                     ReadWriteVarMgrBool::vals_e d, range_t o)
+    : ReadWriteVarMgrBool(o), defaultVal(d), refMgr(r), glob(v) {}
+
+ReadWriteVarMgrSimpleBool::~ReadWriteVarMgrSimpleBool() {
+  refMgr.freeId(id);
+}
+
+bool ReadWriteVarMgrSimpleBool::refresh() {
+  return refreshInt(refMgr, id, val, glob);
+}
+
+void ReadWriteVarMgrSimpleBool::init() {
+  initFromDefault(*this, defaultVal);
+}
+
+void ReadWriteVarMgrSimpleBool::commit() const {
+  publish(val, glob, refMgr);
+}
+
+ReadWriteVarMgrSimpleStr::ReadWriteVarMgrSimpleStr(RefreshMgr& r, void* g, void* buf,
+                                                   unsigned int size, const bounds_t* b,
+                                                   const char* i)
+    // A buffer of no bytes holds not even a terminator, so it counts as none.
+    : ReadWriteVarMgrStr(size == 0 ? nullptr : buf, size, b),
+      initStr(i),
+      initStrLen(i == nullptr ? 0 : static_cast<unsigned int>(std::strlen(i))),
+      refMgr(r),
+      glob(static_cast<char*>(g)) {}
+
+ReadWriteVarMgrSimpleStr::~ReadWriteVarMgrSimpleStr() {
+  refMgr.freeId(id);
+}
+
+bool ReadWriteVarMgrSimpleStr::refresh() {
+  if (str == nullptr || glob == nullptr) {
+    return false;
+  }
+  // The usual case: the global's text fits the working buffer, terminator included.
+  if (std::memchr(glob, 0, len + 1) != nullptr) {
+    return refreshStr(refMgr, id, str, glob);
+  }
+  // str[len] is zero and stays so: comparing and copying the first len bytes cuts the text.
+  return refreshVar(refMgr, id, str, glob, len);
+}
+
+void ReadWriteVarMgrSimpleStr::init() {
+  set(initStr, initStrLen);
+}
+
+void ReadWriteVarMgrSimpleStr::commit() const {
+  if (str == nullptr || glob == nullptr) {
+    return;
+  }
+  std::memmove(glob, str, std::strlen(str) + 1);
+  refMgr.setRefresh();
+}

@@ -1,0 +1,94 @@
+// Simple variables: variable managers whose published value is a plain variable of the
+// application, the global.
+//
+// The manager keeps a working copy. commit writes it to the global and marks the group; refresh
+// brings a change that the application made to the global back, after the application has called
+// setRefresh on the group. init puts the default into the working copy only: unless something
+// commits first, the first refresh overrides it with the global, so the application either gives
+// the global its start value or commits. A set that was not committed is dropped by the next
+// refresh that finds the variable marked.
+//
+// The application owns the group, the global and the text buffers, and they outlive the manager.
+// Threads as in refresh.h. Nothing allocates.
+#pragma once
+
+#include "refresh.h"
+#include "varmgr.h"
+
+/// An integer variable on an `int` of the application.
+class ReadWriteVarMgrSimpleInt : public ReadWriteVarMgrInt {
+ public:
+  /// `g`: the global. `r`: the group. `d`: what init sets, forced into the bounds like any value.
+  /// `b`, `o`: bounds list and overflow policy. Neither reads nor writes the global.
+  ReadWriteVarMgrSimpleInt(int& g, RefreshMgr& r, int d, const bounds_t* b, range_t o);
+  ReadWriteVarMgrSimpleInt(const ReadWriteVarMgrSimpleInt&) = delete;
+  ReadWriteVarMgrSimpleInt& operator=(const ReadWriteVarMgrSimpleInt&) = delete;
+  ~ReadWriteVarMgrSimpleInt() override;
+
+  /// Takes the global over as it is, bounds not applied.
+  bool refresh() override;
+  void init() override;
+  bool startXaction() override { return true; }
+  void endXaction() override {}
+  bool isConsistent() override { return true; }
+  void commit() const override;
+
+ private:
+  RefreshId id;
+  const int defaultVal;
+  RefreshMgr& refMgr;
+  int& glob;
+};
+
+/// A boolean variable on an `int` of the application.
+class ReadWriteVarMgrSimpleBool : public ReadWriteVarMgrBool {
+ public:
+  /// As ReadWriteVarMgrSimpleInt, with the bounds 0 and 1.
+  ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r, ReadWriteVarMgrBool::vals_e d, range_t o);
+  ReadWriteVarMgrSimpleBool(const ReadWriteVarMgrSimpleBool&) = delete;
+  ReadWriteVarMgrSimpleBool& operator=(const ReadWriteVarMgrSimpleBool&) = delete;
+  ~ReadWriteVarMgrSimpleBool() override;
+
+  bool refresh() override;
+  void init() override;
+  bool startXaction() override { return true; }
+  void endXaction() override {}
+  bool isConsistent() override { return true; }
+  void commit() const override;
+
+ private:
+  RefreshId id;
+  const int defaultVal;
+  RefreshMgr& refMgr;
+  int& glob;
+};
+
+/// A text variable on a character buffer of the application.
+class ReadWriteVarMgrSimpleStr : public ReadWriteVarMgrStr {
+ public:
+  /// `r`: the group. `g`: the global buffer, at least as large as the working buffer, or null for
+  /// a variable that only holds a text. `buf`, `size`: the working buffer. `b`: the allowed
+  /// characters, or null. `i`: the text that init sets, not copied, or null.
+  ReadWriteVarMgrSimpleStr(RefreshMgr& r, void* g, void* buf, unsigned int size, const bounds_t* b,
+                           const char* i);
+  ReadWriteVarMgrSimpleStr(const ReadWriteVarMgrSimpleStr&) = delete;
+  ReadWriteVarMgrSimpleStr& operator=(const ReadWriteVarMgrSimpleStr&) = delete;
+  ~ReadWriteVarMgrSimpleStr() override;
+
+  /// Takes the global text over, cut to maxlen() characters; the class is not applied.
+  bool refresh() override;
+  /// Sets the initial text; with a null or empty one the present text stays.
+  void init() override;
+  bool startXaction() override { return true; }
+  void endXaction() override {}
+  bool isConsistent() override { return true; }
+  /// Copies the text with its terminator to the global, never more than maxlen() + 1 bytes.
+  void commit() const override;
+
+ private:
+  RefreshId id;
+  const char* const initStr;
+  const unsigned int initStrLen;
+  RefreshMgr& refMgr;
+  char* const glob;
+};
