@@ -3,10 +3,10 @@
 
 #include <cstdlib>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include "fatal.h"
+#include "random.h"
 
 namespace {
 
@@ -27,11 +27,11 @@ int wrapByStepping(int in, int low, int high) {
 }
 
 TEST(RangeCheck, WrapsLikeSteppingAndClipsToTheLimitPassed) {
-  std::mt19937 random(1);
+  Random random(1);
   for (int i = 0; i < 20000; ++i) {
-    const int low = static_cast<int>(random() % 400) - 200;
-    const int high = low + static_cast<int>(random() % 50);
-    const int in = static_cast<int>(random() % 4000) - 2000;
+    const int low = random.between(-200, 199);
+    const int high = low + random.between(0, 49);
+    const int in = random.between(-2000, 1999);
     ASSERT_EQ(rangeCheck(RANGE_WRAP, in, low, high), wrapByStepping(in, low, high))
         << in << " into " << low << ".." << high;
     const int clipped = in < low ? low : in > high ? high : in;
@@ -69,14 +69,14 @@ TEST(CalcNumBounds, CountsUpToEitherKindOfTerminator) {
 
 // The set as a plain list of members, and forcing as a search in it.
 TEST(GetBoundsVal, AgreesWithASearchInTheSet) {
-  std::mt19937 random(2);
+  Random random(2);
   for (int round = 0; round < 500; ++round) {
     std::vector<bounds_t> rows;
-    int next = static_cast<int>(random() % 40) - 20;
-    for (unsigned int n = 1 + random() % 4; n > 0; --n) {
-      const int max = next + static_cast<int>(random() % 6);
+    int next = random.between(-20, 19);
+    for (unsigned int n = 1 + random.below(4); n > 0; --n) {
+      const int max = next + random.between(0, 5);
       rows.push_back({next, max});
-      next = max + static_cast<int>(random() % 6);  // 0: the next row touches this one
+      next = max + random.between(0, 5);  // 0: the next row touches this one
     }
     const unsigned int count = static_cast<unsigned int>(rows.size());
     rows.push_back(BOUNDS_END);

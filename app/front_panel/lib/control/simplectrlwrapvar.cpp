@@ -9,6 +9,7 @@ const CmdStsIdx2ArrIdxFn DEFAULT_CONV[4] = {cmd_sts_idx_conv0D, cmd_sts_idx_conv
                                             cmd_sts_idx_conv2D, nullptr};
 
 unsigned int calcSize(const unsigned int* allDim, unsigned int numDim) {
+  CTRL_ASSERT(numDim == 0 || allDim != nullptr);
   unsigned int size = 1;
   for (unsigned int i = 0; i < numDim; ++i) {
     size *= allDim[i];

@@ -13,6 +13,7 @@
 #include "ctrlsys.h"
 
 /// Product of the `numDim` dimensions, in unsigned 32-bit arithmetic; 1 for none.
+/// REQUIRES: `numDim` is 0 or `allDim` is not null.
 unsigned int calcSize(const unsigned int* allDim, unsigned int numDim);
 
 /// REQUIRES: `numDim` is 0, or `dim` is not null and no dimension is 0.

@@ -137,10 +137,18 @@ void ReadWriteVarMgrStr::set(const void* buf, unsigned int size) {
 }
 
 void ReadWriteVarMgrStr::setChar(char c, unsigned int pos) {
-  if (pos >= len || pos > boundedLength(str, len)) {
+  if (str == nullptr || pos >= len) {
+    return;
+  }
+  const unsigned int length = boundedLength(str, len);
+  if (pos > length) {
     return;
   }
   str[pos] = c == 0 ? c : getBoundsChar(c);
+  if (pos == length) {
+    // Bytes of an earlier, longer text may stand behind the old terminator.
+    str[pos + 1] = 0;
+  }
 }
 
 void getCurVarMgrVal(ReadBufVarMgr& var, void* buf, unsigned int size) {
