@@ -2,10 +2,18 @@
 //
 // CTRL_ASSERT guards an invariant that only a fault in the program can break, never a value that
 // came from outside. It is checked in every build. A failed one is reported on standard output,
-// which is flushed, and the process ends by abort; nothing is unwound. Any thread may fail one.
+// which is flushed, and the process ends by abort; nothing is unwound. Any thread may fail one,
+// and no memory is allocated for it.
 #pragma once
 
-/// Reports a failed condition with its place and ends the process. Never returns.
+/// The assertion handler: writes "Assertion failed: %s, file %s, line %d\n" to standard output and
+/// flushes it, brings the boot flash back to read mode so that a restart can boot from it, and
+/// aborts. The declaration agrees with that of C libraries whose <assert.h> has the same function,
+/// down to the spelling of the attribute, and this function takes the place of theirs.
+extern "C" void __assert(const char* expr, const char* file, int line) noexcept
+    __attribute__((noreturn));
+
+/// Reports a failed condition and the function it stands in through __assert. Never returns.
 /// The arguments are zero-terminated texts and the line number; a very long condition is cut.
 [[noreturn]] void ctrlAssertFailed(const char* expr, const char* file, int line, const char* func);
 

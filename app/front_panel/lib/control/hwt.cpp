@@ -1,0 +1,3 @@
+#include "hwt.h"
+
+void hwt_service() {}

@@ -1,0 +1,251 @@
+// Timers with a callback: the walk over the list, changes to it from callbacks, and the lock.
+#include "cbtimer.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "fatal.h"
+#include "mcf5200.h"
+
+// The status register of a board, in place of the library's empty operations.
+namespace {
+unsigned short statusRegister = 0;
+std::vector<unsigned short> levelsSet;
+std::atomic<bool> watchingLevels{false};
+}  // namespace
+
+unsigned short spl(const unsigned short s) {
+  if (watchingLevels) {
+    levelsSet.push_back(s);
+  }
+  return 0;
+}
+
+unsigned short getsr() {
+  return statusRegister;
+}
+
+namespace {
+
+std::string fired;  // one letter for each callback, in order
+char actingLetter;  // the callback that does something beside that
+void (*act)();      // what it does
+
+template <char LETTER>
+void callback() {
+  fired += LETTER;
+  if (LETTER == actingLetter) {
+    act();
+  }
+}
+
+std::unique_ptr<CBTimer> a, b, c;
+
+class CbTimerTest : public testing::Test {
+ protected:
+  ~CbTimerTest() override {
+    actingLetter = 0;
+    a.reset();
+    b.reset();
+    c.reset();
+  }
+
+  // Hooks a, b and c, so that the walk meets c first, and makes all of them due.
+  void hookThree(bool repeat) {
+    Timer::sysTime = 100;
+    for (auto* t : {&a, &b, &c}) {
+      *t = std::make_unique<CBTimer>(repeat);
+      (*t)->setTimeout(10);
+    }
+    a->setCallback(callback<'a'>);
+    b->setCallback(callback<'b'>);
+    c->setCallback(callback<'c'>);
+    Timer::sysTime = 110;
+  }
+
+  std::string walk() {
+    fired.clear();
+    cbTimerISR();
+    return fired;
+  }
+};
+
+TEST_F(CbTimerTest, EachTimerFiresOncePerPeriodAndTheLatestHookedFirst) {
+  hookThree(true);
+  c->clearTimeout();
+  EXPECT_EQ(walk(), "ba");  // a stopped timer is never due
+  EXPECT_EQ(walk(), "");
+  c->setTimeout(5);
+  a->setCallback(callback<'x'>);  // replaces the callback, keeps the place
+  Timer::sysTime = 143;
+  EXPECT_EQ(walk(), "cbx");  // missed periods count once
+  Timer::sysTime = 150;
+  EXPECT_EQ(walk(), "cbx");  // the phase is kept
+  EXPECT_TRUE(c->isRunning());
+  b.reset();
+  Timer::sysTime = 170;
+  EXPECT_EQ(walk(), "cx");
+}
+
+TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
+  a = std::make_unique<CBTimer>(false);
+  b = std::make_unique<CBTimer>(false);
+  Timer::cb = callback<'o'>;
+  a.reset();  // never hooked
+  EXPECT_EQ(Timer::cb, callback<'o'>);
+  b->clearCallback();  // not a member, and the list is empty
+  EXPECT_EQ(Timer::cb, nullptr);
+
+  hookThree(false);
+  EXPECT_EQ(Timer::cb, cbTimerISR);
+  a->clearCallback();
+  a->clearCallback();
+  c.reset();
+  EXPECT_EQ(Timer::cb, cbTimerISR);
+  EXPECT_EQ(walk(), "b");
+  EXPECT_EQ(walk(), "");  // fired, and still hooked
+  b->setTimeout(0);
+  EXPECT_EQ(walk(), "b");
+  b->clearCallback();
+  EXPECT_EQ(Timer::cb, nullptr);
+}
+
+TEST_F(CbTimerTest, ACallbackMayUnhookOrDestroyAnyTimer) {
+  const struct {
+    char acting;
+    void (*action)();
+    const char* firstWalk;
+    const char* secondWalk;
+  } cases[] = {
+      {'b', [] { b->clearCallback(); }, "cb", "ca"},
+      {'b', [] { b.reset(); }, "cb", "ca"},
+      {'c', [] { b.reset(); }, "ca", "ca"},
+      {'b', [] { a.reset(), c.reset(); }, "cb", "b"},
+      {'b', [] { b->clearCallback(), b->setCallback(callback<'B'>); }, "cb", "Bca"},
+      // A walk inside the walk serves the rest and destroys the timer of the outer one.
+      {'c', [] { actingLetter = 'a', act = [] { c.reset(); }, cbTimerISR(); }, "cba", "ba"},
+  };
+  for (const auto& each : cases) {
+    hookThree(true);
+    actingLetter = each.acting;
+    act = each.action;
+    EXPECT_EQ(walk(), each.firstWalk);
+    actingLetter = 0;
+    Timer::sysTime = 120;
+    EXPECT_EQ(walk(), each.secondWalk) << "after " << each.firstWalk;
+  }
+}
+
+TEST_F(CbTimerTest, TheLockRaisesTheLevelAndNeverLowersIt) {
+  const struct {
+    unsigned short level;
+    unsigned short status;
+    std::vector<unsigned short> set;
+  } cases[] = {
+      {0, 0x2000, {0x2000}}, {3, 0x2004, {0x2300, 0x2004}}, {3, 0x2300, {0x2300}},
+      {3, 0x2700, {0x2700}}, {7, 0x0615, {0x2700, 0x0615}}, {9, 0, {0x2100, 0}},
+  };
+  for (const auto& each : cases) {
+    statusRegister = each.status;
+    levelsSet.clear();
+    watchingLevels = true;
+    {
+      IntrptLock lock(each.level);
+      lock.lock();
+    }
+    watchingLevels = false;
+    EXPECT_EQ(levelsSet, each.set) << each.level << " over " << each.status;
+  }
+}
+
+TEST(CbTimerDeathTest, ANullCallbackIsFatal) {
+  CBTimer timer(false);
+  EXPECT_FATAL(timer.setCallback(nullptr), "cfn != nullptr");
+}
+
+// The callbacks of one thread's timers. A callback that runs after its timer was unhooked, or two
+// at once, would be seen here; an unguarded access is seen by the thread sanitizer.
+constexpr int THREADS = 3;
+std::array<bool, THREADS> hooked;
+std::array<int, THREADS> calls;
+std::atomic<bool> strayCall{false};
+
+template <int THREAD>
+void countCall() {
+  if (!hooked[THREAD]) {
+    strayCall = true;
+  }
+  ++calls[THREAD];
+}
+
+void hookAndUnhook(int thread, pTimerCallbackFn_t call) {
+  std::mt19937 random(static_cast<unsigned int>(thread));
+  for (int i = 0; i < 3000; ++i) {
+    CBTimer timer(random() % 2 == 0);
+    {
+      IntrptLock lock(Timer::level);
+      lock.lock();
+      hooked[static_cast<std::size_t>(thread)] = true;
+      timer.setCallback(call);
+      lock.unlock();
+    }
+    timer.setTimeout(static_cast<unsigned int>(random() % 3));
+    if (random() % 2 == 0) {
+      timer.isTimeoutExpired();
+      timer.isRunning();
+    }
+    if (random() % 2 == 0) {
+      std::this_thread::yield();
+    }
+    if (random() % 2 == 0) {
+      timer.clearTimeout();
+    }
+    timer.clearCallback();
+    hooked[static_cast<std::size_t>(thread)] = false;  // no callback may be running now
+  }
+}
+
+TEST(CbTimerThreads, UnhookingWaitsForTheCallbackAndTheListStaysWhole) {
+  CBTimer steady(true);
+  steady.setCallback(callback<'s'>);
+  steady.setTimeout(1);
+  std::atomic<bool> done{false};
+  std::thread walker([&done] {
+    while (!done) {
+      ++Timer::sysTime;
+      if (void (*const call)() = Timer::cb) {
+        call();
+      }
+    }
+  });
+  std::thread users[] = {std::thread(hookAndUnhook, 0, countCall<0>),
+                         std::thread(hookAndUnhook, 1, countCall<1>),
+                         std::thread(hookAndUnhook, 2, countCall<2>)};
+  for (std::thread& user : users) {
+    user.join();
+  }
+  // The member that never left is still served.
+  {
+    IntrptLock lock(Timer::level);
+    lock.lock();
+    fired.clear();
+  }
+  while (true) {
+    IntrptLock lock(Timer::level);
+    lock.lock();
+    if (!fired.empty()) {
+      break;
+    }
+  }
+  done = true;
+  walker.join();
+  EXPECT_FALSE(strayCall);
+  EXPECT_GT(calls[0] + calls[1] + calls[2], 0);
+}
+
+}  // namespace
