@@ -1,0 +1,83 @@
+// The parser of an XML archive: one root element, and children that each hold a text.
+//
+// It takes the whole file at once and is strict about the frame and lenient about texts. The frame
+// has to be complete to the root's end tag, with nothing but white space and comments behind it,
+// so a file that was cut off anywhere is refused. A text ends at its own end tag and nowhere
+// else, so a bare & or < inside it is an ordinary character; the references &amp; &lt; &gt; &quot;
+// &apos; and &#1; to &#255; (also &#x1; to &#xFF;) stand for their byte, any other & for itself.
+// White space in a text is kept. Attributes, comments, processing instructions and a document
+// type are passed over. The text is taken as bytes: no character set is assumed.
+//
+// The scanner owns the parsed nodes until close(). A fault is an eternity::exception by value
+// that names the line. One thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "dynamic.h"
+
+namespace eternity {
+
+class xml_scanner {
+ public:
+  /// What the scanner expects next.
+  enum context {
+    value,         ///< the text of a child; between elements, the next `<`
+    tagname,       ///< `<` and the name of a start tag
+    comment,       ///< `<!--` to `-->`
+    doctype,       ///< `<?` to `?>`, or `<!` to its `>`
+    attr,          ///< the name of an attribute, or the end of the start tag
+    attrvalue,     ///< the quoted value of an attribute
+    closebracket,  ///< `>` or `/>`
+    closetag,      ///< `</`, the name of the open element, `>`
+    endfile,       ///< nothing more
+  };
+
+  xml_scanner() = default;
+  xml_scanner(const xml_scanner&) = delete;
+  xml_scanner& operator=(const xml_scanner&) = delete;
+  ~xml_scanner() = default;
+
+  /// Parses a whole file and returns its root element, whose name is `rootName`. Ends an earlier
+  /// parse. Throws eternity::exception; there is no root then.
+  node* parse(const std::string& text, const std::string& rootName);
+
+  /// Ends a parse and frees its nodes. Harmless without one.
+  void close();
+
+ private:
+  context scan(context next);
+  context scanValue();
+  context scanText();
+  context scanTagname();
+  context scanComment();
+  context scanDoctype();
+  context scanAttr();
+  context scanAttrvalue();
+  context scanClosebracket();
+  context scanClosetag();
+
+  void skipSpace();
+  bool at(const char* token) const;
+  std::string scanName();
+  void closeElement();
+  std::size_t findEndTag(const std::string& name) const;
+  [[noreturn]] void fail(const std::string& what) const;
+
+  std::unique_ptr<node> m_root;
+  node* m_open = nullptr;               // the innermost open element
+  bool m_complete = false;              // the root's end tag has been read
+  const std::string* m_text = nullptr;  // the file, while parse runs
+  std::size_t m_pos = 0;                // the next byte of it
+};
+
+/// Replaces the references in `text` by the bytes they stand for.
+std::string unescape(const std::string& text);
+
+/// Writes the characters & < > and carriage return of `text` as references, so that a text of any
+/// bytes but 0 reads back as it was.
+std::string escape(const std::string& text);
+
+}  // namespace eternity
