@@ -1,0 +1,116 @@
+#include "filereplace.h"
+
+#include <fcntl.h>
+#include <persist.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+[[noreturn]] void failOn(const char* what, const std::string& name) {
+  throw eternity::exception(std::string(what) + name + ": " + std::strerror(errno));
+}
+
+std::string directoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+// The path behind the symbolic links of the last component; the file need not exist.
+std::string followLinks(std::string path) {
+  constexpr int MOST_LINKS = 8;
+  char link[PATH_MAX];
+  for (int i = 0; i < MOST_LINKS; ++i) {
+    const ssize_t length = readlink(path.c_str(), link, sizeof link);
+    if (length < 0) {
+      return path;
+    }
+    const std::string to(link, static_cast<std::size_t>(length));
+    path = to[0] == '/' ? to : directoryOf(path) + to;
+  }
+  errno = ELOOP;
+  failOn("cannot follow ", path);
+}
+
+// Closes the descriptor however the scope is left.
+class Descriptor : public Noncopyable {
+ public:
+  Descriptor(const std::string& path, int flags) : fd(open(path.c_str(), flags | O_CLOEXEC)) {
+    if (fd < 0) {
+      failOn("cannot open ", path);
+    }
+  }
+  ~Descriptor() { close(fd); }
+
+  const int fd;
+};
+
+void flushDirectory(const std::string& path) {
+  const Descriptor directory(path, O_RDONLY | O_DIRECTORY);
+  // A file system that cannot flush a directory says so with EINVAL.
+  if (fsync(directory.fd) != 0 && errno != EINVAL) {
+    failOn("cannot flush ", path);
+  }
+}
+
+}  // namespace
+
+FileReplacement::FileReplacement(const std::string& name)
+    : target(followLinks(name)), temp(target + ".tmp") {
+  struct stat old;
+  if (lstat(target.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) {
+    throw eternity::exception(target + " is no regular file");
+  }
+  unlink(temp.c_str());
+}
+
+FileReplacement::~FileReplacement() {
+  if (!renamed) {
+    unlink(temp.c_str());
+  }
+}
+
+void FileReplacement::commit() {
+  {
+    const Descriptor file(temp, O_RDONLY);
+    struct stat old;
+    if (stat(target.c_str(), &old) == 0) {
+      // Only a privileged process can give a file away; the others write as its owner anyway.
+      static_cast<void>(fchown(file.fd, old.st_uid, old.st_gid) == 0);
+      if (fchmod(file.fd, old.st_mode & 07777) != 0) {
+        failOn("cannot set the mode of ", temp);
+      }
+    }
+    if (fsync(file.fd) != 0) {
+      failOn("cannot flush ", temp);
+    }
+  }
+  if (std::rename(temp.c_str(), target.c_str()) != 0) {
+    failOn("cannot replace ", target);
+  }
+  renamed = true;
+  flushDirectory(directoryOf(target));
+}
+
+std::string keepAside(const std::string& name) {
+  constexpr int MOST_KEPT = 9;
+  const std::string path = followLinks(name);
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return {};
+  }
+  int number = 1;
+  std::string kept;
+  do {
+    kept = path + ".damaged-" + std::to_string(number);
+  } while (lstat(kept.c_str(), &status) == 0 && ++number <= MOST_KEPT);
+  if (std::rename(path.c_str(), kept.c_str()) != 0) {
+    failOn("cannot keep ", path);
+  }
+  return kept;
+}

@@ -1,0 +1,48 @@
+// Replaces a file so that it is complete at every moment: all old or all new.
+//
+//   FileReplacement file("presets.xml");
+//   ... write file.temporary(), close it, check that every write was taken ...
+//   file.commit();
+//
+// The new content goes to a temporary file beside the old one and is flushed to the disk before it
+// takes the old one's name, so neither a full disk nor a power cut nor a killed process leaves a
+// part of it under that name. A replacement that is given up removes its temporary file; one that
+// a killed process leaves behind is removed by the next. A symbolic link stays a link: the
+// file that it points to is replaced. One replacement of a file at a time; any thread.
+//
+// Failures are eternity::exception by value. Nothing stops the process. A thread that may be
+// cancelled holds that off while it uses these functions, or a file descriptor can stay open.
+#pragma once
+
+#include <string>
+
+#include "noncopyable.h"
+
+class FileReplacement : public Noncopyable {
+ public:
+  /// Prepares to replace or create the file `name`, and removes what an earlier replacement left
+  /// behind. Throws when something other than a regular file has that name.
+  explicit FileReplacement(const std::string& name);
+
+  /// Removes the temporary file unless commit() has renamed it.
+  ~FileReplacement();
+
+  /// The name under which the caller writes the new content: that of the file with ".tmp" behind.
+  const std::string& temporary() const { return temp; }
+
+  /// Gives the temporary file the owner and mode of the old one, flushes it to the disk, renames it
+  /// and flushes the directory. REQUIRES: the caller has written and closed it. Throws when any
+  /// step but the owner fails; the file then is complete all the same, old or new.
+  void commit();
+
+ private:
+  const std::string target;
+  const std::string temp;
+  bool renamed = false;
+};
+
+/// Moves the regular file `name` aside, to the first free of the names `name`.damaged-1 to
+/// `name`.damaged-9 beside it; when all are taken, the newest kept one is given up, so the
+/// earliest are never lost. Returns the new name, or an empty text when there is no such regular
+/// file. Throws when it cannot be renamed.
+std::string keepAside(const std::string& name);

@@ -1,0 +1,279 @@
+#include "presets.h"
+
+#include <cxxabi.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "debug.h"
+#include "filereplace.h"
+
+namespace {
+
+constexpr unsigned int TEXT_SIZE = 1024;  // of a text with its terminating zero
+constexpr unsigned int INT_SIZE = 4;
+constexpr unsigned int COPY_POLL = 10 * Preset::REFRESH_POLL;
+
+std::atomic<preset_bk_func_t> my_back_func{nullptr};
+
+// The calling thread is not cancelled while one of these lives.
+class CancelHold : public Noncopyable {
+ public:
+  CancelHold() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous); }
+  ~CancelHold() { pthread_setcancelstate(previous, nullptr); }
+
+ private:
+  int previous;
+};
+
+void getText(CtrlReadWrite& control, char (&text)[TEXT_SIZE]) {
+  text[0] = 0;
+  control.get(text, TEXT_SIZE);
+  text[TEXT_SIZE - 1] = 0;
+}
+
+void storeControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
+  const char* const name = control.getName();
+  if (control.getType() == DATA_TYPE_STRING) {
+    char text[TEXT_SIZE];
+    getText(control, text);
+    xml.write<char*>(name, text);
+  } else {
+    unsigned char value[INT_SIZE] = {};
+    control.get(value, INT_SIZE);
+    xml.write<int>(name, ReadWriteVarMgr::convert(value, INT_SIZE));
+  }
+}
+
+void loadText(CtrlReadWrite& control, const std::string& value) {
+  control.set(value.c_str(), static_cast<unsigned int>(value.length()));
+  if (value.empty()) {
+    // A control may take a set of no bytes as none at all and still hold its old text.
+    char text[TEXT_SIZE];
+    getText(control, text);
+    if (text[0] != 0) {
+      control.set("", 1);
+    }
+  }
+}
+
+void loadControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
+  const char* const name = control.getName();
+  if (control.getType() == DATA_TYPE_STRING) {
+    std::string value;
+    xml.read(name, value, 0);
+    loadText(control, value);
+  } else {
+    int value;
+    xml.read(name, value, 0);
+    unsigned char buf[INT_SIZE];
+    ReadVarMgr::setBufInt(buf, INT_SIZE, value);
+    control.set(buf, INT_SIZE);
+  }
+  control.confirm();
+}
+
+// Writes what is left to do behind open: all controls, and the renaming.
+void storeAll(eternity::xml_archive& xml, FileReplacement& file) {
+  Preset::Instance()->xml_serialize(xml);
+  xml.done();
+  if (xml.failed()) {
+    throw eternity::exception("cannot write " + file.temporary());
+  }
+  file.commit();
+}
+
+void writeAnew(eternity::xml_archive& xml) {
+  FileReplacement file(Preset::s_file_name);
+  xml.open(file.temporary(), eternity::archive::store);
+  storeAll(xml, file);
+}
+
+void keepDamagedFile() {
+  const std::string kept = keepAside(Preset::s_file_name);
+  if (!kept.empty()) {
+    std::printf("Damaged preset file kept as:%s\n", kept.c_str());
+  }
+}
+
+enum restore_t { RESTORED, UNREADABLE, BROKEN };
+
+restore_t restore(eternity::xml_archive& xml) {
+  try {
+    std::printf("Open and restore from:%s\n", Preset::s_file_name.c_str());
+    xml.open(Preset::s_file_name, eternity::archive::load);
+    Preset::Instance()->xml_serialize(xml);
+    xml.done();
+    Preset::Instance()->Dump();
+    return RESTORED;
+  } catch (const eternity::exception& e) {
+    std::printf("Exception catched: %s\n", e.what());
+    return UNREADABLE;
+  } catch (abi::__forced_unwind&) {
+    throw;
+  } catch (eternity::exception* e) {
+    delete e;
+  } catch (...) {
+  }
+  std::printf("Exception openning xml file: %s\n", Preset::s_file_name.c_str());
+  return BROKEN;
+}
+
+}  // namespace
+
+const std::string Preset::s_file_name = "presets.xml";
+
+Preset::Preset() {
+  std::puts("Preset constructor...");
+}
+
+Preset::~Preset() {
+  Stop();
+}
+
+Preset* Preset::Instance() {
+  static Preset instance;
+  return &instance;
+}
+
+void Preset::Init(CtrlReadWrite** rwp) {
+  CTRL_ASSERT(rwp != nullptr);
+  std::puts("Preset init...");
+  m_rwp = rwp;
+}
+
+void Preset::xml_serialize(eternity::xml_archive& xml) {
+  CTRL_ASSERT(m_rwp != nullptr);
+  for (CtrlReadWrite** p = m_rwp; *p != nullptr; ++p) {
+    if (!xml.is_loading()) {
+      storeControl(xml, **p);
+      continue;
+    }
+    try {
+      loadControl(xml, **p);
+    } catch (const eternity::exception& e) {
+      std::printf("Exception catched: %s\n", e.what());
+    }
+  }
+}
+
+void Preset::serialize(eternity::bin_archive& stream) {
+  std::puts(stream.is_loading() ? "loading from the binary stream" : "writing to binary stream");
+}
+
+void Preset::Var_commit() {
+  if (m_rwp == nullptr) {
+    return;
+  }
+  for (CtrlReadWrite** p = m_rwp; *p != nullptr; ++p) {
+    (*p)->confirm();
+  }
+}
+
+void Preset::Dump() {
+  std::puts("\nPreset Dump...");
+}
+
+void Preset::Test() {
+  std::puts("\n++++++++++++++++++++Preset Test+++++++++++++++++");
+  if (m_rwp == nullptr) {
+    std::puts("Empty control pointer");
+    return;
+  }
+  unsigned int number = 0;
+  for (CtrlReadWrite** p = m_rwp; *p != nullptr; ++p, ++number) {
+    const char* const name = (*p)->getName();
+    (*p)->init();
+    unsigned char value[INT_SIZE] = {};
+    (*p)->get(value, INT_SIZE);
+    std::printf("ctrl#%u: %s[%d]\n", number, name, ReadWriteVarMgr::convert(value, INT_SIZE));
+    (*p)->confirm();
+  }
+}
+
+int Preset::Start() {
+  std::puts("Starting the Preset thread");
+  return JThread::Start();
+}
+
+int Preset::Stop() {
+  std::puts("Stopping the Preset thread");
+  return JThread::Kill();
+}
+
+// One attempt to save, on the preset thread; true when the file is on the disk. A change that is
+// marked while it runs marks the file again, so the mark is taken back before the walk.
+bool Preset::save(eternity::xml_archive& xml) {
+  m_need_save = false;
+  try {
+    FileReplacement file(s_file_name);
+    xml.open(file.temporary(), eternity::archive::store);
+    std::printf("Save presets to:%s\n", s_file_name.c_str());
+    storeAll(xml, file);
+    return true;
+  } catch (abi::__forced_unwind&) {
+    m_need_save = true;
+    throw;
+  } catch (eternity::exception* e) {
+    delete e;
+  } catch (...) {
+  }
+  m_need_save = true;
+  xml.done();  // gives the space of the failed file back now, not at the next attempt
+  std::printf("Error while writing to preset file:%s\n", s_file_name.c_str());
+  return false;
+}
+
+// Cancelled only at the head and at the sleep: Stop waits for the end of a save or copy.
+void* Preset::Thread() {
+  ThreadStarted();
+  unsigned int refreshPoll = Timer::getSysTime();
+  unsigned int refreshPoll_Copy = refreshPoll;
+  bool need_copy = false;
+  eternity::xml_archive xml;
+  for (;;) {
+    pthread_testcancel();
+    {
+      const CancelHold hold;
+      if (m_need_save && Timer::getDiffTime(refreshPoll) >= REFRESH_POLL) {
+        refreshPoll = Timer::getSysTime();
+        need_copy = save(xml) || need_copy;
+      } else if (Timer::getDiffTime(refreshPoll_Copy) >= COPY_POLL) {
+        refreshPoll_Copy = Timer::getSysTime();
+        const preset_bk_func_t copy = my_back_func;
+        if (copy == nullptr) {
+          std::puts("my_back_func is NULL");
+        } else if (need_copy) {
+          copy();
+          need_copy = false;
+        }
+      }
+    }
+    sleep(1);
+  }
+}
+
+void initPresets(CtrlReadWrite** rwp, void (*func)()) {
+  if (rwp == nullptr || *rwp == nullptr) {
+    return;
+  }
+  const CancelHold hold;
+  if (func != nullptr) {
+    my_back_func = func;
+  }
+  Preset* const preset = Preset::Instance();
+  preset->Init(rwp);
+  eternity::xml_archive xml;
+  const restore_t result = restore(xml);
+  if (result != RESTORED) {
+    xml.done();
+    keepDamagedFile();
+    std::printf("Open and save to:%s\n", Preset::s_file_name.c_str());
+    if (result == UNREADABLE) {
+      preset->Var_commit();
+    }
+    writeAnew(xml);
+  }
+  preset->Start();
+}

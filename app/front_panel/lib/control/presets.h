@@ -1,0 +1,94 @@
+// The preset file: keeps the values of all read-write controls in "presets.xml".
+//
+// The application completes its control table, starts the timer thread, and calls initPresets
+// once. That restores the controls from the file, or writes the file anew, and starts the preset
+// thread, which saves the file at most every 10 seconds while a change is marked:
+//
+//   initPresets(table, nullptr);
+//   ... set and confirm a control ...
+//   Preset::Instance()->Set_need_save();
+//
+// The file is "presets.xml" in the working directory, one element per control under the control's
+// name. It is replaced as a whole (filereplace.h), so it is complete at every moment, old or new.
+//
+// The application owns the table and its entries, which live as long as the process. No lock: the
+// preset thread calls getName, getType and get of the entries while other threads change them, so
+// these must be safe to call from it. Set_need_save may be called from any thread; everything
+// else belongs to the thread that starts up. A null table stops the process.
+#pragma once
+
+#include <jthread.h>
+#include <persist.h>
+#include <persist_xml.h>
+
+#include <atomic>
+#include <string>
+
+#include "ctrlwrap.h"
+#include "noncopyable.h"
+#include "tessel_timer.h"
+
+/// The application's copy function: backs the saved file up. Runs on the preset thread.
+using preset_bk_func_t = void (*)();
+
+/// The one keeper of the preset file, with its thread.
+class Preset : public Noncopyable, private JThread {
+ public:
+  /// Least time between the starts of two saves, in ticks: 10 seconds.
+  static constexpr unsigned int REFRESH_POLL = 10000000 / Timer::tickTime;
+  /// The name of the file, taken against the working directory.
+  static const std::string s_file_name;
+
+  /// The one instance, made at the first call; its thread is stopped at process exit.
+  static Preset* Instance();
+
+  /// Takes the control table, ended by a null pointer. REQUIRES: `rwp` is not null.
+  void Init(CtrlReadWrite** rwp);
+
+  /// Writes every control of the table to `xml`, or sets and confirms every control from it, as
+  /// the archive's direction says. A control that `xml` has no value for keeps its own and is
+  /// reported on standard output. Exceptions of a store go to the caller.
+  /// REQUIRES: Init has been called.
+  void xml_serialize(eternity::xml_archive& xml);
+
+  /// Says on standard output which way `stream` goes. Transfers nothing.
+  void serialize(eternity::bin_archive& stream);
+
+  /// Confirms every control of the table; without a table nothing.
+  void Var_commit();
+
+  /// Marks the file as out of date: a control has changed. The preset thread saves it within
+  /// about a second, but not sooner than REFRESH_POLL behind the start of the last save.
+  void Set_need_save() { m_need_save = true; }
+
+  /// Prints a heading; there is nothing further to show.
+  void Dump();
+
+  /// A diagnostic that initialises, reads, prints and confirms every control. It resets them all.
+  void Test();
+
+  /// Starts the preset thread and says so on standard output. Returns what JThread::Start returns.
+  int Start();
+
+  /// Ends the preset thread and says so on standard output; a save or copy that is running is
+  /// finished first. Returns what JThread::Kill returns; harmless without a thread.
+  int Stop();
+
+ private:
+  Preset();
+  ~Preset() override;
+
+  void* Thread() override;
+  bool save(eternity::xml_archive& xml);
+
+  std::atomic<CtrlReadWrite**> m_rwp{nullptr};
+  std::atomic<bool> m_need_save{false};
+};
+
+/// Restores the controls of `rwp`, a table ended by a null pointer, from the preset file, and
+/// starts the preset thread. When the file is missing or cannot be read, it is written anew with
+/// the values that the controls hold; a damaged one is first moved aside (keepAside). `func` is
+/// the copy function; null keeps that of an earlier call. Does nothing when the table is null or
+/// empty. An eternity::exception leaves this function, and no thread is started, when the file
+/// cannot be written anew. The calling thread is not cancelled meanwhile.
+void initPresets(CtrlReadWrite** rwp, void (*func)());
