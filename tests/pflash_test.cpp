@@ -1,11 +1,65 @@
 // The parameter flash operations and the media behind them.
 #include "pflash.h"
 
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
+#include <vector>
 
 #include "fatal.h"
+#include "pfmedium_file.h"
 #include "pfmedium_sim.h"
+
+// The system calls under the file medium, with faults on demand.
+struct Calls {
+  int calls = 0;       // writes so far
+  int failFrom = 0;    // from this one on writes fail; 0 for never
+  bool split = false;  // writes come back short, or interrupted
+  bool syncFails = false;
+  int sinceSync = 0;            // writes that no sync has covered yet
+  bool marksAreSynced = false;  // marks and erases have to find everything synced
+  NorArray disk;                // what has been written
+} calls;
+
+extern "C" ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
+  using Pwrite = ssize_t (*)(int, const void*, size_t, off_t);
+  static const Pwrite real = reinterpret_cast<Pwrite>(dlsym(RTLD_NEXT, "pwrite"));
+  const unsigned int addr = static_cast<unsigned int>(at);
+  ++calls.calls;
+  const bool fails = calls.failFrom != 0 && calls.calls >= calls.failFrom;
+  if (fails && (calls.calls > calls.failFrom || !calls.split || size < 2)) {
+    errno = ENOSPC;
+    return -1;
+  }
+  if (calls.split) {
+    if (calls.calls % 3 == 0 && !fails) {
+      errno = EINTR;
+      return -1;
+    }
+    size = (size + 1) / 2;
+  }
+  if (calls.marksAreSynced && (size > 2 || calls.disk.word(addr) != 0xFFFF)) {
+    EXPECT_EQ(calls.sinceSync, 0) << "at " << addr;
+  }
+  ++calls.sinceSync;
+  std::memcpy(calls.disk.bytes + addr, buf, size);
+  return real(fd, buf, size, at);
+}
+
+extern "C" int fdatasync(int) {
+  if (calls.syncFails) {
+    errno = EIO;
+    return -1;
+  }
+  calls.sinceSync = 0;
+  return 0;
+}
 
 namespace {
 
@@ -169,6 +223,210 @@ TEST_F(Simulated, AnOperationIsTornBitByBit) {
   EXPECT_EQ(set, ~before.word(12000) & 0xFFFFU);
   EXPECT_EQ(kept, ~before.word(12000) & 0xFFFFU);
   EXPECT_EQ(cleared, 0xA5FFU);
+}
+
+class InAFile : public testing::Test {
+ protected:
+  InAFile() {
+    calls = Calls();
+    std::filesystem::create_directory(dir);
+    std::filesystem::remove(path);
+  }
+  ~InAFile() override { std::filesystem::remove_all(dir); }
+
+  void start(bool durable = false) {
+    ASSERT_TRUE(file.open(path.c_str(), durable)) << file.error();
+    pfUseMedium(&file);
+    pfInit();
+  }
+
+  NorArray onDisk() {
+    NorArray image;
+    EXPECT_EQ(std::filesystem::file_size(path), sizeof image.bytes);
+    std::ifstream(path, std::ios::binary)
+        .read(reinterpret_cast<char*>(image.bytes), sizeof image.bytes);
+    return image;
+  }
+
+  void resize(unsigned int size) {
+    std::ofstream(path).put('x');
+    std::filesystem::resize_file(path, size);
+  }
+
+  // Starts operation `n` of a fixed sequence of words, marks and erases, and follows it in `model`.
+  static void operation(unsigned int n, NorArray& model) {
+    const unsigned int step = n % 40;
+    const unsigned int block = n / 40 % 2;
+    const unsigned int addr = block * FLASH_PARM_BLK_SIZE + step / 2 * 404;
+    if (step == 39) {
+      model.erase(1 - block);
+      pfBlkEraseNoWait(1 - block);
+    } else {
+      const unsigned short word = step % 2 == 0 ? static_cast<unsigned short>(0x6000 + n) : 0x3FFF;
+      model.program(addr, word);
+      pfWriteWordNoWait(addr, word);
+    }
+  }
+  static bool complete() { return pfIsWriteComplete() && pfIsEraseComplete(); }
+
+  const std::string dir = testing::TempDir() + "pflash_test." + std::to_string(getpid());
+  const std::string path = dir + "/presets.flash";
+  PfFileMedium file;
+};
+
+TEST_F(InAFile, KeepsWhatARestartFinds) {
+  NorArray model;
+  for (unsigned int n = 0; n < 130; ++n) {
+    if (n % 50 == 0) {
+      file.close();
+      start(n == 50);
+    }
+    operation(n, model);
+    ASSERT_TRUE(complete());
+  }
+  unsigned char buf[FLASH_AREA_SIZE];
+  pfReadBlk(0, buf, sizeof buf);
+  EXPECT_EQ(std::memcmp(buf, model.bytes, sizeof buf), 0);
+  EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof buf), 0);
+  EXPECT_EQ(pfIsBlkErased(1), model.isErased(1));
+  file.close();
+  EXPECT_EQ(pfMedium(), nullptr);
+  EXPECT_FATAL(file.startErase(0), "isOpen()");
+}
+
+TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
+  for (const unsigned int size : {1U, 8192U, 16383U, 16385U}) {
+    resize(size);
+    EXPECT_FALSE(file.open(path.c_str(), false));
+    EXPECT_THAT(file.error(), testing::HasSubstr("it has " + std::to_string(size) + " bytes"));
+    EXPECT_EQ(std::filesystem::file_size(path), size);
+  }
+  EXPECT_FALSE(file.open((dir + "/none/presets.flash").c_str(), false));
+  EXPECT_THAT(file.error(), testing::HasSubstr("No such file"));
+  EXPECT_FALSE(file.open("/dev/null", false));
+  EXPECT_THAT(file.error(), testing::HasSubstr("not a regular file"));
+
+  resize(0);  // left by a process killed right after it had created the file
+  start();
+  EXPECT_TRUE(onDisk().isErased(0) && onDisk().isErased(1));
+  PfFileMedium second;
+  EXPECT_FALSE(second.open(path.c_str(), false));
+  EXPECT_THAT(second.error(), testing::HasSubstr("another process has it open"));
+
+  file.close();
+  std::filesystem::remove(path);
+  calls.calls = 0;
+  calls.failFrom = 2;
+  calls.split = true;
+  EXPECT_FALSE(file.open(path.c_str(), true));
+  EXPECT_THAT(file.error(), testing::HasSubstr("No space left"));
+  EXPECT_EQ(std::filesystem::file_size(path), 0U);
+  calls.failFrom = 0;
+  EXPECT_TRUE(file.open(path.c_str(), true)) << "once there is room";
+}
+
+// The process ends at every one of the system's writes, also half-way through one. What it leaves
+// is what a part can be left in: a finished operation, or one with some of its bits changed.
+TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
+  calls.split = true;
+  for (int kill = 2; kill < 400; ++kill) {
+    std::filesystem::remove(path);
+    calls.failFrom = 0;
+    start();
+    calls.calls = 1;
+    calls.failFrom = kill;
+    NorArray before, after;
+    unsigned int n = 0;
+    for (; complete() && n < 120; ++n) {
+      before = after;
+      operation(n, after);
+    }
+    if (n == 120) {
+      return;
+    }
+    const NorArray left = onDisk();
+    for (unsigned int i = 0; i < sizeof left.bytes; ++i) {
+      ASSERT_EQ((left.bytes[i] ^ before.bytes[i]) & ~(before.bytes[i] ^ after.bytes[i]), 0) << kill;
+    }
+    // Whatever the trouble was, the operation is completed once it is over.
+    EXPECT_THAT(file.error(), testing::HasSubstr("No space left"));
+    calls.failFrom = 0;
+    ASSERT_TRUE(complete());
+    EXPECT_STREQ(file.error(), "");
+    ASSERT_EQ(std::memcmp(onDisk().bytes, after.bytes, sizeof after.bytes), 0) << kill;
+    file.close();
+  }
+  FAIL() << "the sequence has to end before its end";
+}
+
+// And the same with a process that really dies.
+TEST_F(InAFile, ARealKillLosesNothingThatWasComplete) {
+  for (unsigned int round = 0; round < 20; ++round) {
+    std::filesystem::remove(path);
+    int done[2];
+    ASSERT_EQ(pipe(done), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      start();
+      NorArray model;
+      for (unsigned int n = 0;; ++n) {
+        operation(n, model);
+        if (!complete() || write(done[1], &n, sizeof n) != sizeof n) {
+          _exit(1);
+        }
+      }
+    }
+    close(done[1]);
+    unsigned int n = 0;
+    for (unsigned int more = 20 + round * 17; more > 0; --more) {
+      ASSERT_EQ(::read(done[0], &n, sizeof n), static_cast<ssize_t>(sizeof n));
+    }
+    ::kill(child, SIGKILL);
+    while (::read(done[0], &n, sizeof n) == static_cast<ssize_t>(sizeof n)) {
+    }
+    close(done[0]);
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+
+    NorArray before, after;
+    for (unsigned int i = 0; i <= n + 1; ++i) {
+      before = after;
+      const bool live = pfMedium() != nullptr;
+      ASSERT_FALSE(live);
+      operation(i, after);
+    }
+    const NorArray left = onDisk();
+    for (unsigned int i = 0; i < sizeof left.bytes; ++i) {
+      ASSERT_EQ((left.bytes[i] ^ before.bytes[i]) & ~(before.bytes[i] ^ after.bytes[i]), 0) << n;
+    }
+  }
+}
+
+TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
+  start(true);
+  calls.marksAreSynced = true;
+  NorArray model;
+  unsigned int n = 0;
+  for (; n < 200; ++n) {
+    operation(n, model);
+    ASSERT_TRUE(complete());
+  }
+  calls.marksAreSynced = false;
+  pfReset();
+  EXPECT_EQ(calls.sinceSync, 0);
+
+  calls.syncFails = true;
+  const NorArray before = model;
+  operation(n++, model);
+  ASSERT_TRUE(complete());
+  operation(n++, model);  // a mark, which has to wait
+  EXPECT_FALSE(complete());
+  EXPECT_THAT(file.error(), testing::HasSubstr("waiting for the disk failed: "));
+  EXPECT_NE(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
+  std::ofstream(path).write(reinterpret_cast<const char*>(before.bytes), sizeof before.bytes);
+  calls.syncFails = false;  // with the word in front of the mark lost by the disk
+  EXPECT_TRUE(complete());
+  EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
+  EXPECT_STREQ(file.error(), "");
 }
 
 }  // namespace
