@@ -65,7 +65,8 @@ class TreeTest : public testing::Test {
       return -1;
     }
     ++count;
-    EXPECT_EQ(node->parent, parent);
+    EXPECT_TRUE(node->parent ==
+                parent);  // compared by value: a link may not be bound to a reference
     EXPECT_GE(node->index, low);
     EXPECT_LT(node->index, high);
     const int left = check(node->left, node, low, node->index, count);
