@@ -1,0 +1,3 @@
+#include "comdevice.h"
+
+COMDevice::~COMDevice() = default;

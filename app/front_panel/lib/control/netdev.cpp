@@ -1,0 +1,249 @@
+#include "netdev.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "debug.h"
+#include "socket_wrapper.h"
+
+namespace {
+
+// The trap generation server runs on the device itself.
+constexpr char LOOPBACK[] = "127.0.0.1";
+
+#define TRAP_COMMAND_FORMAT \
+  "snmptrap -v 1 -c fabric %s tamrisvaneTraps.1 \"\" 6 %u \"\" tamrisvaneInstance.1 i 1"
+
+unsigned int elementsOf(const TrapIndex& row) {
+  return row.m_d1 * row.m_d2;
+}
+
+void reportRow(const TrapIndex& row) {
+  std::printf("varid[%u], ctrl_id[%u], d1[%u], d2[%u], base[%u]\n", row.m_varid, row.m_controlid,
+              row.m_d1, row.m_d2, row.m_base);
+}
+
+// The state word that opens the body of a message. The bytes that a shorter body does not have
+// count as zero where the word's high bytes stand in memory.
+int stateWordOf(const status_t& header, const void* buf, unsigned int size) {
+  unsigned int length = size - static_cast<unsigned int>(sizeof header);
+  length = header.wLength < length ? header.wLength : length;
+  std::int32_t word = 0;
+  if (length > sizeof word) {
+    length = sizeof word;
+  }
+  const bool highFirst = htonl(1) == 1;
+  std::memcpy(reinterpret_cast<char*>(&word) + (highFirst ? sizeof word - length : 0),
+              static_cast<const char*>(buf) + sizeof header, length);
+  return word;
+}
+
+}  // namespace
+
+NetTrap::NetTrap(TrapIndex* index_array, CtrlReadWrite** ctrl_table)
+    : m_index_array(index_array), m_ctrl_table(ctrl_table) {
+  CTRL_ASSERT(index_array != nullptr);
+  CTRL_ASSERT(ctrl_table != nullptr);
+  TrapIndex* row = m_index_array;
+  row->m_base = S_TRAP_BASE_START;
+  if (row->m_varid == 0) {
+    return;
+  }
+  unsigned int next_base = S_TRAP_BASE_START + 2 * elementsOf(*row);
+  reportRow(*row);
+  for (++row; row->m_varid != 0; ++row) {
+    if (row->m_base == 0) {
+      row->m_base = next_base;
+      next_base += 2 * elementsOf(*row);
+    }
+    reportRow(*row);
+  }
+}
+
+NetTrap::~NetTrap() = default;
+
+int NetTrap::Init() {
+  const char* const address = std::getenv("TRAP_MANAGER");
+  m_trap_mgr = address != nullptr ? address : S_TRAP_MANAGER_IP;
+  std::printf("trap manager is: %s[%u]\n", m_trap_mgr, static_cast<unsigned int>(S_TRAP_PORT));
+  m_sock = setup_client(LOOPBACK, S_TRAP_PORT);
+  if (m_sock < 0) {
+    std::puts("NetTrap: can not connect to trap generation server");
+  }
+  return 0;
+}
+
+int NetTrap::Lookup_specific(unsigned int varid, unsigned int index, int data,
+                             unsigned int& control_id) const {
+  const TrapIndex* row = m_index_array;
+  while (row->m_varid != 0 && row->m_varid != varid) {
+    ++row;
+  }
+  if (row->m_varid == 0) {
+    return 0;
+  }
+  const unsigned int i1 = index & 0xFF;
+  const unsigned int i2 = (index >> 8) & 0xFF;
+  CTRL_ASSERT(i2 < row->m_d2);
+  control_id = row->m_controlid;
+  return static_cast<int>(row->m_base + static_cast<unsigned int>(data) +
+                          2 * (i2 * row->m_d1 + i1));
+}
+
+bool NetTrap::Send_enable(unsigned int varid, unsigned int index) const {
+  for (CtrlReadWrite* const* entry = m_ctrl_table; *entry != nullptr; ++entry) {
+    if ((*entry)->getVarID() == varid && (*entry)->getIndex() == index) {
+      unsigned char value[4];
+      (*entry)->get(value, sizeof value);
+      return ReadWriteVarMgr::convert(value, sizeof value) != 0;
+    }
+  }
+  return false;
+}
+
+bool NetTrap::findTrap(const void* buf, unsigned int size, unsigned int& varid,
+                       int& specific) const {
+  status_t header;
+  CTRL_ASSERT(size >= sizeof header);
+  std::memcpy(&header, buf, sizeof header);
+  unsigned int control_id = 0;
+  varid = header.wVariable;
+  specific = Lookup_specific(varid, header.wIndex, stateWordOf(header, buf, size), control_id);
+  if (specific == 0) {
+    std::printf("NetTrap::Send, wrong varid/index[%u/0x%04x]\n", varid,
+                static_cast<unsigned int>(header.wIndex));
+    return false;
+  }
+  return true;
+}
+
+bool NetTrap::makeCommand(const void* buf, unsigned int size, Command& text) const {
+  unsigned int varid = 0;
+  int specific = 0;
+  if (!findTrap(buf, size, varid, specific)) {
+    return false;
+  }
+  const int length = std::snprintf(text, sizeof text, TRAP_COMMAND_FORMAT, m_trap_mgr,
+                                   static_cast<unsigned int>(specific));
+  if (length < 0 || length >= static_cast<int>(sizeof text)) {
+    std::puts("NetTrap::Send, trap manager address is too long");
+    return false;
+  }
+  std::printf("sending trap command: %s\n", text);
+  return true;
+}
+
+bool NetTrap::sendCommand(const Command& text) const {
+  const size_t size = std::strlen(text) + 1;
+  for (size_t sent = 0; sent < size;) {
+    // A peer that has closed is a failure of this trap, not the end of the process.
+    const ssize_t count = send(m_sock, text + sent, size - sent, MSG_NOSIGNAL);
+    if (count >= 0) {
+      sent += static_cast<size_t>(count);
+    } else if (errno != EINTR || sent == 0) {
+      std::puts("Fail sending trap");
+      return false;
+    }
+  }
+  return true;
+}
+
+NetTrap::Outcome NetTrap::sendVia(const char* host, const void* buf, unsigned int size) {
+  CTRL_ASSERT(buf != nullptr);
+  CTRL_ASSERT(size != 0);
+  CTRL_ASSERT(m_trap_mgr != nullptr);
+  std::puts("NetTrap::Send");
+  if (m_sock < 0) {
+    m_sock = setup_client(host, S_TRAP_PORT);
+    if (m_sock < 0) {
+      std::puts("NetTrap::Send---> can not connect to trap generation server");
+      return NOT_SENT;
+    }
+  }
+  Command text;
+  if (!makeCommand(buf, size, text)) {
+    return NOT_SENT;
+  }
+  return sendCommand(text) ? SENT : BROKEN;
+}
+
+int NetTrap::Send(const void* buf, unsigned int size) {
+  return sendVia(m_trap_mgr, buf, size) == SENT ? 0 : -1;
+}
+
+int NetTrap::Exit() {
+  std::puts("NetTrap::Exit: close the trap socket");
+  if (m_sock >= 0) {
+    close(m_sock);
+  }
+  return 0;
+}
+
+NetReconnectTrap::~NetReconnectTrap() {
+  drop();
+}
+
+void NetReconnectTrap::drop() {
+  if (m_sock >= 0) {
+    close(m_sock);
+    m_sock = -1;
+  }
+}
+
+// The server never writes, so whatever makes its socket readable is the end of the connection. A
+// send alone would not tell: the first one after the server's end still succeeds, into the void.
+bool NetReconnectTrap::serverGone() const {
+  pollfd event = {m_sock, POLLIN, 0};
+  return poll(&event, 1, 0) > 0;
+}
+
+int NetReconnectTrap::Send(const void* buf, unsigned int size) {
+  if (m_sock >= 0 && serverGone()) {
+    drop();
+  }
+  const Outcome outcome = sendVia(LOOPBACK, buf, size);
+  if (outcome == BROKEN) {
+    drop();
+  }
+  return outcome == SENT ? 0 : -1;
+}
+
+int NetReconnectTrap::Exit() {
+  std::puts("NetTrap::Exit: close the trap socket");
+  drop();
+  return 0;
+}
+
+NetHookTrap::NetHookTrap(TrapIndex* index_array, CtrlReadWrite** ctrl_table,
+                         trap_mgr_hook_t trap_func)
+    : NetTrap(index_array, ctrl_table), m_trapFunc(trap_func) {
+  CTRL_ASSERT(trap_func != nullptr);
+}
+
+NetHookTrap::~NetHookTrap() = default;
+
+int NetHookTrap::Send(const void* buf, unsigned int size) {
+  CTRL_ASSERT(buf != nullptr);
+  CTRL_ASSERT(size != 0);
+  unsigned int varid = 0;
+  int specific = 0;
+  if (!findTrap(buf, size, varid, specific)) {
+    return -1;
+  }
+  return m_trapFunc(static_cast<int>(varid), specific, "Trap");
+}
+
+int NetHookTrap::Exit() {
+  std::puts("NetTrap::Exit");
+  return 0;
+}
+
+NetDevice::NetDevice(TrapIndex* index_array, CtrlReadWrite** ctrl_table, trap_mgr_hook_t trap_func)
+    : m_net_trap(index_array, ctrl_table, trap_func), cmdStsIface(&m_net_trap) {}
