@@ -6,6 +6,7 @@
 // null table or device stops the process.
 #pragma once
 
+#include "bitmanip.h"  // BYTE_MASK, which belongs to this interface too
 #include "ctrltrapwrap.h"
 #include "netdev.h"
 #include "tessel_timer.h"

@@ -1,0 +1,144 @@
+// The other end of a socket, on 127.0.0.1, and what several tests need around it.
+#pragma once
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+/// Held by every test that uses the fixed port of the trap generation server, across all build
+/// trees of this machine.
+class TrapPortLock {
+ public:
+  TrapPortLock() : file(open("/tmp/front_panel_trap_port.lock", O_RDONLY | O_CREAT, 0666)) {
+    EXPECT_EQ(flock(file, LOCK_EX), 0) << "the lock file of the trap port: " << strerror(errno);
+  }
+  ~TrapPortLock() { close(file); }
+
+ private:
+  const int file;
+};
+
+/// The number of descriptors that this process has open.
+inline unsigned int openDescriptors() {
+  DIR* const dir = opendir("/proc/self/fd");
+  unsigned int count = 0;
+  while (readdir(dir) != nullptr) {
+    ++count;
+  }
+  closedir(dir);
+  return count;
+}
+
+inline sockaddr_in loopbackAddress(unsigned short port) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+/// A socket of `type` bound to `port` of the loopback address, 0 for any free one; -1 if taken.
+inline int boundOnLoopback(int type, unsigned short port) {
+  const int sock = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  const sockaddr_in address = loopbackAddress(port);
+  if (bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    close(sock);
+    return -1;
+  }
+  return sock;
+}
+
+inline unsigned short portOf(int sock) {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  getsockname(sock, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin_port);
+}
+
+/// A port that was free a moment ago.
+inline unsigned short freePort(int type) {
+  const int sock = boundOnLoopback(type, 0);
+  const unsigned short port = portOf(sock);
+  close(sock);
+  return port;
+}
+
+/// A stream connected to `port`, -1 when nobody listens there.
+inline int connectTo(unsigned short port) {
+  const int sock = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in address = loopbackAddress(port);
+  if (connect(sock, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    close(sock);
+    return -1;
+  }
+  return sock;
+}
+
+/// A server of zero-terminated texts that is started, read and stopped by the test.
+class TextServer {
+ public:
+  explicit TextServer(unsigned short port) : listener(boundOnLoopback(SOCK_STREAM, port)) {
+    EXPECT_GE(listener, 0) << "port " << port << " is taken";
+    const int small = 4096;  // what a client may have under way before it has to wait
+    setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    listen(listener, 8);
+  }
+  ~TextServer() {
+    for (const int sock : {listener, client}) {
+      if (sock >= 0) {
+        close(sock);
+      }
+    }
+  }
+  unsigned short port() const { return portOf(listener); }
+  /// Waits for the next client and reads from that one from now on.
+  void acceptClient() {
+    const int next = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (client >= 0) {
+      close(client);
+    }
+    client = next;
+    rest.clear();
+  }
+  /// The same, without waiting for one.
+  void acceptPending() {
+    pollfd event = {listener, POLLIN, 0};
+    if (poll(&event, 1, 0) > 0) {
+      acceptClient();
+    }
+  }
+
+  /// Appends every whole text that has come to `all`; what is left stays in `rest`.
+  void appendTexts(std::vector<std::string>& all) {
+    char block[4096];
+    for (ssize_t n; (n = recv(client, block, sizeof block, MSG_DONTWAIT)) > 0;) {
+      rest.append(block, static_cast<size_t>(n));
+    }
+    size_t begin = 0;
+    for (size_t zero; (zero = rest.find('\0', begin)) != std::string::npos; begin = zero + 1) {
+      all.push_back(rest.substr(begin, zero - begin));
+    }
+    rest.erase(0, begin);
+  }
+  std::vector<std::string> texts() {
+    std::vector<std::string> all;
+    appendTexts(all);
+    return all;
+  }
+  std::string rest;
+
+ private:
+  const int listener;
+  int client = -1;
+};
