@@ -1,0 +1,112 @@
+// Value buffers of any bytes and lengths through validate, set, confirm and get.
+//
+// The input is a run of requests: one byte for the control, one for the length, the value's bytes.
+// Whatever arrives, a value in force lies within its bounds, and no byte behind a buffer is
+// touched, which the sanitizer sees because every buffer has its exact size on the heap.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "simplectrlwrapvar.h"
+#include "simplevarmgr.h"
+
+namespace {
+
+const bounds_t GAPPED[] = {{-20, 10}, {20, 30}, BOUNDS_END};
+
+void require(bool cond) {
+  if (!cond) {
+    std::abort();
+  }
+}
+
+class Command : public SimpleCtrlCmd {
+ public:
+  using SimpleCtrlCmd::SimpleCtrlCmd;
+  CTRL_DATA_TYPE getType() const override { return DATA_TYPE_INT; }
+  int confirm() override {
+    require(val >= 0 && val <= 3);
+    return 0;
+  }
+};
+
+const bounds_t COMMANDS[] = {{0, 3}, BOUNDS_END};
+const unsigned int MEMBERS[] = {4};
+
+struct Device {
+  Device() {
+    CtrlReadWrite* table[] = {&clip, &wrap, &on, &text, &command, nullptr};
+    CtrlRead* none[] = {nullptr};
+    ctrl_sys_init(&rwTree, &readTree, table, none, queue, 8, nullptr, 0, nullptr, nullptr, nullptr,
+                  nullptr, nullptr, nullptr);
+  }
+
+  void check() const {
+    require((clipGlobal >= -20 && clipGlobal <= 10) || (clipGlobal >= 20 && clipGlobal <= 30));
+    require((wrapGlobal >= -20 && wrapGlobal <= 10) || (wrapGlobal >= 20 && wrapGlobal <= 30));
+    require(onGlobal == 0 || onGlobal == 1);
+    require(std::memchr(textGlobal, 0, sizeof textGlobal) != nullptr);
+    for (const char* c = textGlobal; *c != 0; ++c) {
+      require(*c >= ' ' && *c <= '~');
+    }
+  }
+
+  alignas(4) char rwPool[2 * (AVLTree::NODE_SIZE + sizeof(ReadWriteNode))];
+  AVLTree rwTree{rwPool, sizeof rwPool, sizeof(ReadWriteNode)};
+  AVLTree readTree{nullptr, 0, sizeof(ReadNode)};
+  CtrlReadWrite* queue[8];
+  CtrlReadWrite* family[4];
+  CtrlReadWrite* commands[1];
+  bool familyFirst = true;
+  bool commandFirst = true;
+  int clipGlobal = 0;
+  int wrapGlobal = 0;
+  int onGlobal = 0;
+  char textGlobal[9] = {};
+  char textWork[9];
+  RefreshMgr group;
+  ReadWriteVarMgrSimpleInt clipVar{clipGlobal, group, 0, GAPPED, RANGE_CLIP};
+  ReadWriteVarMgrSimpleInt wrapVar{wrapGlobal, group, 0, GAPPED, RANGE_WRAP};
+  ReadWriteVarMgrSimpleBool onVar{onGlobal, group, ReadWriteVarMgrBool::OFF, RANGE_CLIP};
+  ReadWriteVarMgrSimpleStr textVar{
+      group, textGlobal, textWork, sizeof textWork, ReadWriteVarMgrStr::BOUNDS_PRINTABLE, "unit"};
+  SimpleCtrlReadWriteVarMgr clip{1, 0, clipVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
+  SimpleCtrlReadWriteVarMgr wrap{1, 1, wrapVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
+  SimpleCtrlReadWriteVarMgr on{1, 2, onVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
+  SimpleCtrlReadWriteVarMgr text{1, 3, textVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
+  Command command{2, 0, COMMANDS, commandFirst, commands, 1, nullptr, 0, nullptr, RANGE_CLIP};
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Device device;
+  const std::uint8_t* const end = data + size;
+  while (end - data >= 2) {
+    const unsigned int which = data[0];
+    const unsigned int length = data[1] % 16;
+    data += 2;
+    if (end - data < static_cast<std::ptrdiff_t>(length)) {
+      break;
+    }
+    const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[length]);
+    std::memcpy(exact.get(), data, length);
+    data += length;
+    // Also ids, indices and subscripts that are not there.
+    const unsigned int varid = which % 4;
+    const unsigned int varidx = which / 4 % 8;
+    const int set = ctrlDoValidateSet(varid, varidx, exact.get(), length);
+    const std::unique_ptr<char[]> out(new char[length]);
+    const int got = ctrlDoGet(varid, varidx, length, out.get());
+    require(set != CTRL_ERR_SUCCESS || got == CTRL_ERR_SUCCESS);
+    if (which >= 128) {
+      ctrlDoConfirm();
+    }
+    device.check();
+  }
+  ctrlDoConfirm();
+  device.check();
+  return 0;
+}
