@@ -1,0 +1,107 @@
+// Preset store: up to 300 typed payloads that survive a power cut, and the handles to them.
+//
+// A PresetMgr is a small handle on one entry of the one store of the process. All its operations
+// work on the store's RAM copy and never wait for the medium; PresetMgr::service, called
+// periodically, brings the medium (pflash.h) into line in the background. A payload is opaque
+// bytes under a 13-bit type; several entries may have the same type, and an entry's number means
+// nothing to the caller.
+//
+// The store's memory is static and nothing allocates. There is no lock: handles, service, flush,
+// format and setFactory run on one thread, or the caller serialises them. The first of them runs
+// the start-up scan and takes as long as reading a block word by word. The process is stopped by a
+// null buffer where bytes have to move, and by a fault in the store's own bookkeeping; the content
+// of the medium never stops it.
+#pragma once
+
+/// Entries in each index table.
+constexpr unsigned int NUM_PRESETS = 300;
+
+/// Access to an entry: many readers or one writer.
+enum pmAccess_t {
+  PM_READ = 0,
+  PM_WRITE = 1,
+};
+
+/// Results of the handle operations. Each failure leaves the store as it was.
+enum {
+  ERR_OK = 0,            ///< done
+  ERR_NOT_FOUND = 1,     ///< no entry matches, no free entry, or the search has ended
+  ERR_CANNOT_OPEN = 2,   ///< the entry's use conflicts with the requested access
+  ERR_NOT_OPEN = 3,      ///< the handle is not open for this operation
+  ERR_WRITE_FAILED = 4,  ///< the block has no room for this payload, or it is empty
+  ERR_READ_FAILED = 6,   ///< the entry holds no data
+};
+
+/// A handle on one entry of the store. Closes itself; may be opened again without limit.
+class PresetMgr {
+ public:
+  /// A closed handle.
+  PresetMgr();
+  ~PresetMgr();
+  PresetMgr(const PresetMgr&) = delete;
+  PresetMgr& operator=(const PresetMgr&) = delete;
+
+  /// Opens the lowest user entry of `searchType`, whose top three bits are dropped, as on every
+  /// open. Every open first closes an open handle; one that fails leaves it closed.
+  /// ERR_OK, ERR_NOT_FOUND, or ERR_CANNOT_OPEN with the search standing on the busy entry.
+  int openFirst(unsigned short searchType, pmAccess_t access);
+
+  /// Opens the lowest factory entry of `searchType` for reading. Results as openFirst.
+  int openFirstFactory(unsigned short searchType);
+
+  /// Opens the next entry of this handle's search, with its access. Results as openFirst.
+  int openNext();
+
+  /// Takes the lowest free user entry for writing. It holds no preset, and no search finds it,
+  /// until the first write; closed without one, it is free again. ERR_OK or ERR_NOT_FOUND.
+  int openNew(unsigned short openType);
+
+  /// Gives the entry back. ERR_OK or ERR_NOT_OPEN.
+  int close();
+
+  /// Replaces the entry's payload with the `len` bytes at `buf`. They can be read at once and
+  /// reach the medium later; bytes equal to the present payload change nothing and start no timer.
+  /// ERR_OK; ERR_NOT_OPEN when not open for writing; ERR_WRITE_FAILED when `len` is 0 or all live
+  /// payloads, each with its header of 6 bytes and rounded up to even, would no longer fit one
+  /// block behind its header of 4 bytes. REQUIRES: `buf` is not null.
+  int write(const void* buf, unsigned int len);
+
+  /// Copies the payload to `buf`. `len` is the room in `buf` on entry, and a smaller one truncates;
+  /// on return it is the number of bytes delivered. ERR_OK; ERR_NOT_OPEN; ERR_READ_FAILED when
+  /// nothing has been written to the entry. REQUIRES: `buf` is not null unless `len` is 0.
+  int read(void* buf, unsigned int& len);
+
+  /// Deletes the preset and closes the handle. ERR_OK, or ERR_NOT_OPEN when not open for writing.
+  int remove();
+
+  /// One pass of the write-behind service: moves one word or starts one erase, never waits.
+  /// Changes reach the medium 20 seconds after the last of a run of writes and 60 seconds after
+  /// the first, one word per pass. The application calls it periodically, at any period.
+  static void service();
+
+  /// One pass that does not wait for the times above. 1: work is left. 0: the medium holds
+  /// everything; to get there the caller repeats flush. 0 also before the store's first use.
+  static int flush();
+
+  /// Empties the user store. Open handles lose their entries: read and write return ERR_NOT_OPEN.
+  /// The medium is erased by the passes that follow.
+  static void format();
+
+  /// Installs the factory image of `len` bytes at `buf`, which stays valid and unchanged while it
+  /// is installed; a null `buf` or a `len` of 0 removes it. Open factory handles lose their
+  /// entries. 0, or 1 for a bad image, which leaves none installed.
+  static int setFactory(void* buf, unsigned int len);
+
+ private:
+  static void initGlob();
+  int open(bool first);
+  bool isOpenForWriting() const;
+  bool isCurrent() const;
+
+  bool isOpen = false;
+  pmAccess_t acc = PM_READ;
+  unsigned int id = NUM_PRESETS;  // also the search cursor
+  unsigned short type = 0xFFFF;
+  bool userPreset = true;  // else a factory entry
+  unsigned int epoch = 0;  // of the table when the handle was opened
+};
