@@ -1,0 +1,36 @@
+// Commands: what a person can type, as tables.
+//
+// A command is a row of a table. A feature brings a table of its own, in a file of its own, and
+// main.cpp lists the tables in COMMAND_TABLES; "help" and completion follow from them. Main thread
+// only.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// One command.
+struct Command {
+  const char* name;
+  const char* usage;  ///< the arguments, as "help" writes them
+  const char* help;   ///< one line
+  /// Carries the command out. `args` is the rest of the line, without blanks round it. False when
+  /// it was refused; the reason has been printed.
+  bool (*run)(const char* args);
+  /// The whole words that begin with `word`, for an argument of this command; null for none.
+  std::vector<std::string> (*complete)(const std::string& word);
+};
+
+/// All tables, each ended by a null name, the list by null. Defined in main.cpp.
+extern const Command* const COMMAND_TABLES[];
+
+/// list, get, set, confirm, inc, watch, wait, save, help, quit.
+extern const Command CONTROL_COMMANDS[];
+
+/// Runs one line. An empty one and one that begins with # does nothing. False when it was refused.
+bool runCommand(const std::string& line);
+
+/// For the console: what may stand at the end of `before`.
+std::vector<std::string> completeCommand(const std::string& before);
+
+/// Prints the table of the families with their present values.
+void listFamilies();

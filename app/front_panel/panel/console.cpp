@@ -1,0 +1,340 @@
+#include "console.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <clocale>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cwchar>
+
+#ifdef PANEL_LIBEDIT
+#include <histedit.h>
+#endif
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds PERIOD(100);
+
+ConsoleHooks hook;
+std::atomic<int> stopSignal{0};  // the signal that asks the panel to end, or 0
+bool ending = false;
+bool atPrompt = false;  // a line is being edited on the terminal
+bool redraw = false;
+std::string unread;  // what was read from a pipe and not yet given out
+
+static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+
+void onSignal(int number) {
+  stopSignal = number;
+}
+
+void catchSignals() {
+  struct sigaction action = {};
+  action.sa_handler = onSignal;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGHUP, &action, nullptr);
+  // A reader of our output that goes away must not take an unsaved setting with it.
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+void print(const char* lead, const char* format, va_list args) {
+  char text[1024];
+  std::vsnprintf(text, sizeof text, format, args);
+  std::printf("%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
+  redraw = atPrompt;
+}
+
+void refreshPrompt();
+
+void runPeriodic() {
+  static Clock::time_point last;
+  if (Clock::now() - last < PERIOD) {
+    return;
+  }
+  last = Clock::now();
+  hook.periodic();
+  if (redraw && atPrompt) {
+    refreshPrompt();
+  }
+  redraw = false;
+}
+
+// Waits until `fd` can be read (-1 for none), `end` has come, or the panel is to end. The other
+// threads may take the signal, so the flag is looked at every period.
+enum Wake { INPUT, TIMEOUT, STOP };
+Wake waitFor(int fd, Clock::time_point end) {
+  for (;;) {
+    runPeriodic();
+    if (ending || stopSignal != 0) {
+      return STOP;
+    }
+    const auto now = Clock::now();
+    if (now >= end) {
+      return TIMEOUT;
+    }
+    auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(end - now);
+    wait = wait < PERIOD ? wait + std::chrono::milliseconds(1) : PERIOD;
+    pollfd input = {fd, POLLIN, 0};
+    if (poll(&input, 1, static_cast<int>(wait.count())) > 0) {
+      return INPUT;
+    }
+  }
+}
+
+// Reads what there is; false at the end of the input or when the panel is to end.
+bool readMore(char* buf, std::size_t size, std::size_t& got) {
+  while (waitFor(STDIN_FILENO, Clock::time_point::max()) == INPUT) {
+    const ssize_t n = read(STDIN_FILENO, buf, size);
+    if (n > 0) {
+      got = static_cast<std::size_t>(n);
+      return true;
+    }
+    if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
+      return false;
+    }
+  }
+  return false;
+}
+
+bool readPlainLine(std::string& line) {
+  std::size_t end;
+  while ((end = unread.find('\n')) == std::string::npos) {
+    char buf[4096];
+    std::size_t got;
+    if (!readMore(buf, sizeof buf, got)) {
+      line.swap(unread);
+      unread.clear();
+      return !line.empty() && stopSignal == 0;
+    }
+    unread.append(buf, got);
+  }
+  line = unread.substr(0, end);
+  unread.erase(0, end + 1);
+  runPeriodic();
+  return stopSignal == 0;
+}
+
+#ifdef PANEL_LIBEDIT
+
+EditLine* editor = nullptr;
+History* history_ = nullptr;
+std::string promptText;
+
+char* prompt(EditLine*) {
+  return promptText.data();
+}
+
+void refreshPrompt() {
+  std::fputs("\r\033[K", stdout);
+  std::fflush(stdout);
+  el_set(editor, EL_REFRESH);
+}
+
+// Gives the editor its next character, and the periodic work its time.
+int readChar(EditLine*, wchar_t* out) {
+  std::mbstate_t state = {};
+  for (;;) {
+    char byte;
+    std::size_t got;
+    atPrompt = true;
+    const bool more = readMore(&byte, 1, got);
+    atPrompt = false;
+    if (!more) {
+      return 0;
+    }
+    const std::size_t length = std::mbrtowc(out, &byte, 1, &state);
+    if (length == static_cast<std::size_t>(-1)) {
+      *out = L'?';  // no character of the user's locale
+      return 1;
+    }
+    if (length != static_cast<std::size_t>(-2)) {
+      return 1;
+    }
+  }
+}
+
+void listCandidates(const std::vector<std::string>& found) {
+  constexpr std::size_t WIDTH = 76;
+  std::string row;
+  std::fputc('\n', stdout);
+  for (const std::string& candidate : found) {
+    if (!row.empty() && row.size() + candidate.size() + 2 > WIDTH) {
+      say("%s", row.c_str());
+      row.clear();
+    }
+    row += (row.empty() ? "" : "  ") + candidate;
+  }
+  say("%s", row.c_str());
+}
+
+unsigned char completeLine(EditLine* el, int) {
+  const LineInfo* const info = el_line(el);
+  const std::string before(info->buffer, info->cursor);
+  const std::size_t word = before.size() - (before.find_last_of(" \t") + 1);
+  const std::vector<std::string> found = hook.complete(before);
+  if (found.empty()) {
+    return CC_ERROR;
+  }
+  std::string common = found.front();
+  for (const std::string& candidate : found) {
+    std::size_t same = 0;
+    while (same < common.size() && same < candidate.size() && common[same] == candidate[same]) {
+      ++same;
+    }
+    common.resize(same);
+  }
+  if (found.size() == 1) {
+    common += ' ';
+  }
+  if (common.size() > word) {
+    el_insertstr(el, common.c_str() + word);
+    return CC_REFRESH;
+  }
+  listCandidates(found);
+  return CC_REDISPLAY;
+}
+
+void startEditor() {
+  constexpr int HISTORY_LINES = 500;
+  std::setlocale(LC_CTYPE, "");
+  editor = el_init("panel", stdin, stdout, stderr);
+  history_ = history_init();
+  if (editor == nullptr || history_ == nullptr) {
+    return;
+  }
+  HistEvent event;
+  history(history_, &event, H_SETSIZE, HISTORY_LINES);
+  history(history_, &event, H_SETUNIQUE, 1);
+  el_set(editor, EL_PROMPT, prompt);
+  el_set(editor, EL_EDITOR, "emacs");
+  el_set(editor, EL_HIST, history, history_);
+  el_set(editor, EL_GETCFN, readChar);
+  el_set(editor, EL_ADDFN, "panel-complete", "Complete a command or a control", completeLine);
+  el_set(editor, EL_BIND, "^I", "panel-complete", nullptr);
+  el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+  el_source(editor, nullptr);
+}
+
+bool readEditedLine(std::string& line) {
+  promptText = hook.prompt();
+  int count = 0;
+  const char* const text = el_gets(editor, &count);
+  if (text == nullptr || count <= 0 || stopSignal != 0) {
+    std::fputc('\n', stdout);
+    return false;
+  }
+  line.assign(text, static_cast<std::size_t>(count));
+  if (line.back() == '\n') {
+    line.pop_back();
+  }
+  if (line.find_first_not_of(" \t") != std::string::npos) {
+    HistEvent event;
+    history(history_, &event, H_ENTER, line.c_str());
+  }
+  return true;
+}
+
+#else
+
+void* const editor = nullptr;
+void refreshPrompt() {}
+void startEditor() {}
+bool readEditedLine(std::string&) {
+  return false;
+}
+
+#endif
+
+}  // namespace
+
+void consoleStart(const ConsoleHooks& hooks) {
+  hook = hooks;
+  // Each line goes out at once, also to a file or a pipe, in one order with the library's lines.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  catchSignals();
+  if (consoleInteractive()) {
+    startEditor();
+  }
+}
+
+void consoleEnd() {
+#ifdef PANEL_LIBEDIT
+  if (editor != nullptr) {
+    el_end(editor);
+    editor = nullptr;
+  }
+  if (history_ != nullptr) {
+    history_end(history_);
+    history_ = nullptr;
+  }
+#endif
+}
+
+bool consoleInteractive() {
+  return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+}
+
+bool consoleReadLine(std::string& line) {
+  if (ending || stopSignal != 0) {
+    return false;
+  }
+  if (editor != nullptr) {
+    return readEditedLine(line);
+  }
+  if (consoleInteractive()) {
+    std::fputs(hook.prompt().c_str(), stdout);
+    std::fflush(stdout);
+  }
+  return readPlainLine(line);
+}
+
+bool consolePause(unsigned int ms) {
+  const int fd = consoleInteractive() ? STDIN_FILENO : -1;
+  switch (waitFor(fd, Clock::now() + std::chrono::milliseconds(ms))) {
+    case TIMEOUT:
+      return true;
+    case INPUT: {
+      char line[256];
+      return read(fd, line, sizeof line) < 0;  // Enter: the line belongs to this wait
+    }
+    case STOP:
+      break;
+  }
+  int interrupt = SIGINT;
+  if (fd >= 0 && stopSignal.compare_exchange_strong(interrupt, 0)) {
+    std::fputc('\n', stdout);  // Ctrl-C ends the wait only
+  }
+  return false;
+}
+
+void consoleQuit() {
+  ending = true;
+}
+
+void consoleRedraw() {
+  redraw = true;
+}
+
+void say(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  print("", format, args);
+  va_end(args);
+}
+
+bool complain(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  print("error: ", format, args);
+  va_end(args);
+  return false;
+}

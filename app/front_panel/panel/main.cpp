@@ -1,0 +1,122 @@
+// The panel application: start-up, the periodic loop, and the end.
+#include <getopt.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "commands.h"
+#include "console.h"
+#include "device.h"
+#include "saving.h"
+#include "tessel_timer.h"
+
+// What a feature adds to the panel, each in a file of its own: a table of commands, and work for
+// the periodic loop.
+
+const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, nullptr};
+
+namespace {
+
+void (*const PERIODIC[])() = {driftTemperatures};
+
+void runPeriodic() {
+  for (void (*const work)() : PERIODIC) {
+    work();
+  }
+}
+
+constexpr int EXIT_REFUSED = 1;
+constexpr int EXIT_USAGE = 2;
+
+const char USAGE[] =
+    "Usage: panel [--dir DIR]\n"
+    "The front panel of a four-channel signal processor. Type commands at its prompt, or pipe\n"
+    "them in, one per line: printf 'set gain 2 1 -6\\nconfirm\\n' | panel\n"
+    "  --dir DIR   keep the files of the panel in DIR instead of the working directory\n"
+    "  --help      this text\n"
+    "Ends with 0, or with 1 when a command was refused, or with 2 when it cannot start.\n";
+
+struct Options {
+  const char* dir = nullptr;
+};
+
+// Reads the options; a result of 0 or more ends the process.
+int parseOptions(int argc, char** argv, Options& options) {
+  enum { DIR = 1, HELP };
+  static const option LONG[] = {
+      {"dir", required_argument, nullptr, DIR}, {"help", no_argument, nullptr, HELP}, {}};
+  for (;;) {
+    switch (getopt_long(argc, argv, "", LONG, nullptr)) {
+      case DIR:
+        options.dir = optarg;
+        break;
+      case HELP:
+        std::fputs(USAGE, stdout);
+        return 0;
+      case -1:
+        if (optind == argc) {
+          return -1;
+        }
+        std::fprintf(stderr, "panel: what is %s?\n", argv[optind]);
+        [[fallthrough]];
+      default:
+        std::fputs(USAGE, stderr);
+        return EXIT_USAGE;
+    }
+  }
+}
+
+std::string prompt() {
+  static bool first = true;
+  const unsigned int waiting = waitingSets();
+  const std::string hint = waiting > 0 ? " (" + std::to_string(waiting) + " to confirm)"
+                           : first     ? " (try: set gain 2 1 -6)"
+                                       : "";
+  first = false;
+  return "panel" + hint + "> ";
+}
+
+void banner() {
+  say("Front panel of a four-channel signal processor. Lines with this mark are the panel's,");
+  say("all others the library's.");
+  say(" ");
+  listFamilies();
+  say(" ");
+  say("Try: set gain 2 1 -6, then confirm. \"help\" shows all commands, Tab completes, \"quit\" "
+      "ends.");
+}
+
+// Serves commands until the input ends. False when one of them was refused.
+bool serve() {
+  bool good = true;
+  std::string line;
+  while (consoleReadLine(line)) {
+    good = runCommand(line) && good;
+  }
+  return good;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  const int end = parseOptions(argc, argv, options);
+  if (end >= 0) {
+    return end;
+  }
+  if (options.dir != nullptr && chdir(options.dir) != 0) {
+    std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir, std::strerror(errno));
+    return EXIT_USAGE;
+  }
+  consoleStart({runPeriodic, completeCommand, prompt});
+  Timer_thread::Instance()->Init();
+  deviceInit();
+  if (consoleInteractive()) {
+    banner();
+  }
+  const bool good = serve();
+  consoleEnd();
+  return good || consoleInteractive() ? 0 : EXIT_REFUSED;
+}
