@@ -1,0 +1,64 @@
+// A writer of component files that shares nothing with the library: bytes by offset, CRC by bit.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace component {
+
+/// The register after `bytes`: each bit pushes the register on, and comes in at its low end.
+inline unsigned int crcByBits(unsigned int crc, const std::string& bytes) {
+  for (const char byte : bytes) {
+    for (int bit = 7; bit >= 0; --bit) {
+      const bool out = crc >= 0x8000;
+      crc = (crc * 2 + (static_cast<unsigned char>(byte) >> bit & 1)) % 0x10000;
+      crc = out ? crc ^ 0x1021 : crc;
+    }
+  }
+  return crc;
+}
+
+inline std::string number(unsigned long val) {
+  std::string bytes;
+  for (unsigned long unit = 0x1000000; unit > 0; unit /= 0x100) {
+    bytes += static_cast<char>(static_cast<unsigned char>(val / unit % 0x100));
+  }
+  return bytes;
+}
+
+inline std::string text(const std::string& t, std::size_t width) {
+  return t + std::string(width - t.size(), '\0');
+}
+
+/// A header with its CRC behind it.
+inline std::string closed(const std::string& header) {
+  return header + number(crcByBits(0xFFFF, header + std::string(2, '\0')));
+}
+
+struct File {
+  std::string name;
+  std::string data;
+};
+
+inline std::string subcomponent(const File& file) {
+  return closed(text(file.name, 52) + number(file.data.size()) +
+                number(crcByBits(0xFFFF, file.data)) + text("tag", 52)) +
+         file.data;
+}
+
+inline std::string componentHeader(std::size_t numFiles, const std::string& product = "Mixer") {
+  return closed(text(product, 31) + text("boot", 31) + text("FP-2", 6) + '\x03' + '\xC8' +
+                text("3.200 beta", 11) + text("2004-02-29 12:00:00", 26) +
+                static_cast<char>(static_cast<unsigned char>(numFiles)));
+}
+
+inline std::string component(const std::vector<File>& files) {
+  std::string bytes = componentHeader(files.size());
+  for (const File& file : files) {
+    bytes += subcomponent(file);
+  }
+  return bytes;
+}
+
+}  // namespace component
