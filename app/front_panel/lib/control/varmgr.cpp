@@ -151,6 +151,12 @@ void ReadWriteVarMgrStr::setChar(char c, unsigned int pos) {
   }
 }
 
+void ReadWriteVarMgrStr::restore(const void* text) {
+  if (str != nullptr && len > 0) {
+    std::memcpy(str, text, len);
+  }
+}
+
 void getCurVarMgrVal(ReadBufVarMgr& var, void* buf, unsigned int size) {
   var.refresh();
   var.get(buf, size);

@@ -95,6 +95,8 @@ class ReadWriteVarMgrInt : public ReadWriteVarMgr {
 
   /// The working value.
   int get() const { return val; }
+  /// Puts back a working value that get() gave earlier, as it is: bounds are not applied.
+  void restore(int v) { val = v; }
   /// The bounds list; its row count goes to `n`.
   const bounds_t* getBounds(unsigned int& n) const {
     n = numBounds;
@@ -167,6 +169,9 @@ class ReadWriteVarMgrStr : public ReadWriteVarMgr {
   /// Sets the character at `pos`, forced into the class; a zero byte cuts the text there. `pos`
   /// may equal the text's length, which appends; beyond it, or at maxlen(), nothing happens.
   void setChar(char c, unsigned int pos);
+  /// Puts back the maxlen() bytes that get() pointed at earlier, as they are: the class is not
+  /// applied.
+  void restore(const void* text);
 
  protected:
   char* const str;

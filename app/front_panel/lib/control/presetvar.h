@@ -1,0 +1,76 @@
+// Preset fields: how one entry of a preset image is packed, unpacked and made effective.
+//
+// Mind the direction of the words: set sets the image from the variable, get gets the variable
+// from the image. An image is the bit streams of its fields one behind the other, without tags or
+// lengths, so a field takes the same number of bits each time; `bufSize` is the room in bits that
+// is left at the call, and the cursor is that of bitmanip.h.
+//
+// A change of a variable from an image has three steps over the whole list: get (or reset) begins
+// the variable's transaction and stages the value, commit publishes it, endCommit ends the
+// transaction. The application owns the fields and the variables; a variable outlives its field.
+// Nothing allocates, prints or locks: one thread at a time.
+#pragma once
+
+#include "varmgr.h"
+
+/// One entry of a preset image.
+class PresetField {
+ public:
+  virtual ~PresetField() = default;
+
+  /// Prepares the field. Runs once, before set and get.
+  virtual void init() {}
+  /// Begins a change and stages the initial value. 0 when staged, 1 when the change was refused.
+  virtual int reset() = 0;
+  /// Writes the field to the stream. The bits that it took, or -1: no room.
+  virtual int set(void** buf, unsigned int bufSize, unsigned int& startBit) = 0;
+  /// Begins a change and stages the value read from the stream. The bits that the field took, or
+  /// -1: no room, or -2: the change was refused.
+  virtual int get(void** buf, unsigned int bufSize, unsigned int& startBit) = 0;
+  /// Publishes the staged value if it is consistent. 0 when published, 1 when not.
+  virtual int commit() const = 0;
+  /// Ends the change, whatever went before.
+  virtual void endCommit() = 0;
+
+  /// What width() answers for a field whose width is not known.
+  static constexpr int WIDTH_UNKNOWN = -1;
+
+  // What recallPreset needs besides get, reset and endCommit. A field class of the application
+  // takes part in recalls once it overrides width(), and keep() and putBack() if its get or reset
+  // changes anything.
+
+  /// The bits that the field takes in every image, or WIDTH_UNKNOWN. Valid after init.
+  virtual int width() const { return WIDTH_UNKNOWN; }
+  /// The bytes of undo memory that keep() fills.
+  virtual unsigned int undoSize() const { return 0; }
+  /// Brings the variable up to date and notes its value, in the field itself or in the undoSize()
+  /// bytes at `undo`.
+  virtual void keep(void* /*undo*/) {}
+  /// Puts back exactly what keep() noted; a staged value is gone.
+  virtual void putBack(const void* /*undo*/) {}
+  /// Tells whether the staged value may be published: 0, or 1 when it is inconsistent.
+  virtual int check() const { return 0; }
+  /// Publishes the staged value without asking again; check() has answered 0.
+  virtual void publish() const { commit(); }
+};
+
+/// An entry that holds a variable. Set and get are left to the class for the type of its value.
+class PresetFieldVar : public PresetField {
+ public:
+  explicit PresetFieldVar(ReadWriteVarMgr& v);
+
+  /// Brings the variable to its initial value.
+  void init() override;
+  int reset() override;
+  int commit() const override;
+  void endCommit() override;
+  int check() const override;
+  void publish() const override;
+
+  /// Begins a change of the variable and stages the value in the value buffer `p` of `size` bytes.
+  /// 0 when staged, -2 when the change was refused. The transaction stays open.
+  int setVar(const void* p, unsigned int size);
+
+ protected:
+  ReadWriteVarMgr& var;
+};
