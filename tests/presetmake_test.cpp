@@ -1,0 +1,278 @@
+// Fields and images against a naive bit writer, and the calls that a list makes on its fields.
+#include "presetmake.h"
+
+#include <cstring>
+
+#include "fatal.h"
+#include "presetlist.h"
+
+namespace {
+
+constexpr unsigned char GUARD = 0xA5;
+
+// Packs the list into exactly `size` bytes and tells whether the bytes behind are untouched.
+int pack(const PresetList& list, unsigned int size, unsigned int verSize,
+         std::vector<unsigned char>& image) {
+  image.assign(size + 8, GUARD);
+  const int length = createPreset(image.data(), size, verSize, list.table());
+  for (std::size_t i = size; i < image.size(); ++i) {
+    EXPECT_EQ(image[i], GUARD) << "written behind the buffer";
+  }
+  image.resize(length < 0 ? 0 : static_cast<unsigned int>(length));
+  return length;
+}
+
+TEST(CreatePreset, MatchesTheNaiveWriterAndFailsAtEverySizeBelow) {
+  Random random(43);
+  for (int run = 0; run < 400; ++run) {
+    PresetList list;
+    for (unsigned int rows = random() % 9; rows > 0; --rows) {
+      list.addRandom(random);
+    }
+    ASSERT_EQ(initPreset(list.table()), list.version());
+    list.change(random);
+    const unsigned int verSize = 1 + static_cast<unsigned int>(run) % 4;
+    const auto expected = naiveImage(list.version(), verSize, list.bits(list.version()));
+    const unsigned int length = static_cast<unsigned int>(expected.size());
+    std::vector<unsigned char> image;
+    for (unsigned int size = 0; size < length; ++size) {
+      ASSERT_EQ(pack(list, size, verSize, image), -1) << size << " of " << length;
+    }
+    ASSERT_EQ(pack(list, length, verSize, image), static_cast<int>(length));
+    ASSERT_EQ(image, expected);
+    ASSERT_EQ(pack(list, length + 3, verSize, image), static_cast<int>(length));
+    ASSERT_EQ(image, expected);
+  }
+}
+
+TEST(CreatePreset, WorkedExample) {
+  PresetList list;
+  unsigned char scratch[3];
+  auto percent = std::make_unique<IntItem>(std::vector<bounds_t>{{0, 100}}, 100);
+  auto text = std::make_unique<StrItem>(nullptr, 2, PresetFieldVarStr::MODE_MANUAL, scratch,
+                                        sizeof scratch);
+  percent->set(100);
+  text->set("A");
+  list.add(0, PRESET_FIELD_VALID, std::move(percent));
+  list.add(1, 2, std::make_unique<IntItem>(8, false));
+  list.add(2, PRESET_FIELD_VALID, std::move(text));
+  initPreset(list.table());
+  std::vector<unsigned char> image;
+  EXPECT_EQ(pack(list, 1024, 1, image), 4);
+  EXPECT_EQ(image, (std::vector<unsigned char>{0x02, 0xC8, 0x82, 0x01}));
+}
+
+TEST(CreatePreset, VersionsAre32BitNumbersStoredByTheirLowBytes) {
+  PresetFieldFill none(true, 0);
+  PresetFieldFill spare(true, 0);
+  const unsigned long all = ~0UL;
+  const struct {
+    verPresetField_t rows[3];
+    unsigned long version;
+    unsigned char bytes[4];
+  } cases[] = {
+      {{{0, 0, nullptr}}, 0, {0, 0, 0, 0}},
+      {{{300, PRESET_FIELD_VALID, &none}, {0, 0, nullptr}}, 300, {0x2C, 0x01, 0, 0}},
+      {{{7, 0x80000001UL, &none}, {9, PRESET_FIELD_VALID, &spare}, {0, 0, nullptr}},
+       0x80000001UL,
+       {1, 0, 0, 0x80}},
+      {{{5, all, &none}, {0, 0, nullptr}}, 5, {5, 0, 0, 0}},
+      {{{1, 2, &none}, {3, 0xFFFFFFFEUL, &spare}, {0, 0, nullptr}},
+       0xFFFFFFFEUL,
+       {0xFE, 0xFF, 0xFF, 0xFF}},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(initPreset(c.rows), c.version);
+    EXPECT_EQ(presetListVersion(c.rows), c.version);
+    for (unsigned int verSize = 1; verSize <= 4; ++verSize) {
+      unsigned char image[8] = {};
+      ASSERT_EQ(createPreset(image, sizeof image, verSize, c.rows), static_cast<int>(verSize));
+      EXPECT_EQ(std::memcmp(image, c.bytes, verSize), 0) << c.version;
+    }
+  }
+}
+
+// A field that notes the calls on it in one common story.
+class Counting : public PresetField {
+ public:
+  Counting(std::string& s, char n) : story(s), name(n) {}
+  void init() override { note("init"); }
+  int reset() override { return note("reset", resetResult); }
+  int set(void**, unsigned int, unsigned int&) override { return note("set", setResult); }
+  int get(void**, unsigned int, unsigned int&) override { return note("get"); }
+  int commit() const override { return note("commit", commitResult); }
+  void endCommit() override { note("end"); }
+
+  int resetResult = 0;
+  int setResult = 0;
+  int commitResult = 0;
+
+ private:
+  int note(const char* call, int result = 0) const {
+    story += call;
+    story += name;
+    story += ' ';
+    return result;
+  }
+
+  std::string& story;
+  const char name;
+};
+
+class CallOrder : public testing::Test {
+ protected:
+  // The calls that `operation` made since the last look.
+  std::string calls() {
+    std::string s;
+    s.swap(story);
+    return s;
+  }
+
+  std::string story;
+  Counting a{story, 'A'}, b{story, 'B'}, c{story, 'C'}, d{story, 'D'};
+  // B was dropped; A, C and D are current.
+  const verPresetField_t list[5] = {{0, PRESET_FIELD_VALID, &a},
+                                    {0, 1, &b},
+                                    {1, PRESET_FIELD_VALID, &c},
+                                    {1, PRESET_FIELD_VALID, &d},
+                                    {0, 0, nullptr}};
+  const verPresetField_t dropped[2] = {{0, 4, &a}, {0, 0, nullptr}};
+  unsigned char buf[8] = {};
+};
+
+TEST_F(CallOrder, WholeLists) {
+  EXPECT_EQ(initPreset(list), 1UL);
+  EXPECT_EQ(calls(), "initA initB initC initD ");
+  EXPECT_EQ(resetPreset(list), 0);
+  EXPECT_EQ(calls(), "resetA resetC resetD commitA commitC commitD endA endC endD ");
+  EXPECT_EQ(createPreset(buf, 8, 1, list), 1);
+  EXPECT_EQ(calls(), "setA setC setD ");
+  EXPECT_EQ(applyPreset(nullptr, 0, 0, list), 0);
+  EXPECT_EQ(calls(), "commitA endA commitB endB commitC endC commitD endD ");
+}
+
+TEST_F(CallOrder, AListOfDroppedRowsOnly) {
+  EXPECT_EQ(initPreset(dropped), 4UL);
+  EXPECT_EQ(resetPreset(dropped), 0);
+  EXPECT_EQ(createPreset(buf, 8, 2, dropped), 2);
+  EXPECT_EQ(buf[0], 4);
+  EXPECT_EQ(applyPreset(buf, 8, 1, dropped), 0);
+  EXPECT_EQ(calls(), "initA commitA endA ");
+}
+
+TEST_F(CallOrder, FailuresEndTheWalk) {
+  c.resetResult = 1;
+  EXPECT_EQ(resetPreset(list), 1);
+  EXPECT_EQ(calls(), "resetA resetC endA endC ");
+  c.setResult = -7;
+  std::memset(buf, GUARD, sizeof buf);
+  EXPECT_EQ(createPreset(buf, 8, 1, list), -7);
+  EXPECT_EQ(calls(), "setA setC ");
+  EXPECT_EQ(buf[0], GUARD) << "a version in front of a partial stream";
+  EXPECT_EQ(createPreset(buf, 1, 2, list), -1);
+  EXPECT_EQ(calls(), "");
+  b.commitResult = 5;
+  EXPECT_EQ(applyPreset(buf, 8, 1, list), -1);
+  EXPECT_EQ(calls(), "commitA endA commitB ");
+}
+
+using PresetMakeDeathTest = CallOrder;
+
+TEST_F(PresetMakeDeathTest, FaultsOfTheApplicationsTables) {
+  const verPresetField_t bad[] = {{3, 3, &a}, {0, 0, nullptr}};
+  EXPECT_FATAL(initPreset(bad), "presetVersion(row.ver) < presetVersion(row.remove)");
+  EXPECT_FATAL(createPreset(buf, 8, 1, bad), "presetVersion(row.ver) < presetVersion(row.remove)");
+  EXPECT_FATAL(initPreset(nullptr), "list != nullptr");
+  EXPECT_FATAL(resetPreset(nullptr), "list != nullptr");
+  EXPECT_FATAL(applyPreset(buf, 8, 1, nullptr), "list != nullptr");
+  EXPECT_FATAL(createPreset(nullptr, 8, 1, list), "buf != nullptr");
+  EXPECT_FATAL(createPreset(buf, 8, 0, list), "verSize");
+  EXPECT_FATAL(createPreset(buf, 8, 5, list), "verSize");
+
+  int glob = 300;
+  char text[4];
+  RefreshMgr group;
+  const bounds_t touching[] = {{0, 5}, {5, 400}, BOUNDS_END};
+  ReadWriteVarMgrSimpleInt value(glob, group, 0, touching, RANGE_CLIP);
+  ReadWriteVarMgrSimpleStr name(group, nullptr, text, sizeof text, nullptr, nullptr);
+  void* p = buf;
+  unsigned int bit = BYTE_MSBIT;
+  PresetFieldVarInt narrow(value, 8, nullptr, false);
+  EXPECT_FATAL(narrow.set(&p, 64, bit), "signMask");
+  EXPECT_FATAL(PresetFieldVarInt(value, 33, nullptr, false), "nb <= UNSIGNED_BITS");
+  EXPECT_FATAL(PresetFieldVarInt(value).init(), "row.min > lower.max");
+  using Str = PresetFieldVarStr;
+  EXPECT_FATAL(Str(name, text, 3, Str::MODE_MANUAL).init(), "size > svar.maxlen()");
+  EXPECT_FATAL(Str(name, text, 4, Str::MODE_AUTO).init(), "b != nullptr && nb > 0");
+  EXPECT_FATAL(Str(name, nullptr, 4, Str::MODE_MANUAL), "s != nullptr");
+}
+
+TEST(PresetFieldValues, DenseNumbersAndBackAndClamped) {
+  const bounds_t rows[] = {{0, 10}, {20, 30}, BOUNDS_END};
+  const bounds_t high[] = {{0, 10}, {2147483637, 2147483647}, {1, 0}};
+  const bounds_t wide[] = {{-2000000000, 2000000000}, BOUNDS_END};
+  const bounds_t below[] = {{-10, 10}, BOUNDS_END};
+  const struct {
+    const bounds_t* rows;
+    unsigned int n;
+    int parm, field;
+  } pairs[] = {{rows, 2, 10, 10},         {rows, 2, 20, 11},
+               {rows, 2, 30, 21},         {high, 2, 2147483647, 21},
+               {wide, 1, -2000000000, 0}, {wide, 1, 2000000000, static_cast<int>(4000000000U)},
+               {below, 1, -10, 0},        {below, 1, 10, 20},
+               {nullptr, 3, -77, -77},    {rows, 0, 99, 99}};
+  for (const auto& p : pairs) {
+    EXPECT_EQ(getPresetField(p.parm, p.rows, p.n), p.field);
+    EXPECT_EQ(getPresetParm(p.field, p.rows, p.n), p.parm);
+  }
+  EXPECT_EQ(getPresetParm(25, rows, 2), 30);
+  EXPECT_EQ(getPresetParm(2147483647, high, 2), 2147483647);
+  EXPECT_EQ(getPresetParm(-1, rows, 2), 0);
+  EXPECT_EQ(getPresetParm(-1, wide, 1), 2000000000);
+  EXPECT_FATAL(getPresetField(31, rows, 2), "val <= bounds[numBounds - 1].max");
+  EXPECT_EQ(getPresetFieldNumBits(nullptr, 2, 17, 1), 17U);
+  EXPECT_EQ(getPresetFieldNumBits(rows, 0, 17, 1), 17U);
+  EXPECT_EQ(getPresetFieldNumBits(rows, 2, 17, 0), 5U);
+  EXPECT_EQ(getPresetFieldNumBits(rows, 2, 17, 11), 6U);
+}
+
+// What a manual field makes of a stored byte, and the results of get by itself.
+TEST(PresetFieldVarInt, SignsConversionsAndRefusals) {
+  int glob = -1;
+  RefreshMgr group;
+  Watched<ReadWriteVarMgrSimpleInt> var(glob, group, 0, nullptr, RANGE_CLIP);
+  PresetFieldVarInt plain(var, 8, nullptr, false);
+  PresetFieldVarInt sign(var, 8, nullptr, true);
+  PresetFieldVarInt byte(var, 8, conv8BitUint, true);
+  unsigned char buf[2] = {};
+  for (PresetFieldVarInt* field : {&plain, &sign, &byte}) {
+    for (const int value : {-256, -1, 0, 128, 255}) {
+      glob = value;
+      group.setRefresh();
+      void* p = buf;
+      unsigned int bit = BYTE_MSBIT;
+      ASSERT_EQ(field->set(&p, 8, bit), 8);
+      ASSERT_EQ(buf[0], value & 0xFF);
+      p = buf;
+      ASSERT_EQ(field->get(&p, 8, bit), 8);
+      field->endCommit();
+      const int low = value & 0xFF;
+      EXPECT_EQ(var.get(), field == &sign && low > 127 ? low - 256 : low);
+    }
+  }
+  void* p = buf;
+  unsigned int bit = BYTE_MSBIT;
+  EXPECT_EQ(plain.get(&p, 7, bit), -1);
+  EXPECT_EQ(p, buf);
+  var.watch.refuse = true;
+  var.restore(42);
+  EXPECT_EQ(plain.get(&p, 8, bit), -2);
+  EXPECT_EQ(p, buf + 1);
+  EXPECT_EQ(plain.reset(), 1);
+  EXPECT_EQ(var.get(), 42);
+  var.watch.inconsistent = true;
+  EXPECT_EQ(plain.commit(), 1);
+  EXPECT_EQ(glob, 255) << "committed although inconsistent";
+}
+
+}  // namespace

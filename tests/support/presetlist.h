@@ -1,0 +1,322 @@
+// Preset lists for tests: variables that can refuse a change and that watch their transaction,
+// fields over them, and a bit writer that knows nothing of the library's.
+#pragma once
+
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "presetmake.h"
+#include "presetvarfill.h"
+#include "presetvarmgr.h"
+#include "simplevarmgr.h"
+
+class Random {
+ public:
+  explicit Random(unsigned int seed) : engine(seed) {}
+  unsigned int operator()() { return static_cast<unsigned int>(engine()); }
+
+ private:
+  std::mt19937 engine;
+};
+
+using Bits = std::vector<bool>;
+
+inline void putBits(Bits& bits, unsigned long long val, unsigned int width) {
+  for (unsigned int i = width; i > 0; --i) {
+    bits.push_back(((val >> (i - 1)) & 1U) != 0);
+  }
+}
+
+// The fewest bits that tell the numbers 0 to `last` apart.
+inline unsigned int bitsFor(unsigned long long last) {
+  return last == 0 ? 0 : 1 + bitsFor(last / 2);
+}
+
+// A whole image: `verSize` bytes of version, lowest first, the bits, and ones up to the byte.
+inline std::vector<unsigned char> naiveImage(unsigned int ver, unsigned int verSize, Bits bits) {
+  std::vector<unsigned char> image;
+  for (unsigned int i = 0; i < verSize; ++i, ver /= 256) {
+    image.push_back(static_cast<unsigned char>(ver % 256));
+  }
+  bits.resize((bits.size() + 7) / 8 * 8, true);
+  for (std::size_t i = 0; i < bits.size(); ++i) {
+    if (i % 8 == 0) {
+      image.push_back(0);
+    }
+    image.back() = static_cast<unsigned char>(image.back() * 2 + (bits[i] ? 1 : 0));
+  }
+  return image;
+}
+
+struct Watch {
+  bool refuse = false;
+  bool inconsistent = false;
+  int open = 0;  // transactions begun and not ended
+};
+
+template <class Base>
+class Watched : public Base {
+ public:
+  using Base::Base;
+  bool startXaction() override {
+    watch.open += watch.refuse ? 0 : 1;
+    return !watch.refuse;
+  }
+  void endXaction() override { --watch.open; }
+  bool isConsistent() override { return !watch.inconsistent; }
+
+  Watch watch;
+};
+
+// One variable with its field.
+class Item {
+ public:
+  virtual ~Item() = default;
+  virtual PresetField& field() = 0;
+  virtual Watch* watch() { return nullptr; }  // null: no variable
+  // Gives the variable another value that it allows, published.
+  virtual void change(Random&) {}
+  // Leaves it working with a value that it does not allow and that nobody published.
+  virtual void disturb() {}
+  virtual void write(Bits& bits) const = 0;
+  virtual std::string value() const { return ""; }         // what the application sees
+  virtual std::string working() const { return ""; }       // what the variable works with
+  virtual std::string initial() const { return value(); }  // what init brings
+};
+
+class FillItem : public Item {
+ public:
+  FillItem(bool b, unsigned int n) : bit(b), num(n), fill(b, n) {}
+  PresetField& field() override { return fill; }
+  void write(Bits& bits) const override { bits.insert(bits.end(), num, bit); }
+
+ private:
+  const bool bit;
+  const unsigned int num;
+  PresetFieldFill fill;
+};
+
+class IntItem : public Item {
+ public:
+  // Automatic form over the rows in `r`.
+  IntItem(std::vector<bounds_t> r, int init)
+      : rows(std::move(r)),
+        start(init),
+        var(glob, group, init, closed(), RANGE_CLIP),
+        packed(var) {}
+  // Manual form of `nb` bits, 1 to 32; signed 32 bits are the automatic form without bounds.
+  IntItem(unsigned int nb, bool sign)
+      : width(nb),
+        isSigned(sign),
+        var(glob, group, 1, nullptr, RANGE_CLIP),
+        packed(nb == 32 && sign ? PresetFieldVarInt(var)
+                                : PresetFieldVarInt(var, nb, nullptr, sign)) {}
+
+  PresetField& field() override { return packed; }
+  Watch* watch() override { return &var.watch; }
+  void change(Random& random) override {
+    if (rows.empty()) {
+      const unsigned int raw = random() >> (32 - width);
+      const bool negative = isSigned && (raw >> (width - 1)) != 0;
+      set(static_cast<int>(raw | (negative ? ~calcBitMask(width) : 0)));
+    } else {
+      const bounds_t row = rows[random() % rows.size()];
+      set(static_cast<int>(row.min + static_cast<long long>(random()) % size(row)));
+    }
+  }
+  void set(int v) {
+    glob = v;
+    group.setRefresh();
+    var.refresh();
+  }
+  void disturb() override { var.restore(rows.empty() ? 0 : rows.front().min - 1); }
+  void write(Bits& bits) const override {
+    if (rows.empty()) {
+      putBits(bits, static_cast<unsigned int>(glob), width);
+    } else {
+      putBits(bits, rank(glob), bitsFor(rank(rows.back().max)));
+    }
+  }
+  std::string value() const override { return std::to_string(glob); }
+  std::string working() const override { return std::to_string(var.get()); }
+  std::string initial() const override { return std::to_string(start); }
+
+ private:
+  static long long size(const bounds_t& row) {
+    return static_cast<long long>(row.max) - row.min + 1;
+  }
+  const bounds_t* closed() {
+    table = rows;
+    table.push_back({1, 0});
+    return table.data();
+  }
+  // How many allowed values are below `v`.
+  unsigned long long rank(long long v) const {
+    long long n = 0;
+    for (const bounds_t& row : rows) {
+      n += v > row.max ? size(row) : v < row.min ? 0 : v - row.min;
+    }
+    return static_cast<unsigned long long>(n);
+  }
+
+  std::vector<bounds_t> rows;
+  std::vector<bounds_t> table;
+  const int start = 1;
+  const unsigned int width = 0;
+  const bool isSigned = false;
+  int glob = 1;
+  RefreshMgr group;
+  Watched<ReadWriteVarMgrSimpleInt> var;
+  PresetFieldVarInt packed;
+};
+
+class StrItem : public Item {
+ public:
+  StrItem(const bounds_t* b, unsigned int max, PresetFieldVarStr::mode_t m, void* scratch,
+          unsigned int scratchSize)
+      : mode(m),
+        buf(max + 1),
+        glob(max + 1),
+        var(group, glob.data(), buf.data(), max + 1, b, nullptr),
+        packed(var, scratch, scratchSize, m) {
+    for (int c = 1; c < 256; ++c) {
+      const char text = static_cast<char>(c);
+      allowed += var.validate(&text, 1) ? std::string(1, text) : "";
+    }
+  }
+
+  PresetField& field() override { return packed; }
+  Watch* watch() override { return &var.watch; }
+  void change(Random& random) override {
+    std::string text(random() % glob.size(), ' ');
+    for (char& c : text) {
+      c = allowed[random() % allowed.size()];
+    }
+    set(text);
+  }
+  void set(const std::string& text) {
+    std::fill(glob.begin(), glob.end(), '\0');
+    std::copy(text.begin(), text.end(), glob.begin());
+    group.setRefresh();
+    var.refresh();
+  }
+  void disturb() override { var.restore(std::string(glob.size(), '\x01').data()); }
+  void write(Bits& bits) const override {
+    const std::string text = value();
+    const bool dense = mode == PresetFieldVarStr::MODE_AUTO;
+    for (std::size_t i = 0; i + 1 < glob.size(); ++i) {
+      const bool end = i >= text.size();
+      if (dense) {
+        putBits(bits, end ? allowed.size() : allowed.find(text[i]), bitsFor(allowed.size()));
+      } else {
+        putBits(bits, end ? 0 : static_cast<unsigned char>(text[i]), 8);
+      }
+    }
+  }
+  std::string value() const override { return glob.data(); }
+  std::string working() const override { return var.get(); }
+
+ private:
+  const PresetFieldVarStr::mode_t mode;
+  std::string allowed;
+  RefreshMgr group;
+  std::vector<char> buf;
+  std::vector<char> glob;
+  Watched<ReadWriteVarMgrSimpleStr> var;
+  PresetFieldVarStr packed;
+};
+
+// A list with its history.
+class PresetList {
+ public:
+  static constexpr unsigned int LAST = 6;  // no version of a random list is above
+
+  void add(unsigned long ver, unsigned long remove, std::unique_ptr<Item> item) {
+    rows.insert(rows.end() - 1, {ver, remove, &item->field()});
+    items.push_back(std::move(item));
+  }
+  // A random row over all kinds of fields. All texts share one scratch buffer.
+  void addRandom(Random& random) {
+    const unsigned int ver = random() % LAST;
+    const bool dropped = random() % 3 == 0;
+    add(ver, dropped ? ver + 1 + random() % (LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
+  }
+  bool current(std::size_t i) const { return rows[i].remove == PRESET_FIELD_VALID; }
+  // Whether row `i` is in the image of version `ver`.
+  bool inImage(std::size_t i, unsigned int ver) const {
+    return rows[i].ver <= ver && rows[i].remove > ver;
+  }
+  unsigned int version() const {
+    unsigned long ver = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      ver = std::max(ver, current(i) ? rows[i].ver : rows[i].remove);
+    }
+    return static_cast<unsigned int>(ver);
+  }
+  Bits bits(unsigned int ver) const {
+    Bits all;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      if (inImage(i, ver)) {
+        items[i]->write(all);
+      }
+    }
+    return all;
+  }
+  void change(Random& random) {
+    for (const auto& item : items) {
+      item->change(random);
+    }
+  }
+  // Everything that can be seen of the variables.
+  std::string state() const {
+    std::string all;
+    for (const auto& item : items) {
+      const Watch* const watch = item->watch();
+      all += item->value() + "/" + item->working() + "/" +
+             std::to_string(watch == nullptr ? 0 : watch->open) + "\n";
+    }
+    return all;
+  }
+  const verPresetField_t* table() const { return rows.data(); }
+
+  std::vector<std::unique_ptr<Item>> items;
+
+ private:
+  std::unique_ptr<Item> makeItem(Random& random) {
+    using Str = ReadWriteVarMgrStr;
+    static const bounds_t* const classes[] = {
+        Str::BOUNDS_PRINTABLE,   Str::BOUNDS_ALNUM, Str::BOUNDS_ALPHA, Str::BOUNDS_ALPHA_UPPER,
+        Str::BOUNDS_ALPHA_LOWER, Str::BOUNDS_DIGIT, Str::BOUNDS_HEX};
+    switch (random() % 5) {
+      case 0:
+        return std::make_unique<FillItem>(random() % 2 != 0, random() % 70);
+      case 1:
+        return std::make_unique<IntItem>(1 + random() % 32, random() % 2 != 0);
+      case 2:
+        return std::make_unique<StrItem>(
+            classes[random() % 7], random() % 9,
+            random() % 4 != 0 ? PresetFieldVarStr::MODE_AUTO : PresetFieldVarStr::MODE_MANUAL,
+            scratch, sizeof scratch);
+      default:
+        return makeBounded(random);
+    }
+  }
+  // One to four rows with gaps; one list in four spans most of the integers.
+  static std::unique_ptr<Item> makeBounded(Random& random) {
+    std::vector<bounds_t> bounds;
+    const unsigned int span = random() % 4 == 0 ? 1U << 30 : 40;
+    long long from = span > 40 ? -2147483600LL : -20;
+    do {
+      const long long to = std::min(from + random() % span, 2147483647LL);
+      bounds.push_back({static_cast<int>(from), static_cast<int>(to)});
+      from = to + 2 + random() % 20;
+    } while (from < 2147483647LL && random() % 4 != 0);
+    const int init = bounds.front().max;
+    return std::make_unique<IntItem>(std::move(bounds), init);
+  }
+
+  std::vector<verPresetField_t> rows = {{0, 0, nullptr}};
+  unsigned char scratch[16];
+};
