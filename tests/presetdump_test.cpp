@@ -1,0 +1,235 @@
+// The presetdump program, run on files: it judges as the store does, and no bytes upset it.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "bytes.h"
+#include "fatal.h"
+#include "pfmedium_sim.h"
+#include "presetstore.h"
+
+namespace {
+
+struct Patch {
+  unsigned int addr;
+  unsigned short word;
+};
+
+class PresetDump : public testing::Test {
+ protected:
+  PresetDump() {
+    std::filesystem::create_directory(dir);
+    pfUseMedium(&part);
+  }
+  ~PresetDump() override { std::filesystem::remove_all(dir); }
+
+  std::string save(const NorArray& image, const std::string& name = "presets.flash") {
+    std::ofstream(dir + name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(image.bytes), sizeof image.bytes);
+    return dir + name;
+  }
+
+  // Runs the program; what it writes, messages included. `status` becomes its exit status.
+  std::string run(const std::string& args) {
+    std::FILE* const pipe = popen((PRESETDUMP " " + args + " 2>&1").c_str(), "r");
+    std::string out;
+    char buf[4096];
+    while (const std::size_t got = fread(buf, 1, sizeof buf, pipe)) {
+      out.append(buf, got);
+    }
+    const int result = pclose(pipe);
+    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
+    return out;
+  }
+
+  unsigned int pick(unsigned int below) { return static_cast<unsigned int>(random() % below); }
+
+  // Runs the store on the part for `operations` random operations, or until the power is cut.
+  void use(unsigned int operations) {
+    PresetMgr handle;
+    while (operations-- > 0 && part.powered()) {
+      const unsigned short type = static_cast<unsigned short>(pick(12));
+      if (handle.openFirst(type, PM_WRITE) != ERR_OK) {
+        handle.openNew(type);
+      }
+      if (pick(4) == 0) {
+        handle.remove();
+      } else {
+        const std::string text(1 + pick(200), static_cast<char>('A' + pick(26)));
+        handle.write(text.data(), static_cast<unsigned int>(text.size()));
+      }
+      for (unsigned int passes = pick(300); passes > 0 && part.powered(); --passes) {
+        PresetMgr::flush();
+      }
+    }
+  }
+
+  // What the store comes up with on `image`, in the words of the dump: one line per preset.
+  std::string comeUp(const NorArray& image) {
+    part.powerUp();
+    part.load(image);
+    resetPresetStore();
+    PresetMgr handle;
+    unsigned int presets = 0, payload = 0;
+    for (const preset_t& preset : presetStore.user) {
+      presets += preset.erased ? 0 : 1;
+      payload += preset.serv[0].size;
+    }
+    char text[100];
+    std::snprintf(text, sizeof text, "%u presets, %u payload bytes", presets, payload);
+    return text;
+  }
+
+  const std::string dir = testing::TempDir() + "presetdump_test." + std::to_string(getpid()) + "/";
+  std::mt19937 random{5};
+  PfSimMedium part;
+  int status = 0;
+};
+
+NorArray patched(NorArray image, const std::vector<Patch>& patches) {
+  for (const Patch& patch : patches) {
+    putBigEndian(image.bytes + patch.addr, 2, patch.word);
+  }
+  return image;
+}
+
+// One preset of type 5 in entry 2 with the payload 41 42 43, and a deleted one, in block 1.
+const std::vector<Patch> EXAMPLE = {{8192, 0x7FFE}, {8194, 0x0000}, {8196, 0x2005}, {8198, 2},
+                                    {8200, 3},      {8202, 0x4142}, {8204, 0x43FF}, {8206, 0x0007},
+                                    {8208, 0},      {8210, 2},      {8212, 0x5859}};
+
+TEST_F(PresetDump, ShowsBlocksRecordsAndRoom) {
+  const std::string path = save(patched(NorArray(), EXAMPLE));
+  EXPECT_EQ(run(path), path + R"(
+
+Block 0 at 0x0000: erased
+
+Block 1 at 0x2000: live, block word 0x7FFE, version 1
+  0x2004    live        id 2    type 5     size 3
+            41 42 43                                         |ABC|
+  0x200E    deleted     id 0    type 7     size 2
+            58 59                                            |XY|
+  0x2016    end of the log, 8170 bytes erased behind it
+
+The store comes up with 1 presets, 3 payload bytes; written compactly they fill 14 of 8192 bytes.
+A new preset has room for 8172 bytes.
+Sound.
+)");
+  EXPECT_EQ(status, 0);
+
+  const std::string map = run("--map " + path);
+  EXPECT_THAT(map, testing::HasSubstr("\n0x2000  #" + std::string(63, '.') + "\n"));
+  EXPECT_THAT(map, testing::HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000"));
+}
+
+// A patch to the example, what the program says of it and its exit status under --check.
+TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
+  const struct {
+    std::vector<Patch> patches;
+    int status;
+    const char* says;
+    const char* map;  // of the first 128 bytes of block 1
+  } CASES[] = {
+      {{{8206, 0x6007}}, 0, "at 0x200E was started and never confirmed; block 1 counts", "?..."},
+      {{{8206, 0x2005}, {8208, 2}}, 0, "superseded and not marked deleted: 1; the", "#..."},
+      {{{8194, 1}}, 1, "block 1 has version word 0x0001", "!..."},
+      {{{8192, 0x6FFE}}, 0, "block 1 has been invalidated and not yet erased", "!..."},
+      {{{8192, 0xFFFE}}, 0, "block 1 is a finished block copy that has not become", "!..."},
+      {{{8192, 0xFFFF}}, 0, "left in the middle of a block copy or of an erase", "!..."},
+      {{{8192, 0x1234}}, 1, "block 1 starts with 0x1234, which is no block word", "!..."},
+      {{{0, 0x1234}}, 0, "block 0 starts with 0x1234 0xFFFF, as a cut-off erase", "#..."},
+      {{{0, 0x7FFE}, {2, 0}, {4, 0}, {6, 0}, {8, 1}}, 0, "block 0 is valid as well", "#..."},
+      {{{8196, 0x4005}}, 1, "corrupt at 0x2004: its head word", "!..."},
+      {{{8198, 300}}, 1, "corrupt at 0x2004: its id is 300 or more", "!..."},
+      {{{8200, 0}}, 1, "corrupt at 0x2004: its size is 0", "!..."},
+      {{{8210, 9000}}, 1, "corrupt at 0x200E: its payload runs past the end", "!..."},
+      {{{8272, 0}}, 1, "behind the log of block 1 is not erased at 0x2050", "#.!."},
+      {{{16382, 0}}, 1, "the last word of block 1 is not erased", "#..."},
+      {{{8192, 0x7FFF},
+        {8194, 0x3005},
+        {8196, 2},
+        {8198, 0},
+        {8200, 3},
+        {8206, 0xFFFF},
+        {8208, 0xFFFF},
+        {8210, 0xFFFF},
+        {8212, 0xFFFF}},
+       0,
+       "block 1 is of version 0; the store rewrites it",
+       "#..."},
+  };
+  for (const auto& c : CASES) {
+    SCOPED_TRACE(c.says);
+    const NorArray image = patched(patched(NorArray(), EXAMPLE), c.patches);
+    const std::string out = run("--check --map " + save(image));
+    EXPECT_THAT(out, testing::HasSubstr(c.says));
+    EXPECT_THAT(out, testing::HasSubstr(std::string("\n0x2000  ") + c.map));
+    EXPECT_THAT(out, testing::HasSubstr(c.status == 0 ? "\nSound." : "\nDamaged."));
+    EXPECT_THAT(out, testing::HasSubstr(comeUp(image)));
+    EXPECT_EQ(status, c.status);
+    const std::string list = run(dir + "presets.flash");
+    EXPECT_EQ(status, 0) << "without --check";
+    EXPECT_EQ(list.find("superseded  id 2 ") != list.npos,
+              list.find("superseded and") != list.npos);
+  }
+}
+
+TEST_F(PresetDump, RefusesWhatIsNoStoreFile) {
+  const std::string good = save(NorArray());
+  for (const unsigned int size : {0U, 16383U, 16385U}) {
+    std::filesystem::resize_file(save(NorArray(), "odd"), size);
+    EXPECT_THAT(run(good + " " + dir + "odd"), testing::HasSubstr("a store file has 16384"));
+    EXPECT_EQ(status, 2);
+  }
+  for (const std::string& args :
+       {dir, dir + "none", std::string("--no-such-option"), std::string()}) {
+    EXPECT_NE(run(args), "");
+    EXPECT_EQ(status, 2) << args;
+  }
+}
+
+// Stores cut off anywhere, some with words mutated, and plain noise: on each of them the program
+// runs through in every mode and finds what the store then comes up with.
+TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
+  constexpr unsigned int FILES = 240;
+  std::string args;
+  std::vector<std::string> expected;
+  NorArray image;
+  for (unsigned int i = 0; i < FILES; ++i) {
+    comeUp(i % 8 == 0 ? NorArray() : image);
+    part.cutAt(1 + pick(3000), pick(2) == 0 ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE, i);
+    use(40);
+    image = part.array();
+    NorArray shown = image;
+    for (unsigned int n = i % 4; n > 0; --n) {
+      const unsigned int addr = pick(pick(2) == 0 ? 32 : FLASH_PARM_BLK_SIZE);
+      shown.bytes[addr + pick(2) * FLASH_PARM_BLK_SIZE] = static_cast<unsigned char>(random());
+    }
+    if (i % 24 == 23) {
+      for (unsigned int at = pick(12); at < sizeof shown.bytes; ++at) {
+        shown.bytes[at] = static_cast<unsigned char>(random() & (i % 48 == 23 ? 0xFF : 0x21));
+      }
+    }
+    expected.push_back(comeUp(shown));
+    args += " " + save(shown, "store" + std::to_string(i));
+  }
+  for (const std::string mode : {"", "--map", "--check"}) {
+    std::istringstream out(run(mode + args));
+    ASSERT_TRUE(status == 0 || (mode == "--check" && status == 1)) << mode << status;
+    unsigned int i = 0;
+    for (std::string line; std::getline(out, line);) {
+      if (line.rfind("The store comes up with ", 0) == 0) {
+        ASSERT_THAT(line, testing::HasSubstr("with " + expected[i] + ";")) << dir << "store" << i;
+        ++i;
+      }
+    }
+    EXPECT_EQ(i, FILES);
+  }
+}
+
+}  // namespace
