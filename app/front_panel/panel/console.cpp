@@ -22,28 +22,37 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds PERIOD(100);
 
 ConsoleHooks hook;
-std::atomic<int> stopSignal{0};  // the signal that asks the panel to end, or 0
+std::atomic<int> stopSignal{0};            // the signal that asks the panel to end, or 0
+std::atomic<bool> terminalChanged{false};  // its size, or its mode while we were stopped
 bool ending = false;
 bool atPrompt = false;  // a line is being edited on the terminal
 bool redraw = false;
 std::string unread;  // what was read from a pipe and not yet given out
 
-static_assert(std::atomic<int>::is_always_lock_free, "written by a signal handler");
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "written by a signal handler");
 
 void onSignal(int number) {
   stopSignal = number;
 }
 
-void catchSignals() {
+void onTerminalChange(int) {
+  terminalChanged = true;
+}
+
+void handle(int number, void (*handler)(int)) {
   struct sigaction action = {};
-  action.sa_handler = onSignal;
+  action.sa_handler = handler;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGHUP, &action, nullptr);
+  sigaction(number, &action, nullptr);
+}
+
+void catchSignals() {
+  handle(SIGINT, onSignal);
+  handle(SIGTERM, onSignal);
+  handle(SIGHUP, onSignal);
   // A reader of our output that goes away must not take an unsaved setting with it.
-  action.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &action, nullptr);
+  handle(SIGPIPE, SIG_IGN);
 }
 
 void print(const char* lead, const char* format, va_list args) {
@@ -54,6 +63,7 @@ void print(const char* lead, const char* format, va_list args) {
 }
 
 void refreshPrompt();
+void adoptTerminal();
 
 void runPeriodic() {
   static Clock::time_point last;
@@ -62,6 +72,10 @@ void runPeriodic() {
   }
   last = Clock::now();
   hook.periodic();
+  if (atPrompt && terminalChanged.exchange(false)) {
+    adoptTerminal();
+    redraw = true;
+  }
   if (redraw && atPrompt) {
     refreshPrompt();
   }
@@ -137,6 +151,12 @@ void refreshPrompt() {
   std::fputs("\r\033[K", stdout);
   std::fflush(stdout);
   el_set(editor, EL_REFRESH);
+}
+
+void adoptTerminal() {
+  el_set(editor, EL_PREP_TERM, 0);  // or the editor takes the mode for set already
+  el_set(editor, EL_PREP_TERM, 1);
+  el_resize(editor);
 }
 
 // Gives the editor its next character, and the periodic work its time.
@@ -222,6 +242,8 @@ void startEditor() {
   el_set(editor, EL_BIND, "^I", "panel-complete", nullptr);
   el_set(editor, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   el_source(editor, nullptr);
+  handle(SIGWINCH, onTerminalChange);
+  handle(SIGCONT, onTerminalChange);
 }
 
 bool readEditedLine(std::string& line) {
@@ -247,6 +269,7 @@ bool readEditedLine(std::string& line) {
 
 void* const editor = nullptr;
 void refreshPrompt() {}
+void adoptTerminal() {}
 void startEditor() {}
 bool readEditedLine(std::string&) {
   return false;

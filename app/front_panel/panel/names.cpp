@@ -174,7 +174,7 @@ std::vector<Address> parseControls(const char*& text, std::string& error) {
   unsigned int sub[2] = {0, 0};
   unsigned int given;
   if (!parseSubscripts(at, *family, sub, given)) {
-    error = "there is " + familyName(*family) + " only";
+    error = "no control \"" + wordAt(text) + "\"; there is " + familyName(*family);
     return {};
   }
   text = at;
@@ -230,7 +230,7 @@ std::string familyName(const Family& family) {
 
 std::string allowedValues(const Family& family) {
   if (family.access == READ_ONLY) {
-    return "read only";
+    return std::string("read only,") + family.unit;
   }
   if (family.type == DATA_TYPE_BOOL) {
     return "off or on";
@@ -245,6 +245,9 @@ std::string allowedValues(const Family& family) {
     const bounds_t& row = family.bounds[i];
     ranges += (i == 0 ? "" : " or ") + written(row.min);
     ranges += row.max == row.min ? "" : ".." + written(row.max);
+  }
+  if (family.bounds == ReadWriteVarMgrStr::BOUNDS_PRINTABLE) {
+    return "at most " + std::to_string(family.maxText) + " printable characters";
   }
   if (text) {
     return "at most " + std::to_string(family.maxText) + " characters" +
