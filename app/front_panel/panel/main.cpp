@@ -10,16 +10,17 @@
 #include "console.h"
 #include "device.h"
 #include "saving.h"
+#include "store.h"
 #include "tessel_timer.h"
 
 // What a feature adds to the panel, each in a file of its own: a table of commands, and work for
 // the periodic loop.
 
-const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, nullptr};
+const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, nullptr};
 
 namespace {
 
-void (*const PERIODIC[])() = {driftTemperatures};
+void (*const PERIODIC[])() = {driftTemperatures, storeService};
 
 void runPeriodic() {
   for (void (*const work)() : PERIODIC) {
@@ -31,26 +32,33 @@ constexpr int EXIT_REFUSED = 1;
 constexpr int EXIT_USAGE = 2;
 
 const char USAGE[] =
-    "Usage: panel [--dir DIR]\n"
+    "Usage: panel [--dir DIR] [--store FILE]\n"
     "The front panel of a four-channel signal processor. Type commands at its prompt, or pipe\n"
     "them in, one per line: printf 'set gain 2 1 -6\\nconfirm\\n' | panel\n"
-    "  --dir DIR   keep the files of the panel in DIR instead of the working directory\n"
-    "  --help      this text\n"
+    "  --dir DIR     keep the files of the panel in DIR instead of the working directory\n"
+    "  --store FILE  keep the preset store in FILE instead of presets.flash\n"
+    "  --help        this text\n"
     "Ends with 0, or with 1 when a command was refused, or with 2 when it cannot start.\n";
 
 struct Options {
   const char* dir = nullptr;
+  const char* store = "presets.flash";
 };
 
 // Reads the options; a result of 0 or more ends the process.
 int parseOptions(int argc, char** argv, Options& options) {
-  enum { DIR = 1, HELP };
-  static const option LONG[] = {
-      {"dir", required_argument, nullptr, DIR}, {"help", no_argument, nullptr, HELP}, {}};
+  enum { DIR = 1, STORE, HELP };
+  static const option LONG[] = {{"dir", required_argument, nullptr, DIR},
+                                {"store", required_argument, nullptr, STORE},
+                                {"help", no_argument, nullptr, HELP},
+                                {}};
   for (;;) {
     switch (getopt_long(argc, argv, "", LONG, nullptr)) {
       case DIR:
         options.dir = optarg;
+        break;
+      case STORE:
+        options.store = optarg;
         break;
       case HELP:
         std::fputs(USAGE, stdout);
@@ -110,13 +118,17 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir, std::strerror(errno));
     return EXIT_USAGE;
   }
+  if (!storeStart(options.store)) {
+    return EXIT_USAGE;
+  }
   consoleStart({runPeriodic, completeCommand, prompt});
   Timer_thread::Instance()->Init();
   deviceInit();
   if (consoleInteractive()) {
     banner();
   }
-  const bool good = serve();
+  bool good = serve();
+  good = storeEnd() && good;
   consoleEnd();
   return good || consoleInteractive() ? 0 : EXIT_REFUSED;
 }

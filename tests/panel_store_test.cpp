@@ -1,0 +1,120 @@
+// The panel's preset store, through the panel program: what a person stores is there afterwards.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "fatal.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class PanelStore : public testing::Test {
+ protected:
+  PanelStore() { std::filesystem::create_directory(dir); }
+  ~PanelStore() override { std::filesystem::remove_all(dir); }
+
+  // Runs the panel on the lines of `input` to its end; what it printed. Sets `status`.
+  std::string panel(const std::string& input, const std::string& options = "") {
+    std::ofstream(dir + "/input") << input;
+    const std::string command = PANEL " --dir " + dir + options + " < " + dir + "/input 2>&1";
+    std::FILE* const out = popen(command.c_str(), "r");
+    std::string text;
+    for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) {
+      text += static_cast<char>(c);
+    }
+    const int result = pclose(out);
+    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
+    return text;
+  }
+
+  // Starts a panel, hands it `input`, waits for `answer` and kills it.
+  void panelKilledAfter(const std::string& input, const std::string& answer) {
+    int in[2], out[2];
+    ASSERT_EQ(pipe(in) + pipe(out), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      dup2(in[0], STDIN_FILENO);
+      dup2(out[1], STDOUT_FILENO);
+      for (const int fd : {in[0], in[1], out[0], out[1]}) {
+        close(fd);
+      }
+      execl(PANEL, PANEL, "--dir", dir.c_str(), nullptr);
+      _exit(127);
+    }
+    close(in[0]);
+    close(out[1]);
+    EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
+    std::string text;
+    char c;
+    while (text.find(answer) == text.npos && read(out[0], &c, 1) == 1) {
+      text += c;
+    }
+    EXPECT_THAT(text, HasSubstr(answer));
+    EXPECT_THAT(panel("preset list\n"), HasSubstr("another process has it open"));
+    EXPECT_EQ(status, 2);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(in[1]);
+    close(out[0]);
+  }
+
+  const std::string dir = testing::TempDir() + "panel_store_test." + std::to_string(getpid());
+  int status = 0;
+};
+
+TEST_F(PanelStore, KeepsPresetsAcrossAnEndAndAKill) {
+  std::string out = panel(
+      "preset write 5 first\npreset write 0x6 second one\npreset write 5 changed\n"
+      "preset read 5\npreset map\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(out, HasSubstr("|changed|"));
+  EXPECT_THAT(out, HasSubstr("| 0x0000  ......"));
+
+  // Without a flush, ended by the end of its input, it has stored everything.
+  panelKilledAfter("preset remove 5\npreset write 8191 third\npreset flush\npreset write 6 lost\n",
+                   "preset 6 has 4 bytes");
+  out = panel("preset list\npreset map\n");
+  EXPECT_THAT(out, HasSubstr("|second one|"));
+  EXPECT_THAT(out, HasSubstr("|third|"));
+  EXPECT_THAT(out, Not(HasSubstr("changed")));
+  EXPECT_THAT(out, HasSubstr("| 2 presets; a new one has room for 8154 bytes"));
+  EXPECT_THAT(out, HasSubstr("| 0x0000  ##"));
+
+  EXPECT_THAT(panel("preset format\npreset list\n"), HasSubstr("| 0 presets"));
+  EXPECT_THAT(panel("preset list\n"), HasSubstr("| 0 presets"));
+}
+
+TEST_F(PanelStore, RefusesWithAReason) {
+  const std::string most = std::string(8182, 'x');
+  const struct {
+    std::string input;
+    const char* reason;
+  } CASES[] = {
+      {"preset write 8192 x", "a preset has a type from 0 to 8191"},
+      {"preset write -1 x", "a preset has a type from 0 to 8191"},
+      {"preset write 5", "a text of at least one character"},
+      {"preset write 5 " + most + "y", "no room for 8183 bytes, 8182 at most"},
+      {"preset write 5 " + most + "\npreset write 5 " + most + "y", "8182 at most"},
+      {"preset write 6 12345\npreset write 5 " + most, "8170 at most"},
+      {"preset read 7", "no preset of type 7"},
+      {"preset remove 7", "no preset of type 7"},
+      {"preset what", "no command \"preset what\""},
+  };
+  for (const auto& c : CASES) {
+    EXPECT_THAT(panel("preset format\n" + c.input + "\n"), HasSubstr(c.reason));
+    EXPECT_EQ(status, 1) << c.reason;
+  }
+  std::ofstream(dir + "/short") << "no store";
+  EXPECT_THAT(panel("preset list\n", " --store short"),
+              HasSubstr("panel: short cannot hold the preset store: it has 8 bytes"));
+  EXPECT_EQ(status, 2);
+}
+
+}  // namespace
