@@ -26,7 +26,7 @@ TEST(CreatePreset, MatchesTheNaiveWriterAndFailsAtEverySizeBelow) {
   Random random(43);
   for (int run = 0; run < 400; ++run) {
     PresetList list;
-    for (unsigned int rows = random() % 9; rows > 0; --rows) {
+    for (unsigned int rows = random.below(9); rows > 0; --rows) {
       list.addRandom(random);
     }
     ASSERT_EQ(initPreset(list.table()), list.version());

@@ -12,7 +12,7 @@ namespace {
 class Story {
  public:
   explicit Story(Random& r) : random(r) {
-    for (unsigned int rows = random() % 8; rows > 0; --rows) {
+    for (unsigned int rows = random.below(8); rows > 0; --rows) {
       list.addRandom(random);
     }
     initPreset(list.table());
@@ -29,7 +29,7 @@ class Story {
     }
     list.change(random);
     for (const auto& item : list.items) {
-      if (random() % 4 == 0) {
+      if (random.below(4) == 0) {
         item->disturb();
       }
     }
@@ -88,16 +88,16 @@ void onManyStories(unsigned int seed, const std::function<void(Story&, Random&)>
   Random random(seed);
   for (unsigned int run = 0; run < 300 && !testing::Test::HasFailure(); ++run) {
     Story story(random);
-    story.saveAs(random() % (story.list.version() + 1), 1 + run % 4);
+    story.saveAs(random.below(story.list.version() + 1), 1 + run % 4);
     test(story, random);
   }
 }
 
 TEST(Recall, BringsBackImagesOfEveryVersion) {
   onManyStories(1, [](Story& story, Random& random) {
-    const recallNewer_t newer = random() % 2 != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
+    const recallNewer_t newer = random.below(2) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
     const auto before = story.values();
-    story.image.resize(story.image.size() + random() % 3, 0);
+    story.image.resize(story.image.size() + random.below(3), 0);
     ASSERT_EQ(story.recall(newer), RECALL_OK);
     story.expectRecalled(newer, before);
   });
@@ -119,7 +119,7 @@ TEST(Recall, ShortOrNewerImagesChangeNothing) {
 // Each variable in turn stands in the way, first by refusing and then by contradicting.
 TEST(Recall, OneUnwillingVariableStopsAllOfThem) {
   onManyStories(3, [](Story& story, Random& random) {
-    const recallNewer_t newer = random() % 2 != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
+    const recallNewer_t newer = random.below(2) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
     for (std::size_t i = 0; i < story.list.items.size(); ++i) {
       Watch* const watch = story.list.items[i]->watch();
       if (watch == nullptr || !story.takesPart(i, newer)) {
@@ -148,12 +148,12 @@ TEST(Recall, OneUnwillingVariableStopsAllOfThem) {
 TEST(Recall, RandomBytesAreTakenWholeOrNotAtAll) {
   onManyStories(4, [](Story& story, Random& random) {
     for (int i = 0; i < 20; ++i) {
-      std::vector<unsigned char> noise(random() % 40);
+      std::vector<unsigned char> noise(random.below(40));
       for (unsigned char& byte : noise) {
-        byte = static_cast<unsigned char>(random());
+        byte = static_cast<unsigned char>(random.word());
       }
       for (unsigned int k = 0; k < story.verBytes && k < noise.size(); ++k) {
-        noise[k] = static_cast<unsigned char>(k == 0 ? random() % 8 : 0);
+        noise[k] = static_cast<unsigned char>(k == 0 ? random.below(8) : 0);
       }
       story.list.change(random);
       const std::string state = story.list.state();

@@ -3,23 +3,14 @@
 #pragma once
 
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "presetmake.h"
 #include "presetvarfill.h"
 #include "presetvarmgr.h"
+#include "random.h"
 #include "simplevarmgr.h"
-
-class Random {
- public:
-  explicit Random(unsigned int seed) : engine(seed) {}
-  unsigned int operator()() { return static_cast<unsigned int>(engine()); }
-
- private:
-  std::mt19937 engine;
-};
 
 using Bits = std::vector<bool>;
 
@@ -118,12 +109,12 @@ class IntItem : public Item {
   Watch* watch() override { return &var.watch; }
   void change(Random& random) override {
     if (rows.empty()) {
-      const unsigned int raw = random() >> (32 - width);
+      const unsigned int raw = random.word() >> (32 - width);
       const bool negative = isSigned && (raw >> (width - 1)) != 0;
       set(static_cast<int>(raw | (negative ? ~calcBitMask(width) : 0)));
     } else {
-      const bounds_t row = rows[random() % rows.size()];
-      set(static_cast<int>(row.min + static_cast<long long>(random()) % size(row)));
+      const bounds_t row = rows[random.below(static_cast<unsigned int>(rows.size()))];
+      set(static_cast<int>(row.min + static_cast<long long>(random.word()) % size(row)));
     }
   }
   void set(int v) {
@@ -190,9 +181,10 @@ class StrItem : public Item {
   PresetField& field() override { return packed; }
   Watch* watch() override { return &var.watch; }
   void change(Random& random) override {
-    std::string text(random() % glob.size(), ' ');
+    const unsigned int chars = static_cast<unsigned int>(allowed.size());
+    std::string text(random.below(static_cast<unsigned int>(glob.size())), ' ');
     for (char& c : text) {
-      c = allowed[random() % allowed.size()];
+      c = allowed[random.below(chars)];
     }
     set(text);
   }
@@ -239,9 +231,9 @@ class PresetList {
   }
   // A random row over all kinds of fields. All texts share one scratch buffer.
   void addRandom(Random& random) {
-    const unsigned int ver = random() % LAST;
-    const bool dropped = random() % 3 == 0;
-    add(ver, dropped ? ver + 1 + random() % (LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
+    const unsigned int ver = random.below(LAST);
+    const bool dropped = random.below(3) == 0;
+    add(ver, dropped ? ver + 1 + random.below(LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
   }
   bool current(std::size_t i) const { return rows[i].remove == PRESET_FIELD_VALID; }
   // Whether row `i` is in the image of version `ver`.
@@ -289,15 +281,15 @@ class PresetList {
     static const bounds_t* const classes[] = {
         Str::BOUNDS_PRINTABLE,   Str::BOUNDS_ALNUM, Str::BOUNDS_ALPHA, Str::BOUNDS_ALPHA_UPPER,
         Str::BOUNDS_ALPHA_LOWER, Str::BOUNDS_DIGIT, Str::BOUNDS_HEX};
-    switch (random() % 5) {
+    switch (random.below(5)) {
       case 0:
-        return std::make_unique<FillItem>(random() % 2 != 0, random() % 70);
+        return std::make_unique<FillItem>(random.below(2) != 0, random.below(70));
       case 1:
-        return std::make_unique<IntItem>(1 + random() % 32, random() % 2 != 0);
+        return std::make_unique<IntItem>(1 + random.below(32), random.below(2) != 0);
       case 2:
         return std::make_unique<StrItem>(
-            classes[random() % 7], random() % 9,
-            random() % 4 != 0 ? PresetFieldVarStr::MODE_AUTO : PresetFieldVarStr::MODE_MANUAL,
+            classes[random.below(7)], random.below(9),
+            random.below(4) != 0 ? PresetFieldVarStr::MODE_AUTO : PresetFieldVarStr::MODE_MANUAL,
             scratch, sizeof scratch);
       default:
         return makeBounded(random);
@@ -306,13 +298,13 @@ class PresetList {
   // One to four rows with gaps; one list in four spans most of the integers.
   static std::unique_ptr<Item> makeBounded(Random& random) {
     std::vector<bounds_t> bounds;
-    const unsigned int span = random() % 4 == 0 ? 1U << 30 : 40;
+    const unsigned int span = random.below(4) == 0 ? 1U << 30 : 40;
     long long from = span > 40 ? -2147483600LL : -20;
     do {
-      const long long to = std::min(from + random() % span, 2147483647LL);
+      const long long to = std::min(from + random.below(span), 2147483647LL);
       bounds.push_back({static_cast<int>(from), static_cast<int>(to)});
-      from = to + 2 + random() % 20;
-    } while (from < 2147483647LL && random() % 4 != 0);
+      from = to + 2 + random.below(20);
+    } while (from < 2147483647LL && random.below(4) != 0);
     const int init = bounds.front().max;
     return std::make_unique<IntItem>(std::move(bounds), init);
   }

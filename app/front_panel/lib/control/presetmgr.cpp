@@ -140,6 +140,18 @@ int PresetMgr::openNew(unsigned short openType) {
   return ERR_OK;
 }
 
+int PresetMgr::nextType(int after) {
+  initGlob();
+  int next = -1;
+  for (const preset_t& preset : store.user) {
+    if (!preset.erased) {
+      const int found = currentServ(preset).type;
+      next = found > after && (next < 0 || found < next) ? found : next;
+    }
+  }
+  return next;
+}
+
 int PresetMgr::close() {
   if (!isOpen || id >= NUM_PRESETS) {
     return ERR_NOT_OPEN;

@@ -74,6 +74,10 @@ class PresetMgr {
   /// Deletes the preset and closes the handle. ERR_OK, or ERR_NOT_OPEN when not open for writing.
   int remove();
 
+  /// The lowest type above `after` that a user entry has, or -1 when there is none. Starting from
+  /// -1 it walks all types in use, each once. Needs no handle and minds no open one.
+  static int nextType(int after);
+
   /// One pass of the write-behind service: moves one word or starts one erase, never waits.
   /// Changes reach the medium 20 seconds after the last of a run of writes and 60 seconds after
   /// the first, one word per pass. The application calls it periodically, at any period.

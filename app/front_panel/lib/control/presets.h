@@ -11,6 +11,16 @@
 // The file is "presets.xml" in the working directory, one element per control under the control's
 // name. It is replaced as a whole (filereplace.h), so it is complete at every moment, old or new.
 //
+// The setup verbs keep a list of variables (presetmake.h) in the preset store instead, packed to
+// the bit, as the setup and as any number of user setups; a save is a record that the store writes
+// in its own time, and a recall brings it back as one change, also that of an older firmware:
+//
+//   initPresets(list);
+//   saveUserSetup(3);
+//   recallUserSetup(3);
+//
+// They share one buffer and run on the thread of the store (presetmgr.h).
+//
 // The application owns the table and its entries, which live as long as the process. No lock: the
 // preset thread calls getName, getType and get of the entries while other threads change them, so
 // these must be safe to call from it. Set_need_save may be called from any thread; everything
@@ -26,6 +36,7 @@
 
 #include "ctrlwrap.h"
 #include "noncopyable.h"
+#include "presetrecall.h"
 #include "tessel_timer.h"
 
 /// The application's copy function: backs the saved file up. Runs on the preset thread.
@@ -92,3 +103,55 @@ class Preset : public Noncopyable, private JThread {
 /// empty. An eternity::exception leaves this function, and no thread is started, when the file
 /// cannot be written anew. The calling thread is not cancelled meanwhile.
 void initPresets(CtrlReadWrite** rwp, void (*func)());
+
+/// Takes the field list of the setup verbs and brings its variables to their initial values, and
+/// reports the version of the list on standard output. The list, closed by a row without a field,
+/// stays in use. Call once, before any other setup verb.
+void initPresets(verPresetField_t* list);
+
+// An image of the list has at most 1,024 bytes and a version of 1 byte; presetrecall.h tells what
+// happens beyond version 255. User setup `which` is the record of type `which` + 1, of which the
+// store keeps 13 bits: 0 to 0x1FFE are user setups of their own, and 0x1FFF is the setup itself.
+// REQUIRES of all that need the list: initPresets has been called with one.
+
+/// Makes what the variables of the list hold take effect: applyPreset, announced on standard
+/// output. Reads no record: see recallSetup.
+int loadSetup();
+
+/// Saves the setup. 0; 1: the store has no free entry; 2: the store has no room. An image that is
+/// too large is a fatal assertion. A record that is open elsewhere is not replaced: a second one
+/// comes beside it, so close handles on it first.
+int saveSetup();
+
+/// loadSetup for user setup `which`, without the announcement: it does the same.
+int loadUserSetup(unsigned int which);
+
+/// Saves user setup `which`; as saveSetup.
+int saveUserSetup(unsigned int which);
+
+/// Brings the saved setup back as one change: recallPreset of its record, which either takes
+/// effect as a whole or changes nothing. Any text of the list whose character class needs 4 bits
+/// and more, as all of ReadWriteVarMgrStr do, is covered by the undo memory of the verbs.
+recall_t recallSetup(recallNewer_t newer = RECALL_KEEP_NEWER);
+
+/// Brings user setup `which` back; as recallSetup.
+recall_t recallUserSetup(unsigned int which, recallNewer_t newer = RECALL_KEEP_NEWER);
+
+/// Removes user setup `which` from the store. ERR_OK; ERR_NOT_FOUND, also for a number whose
+/// record is the setup itself; ERR_CANNOT_OPEN: it is open elsewhere, and stays.
+int removeUserSetup(unsigned int which);
+
+/// Tells whether there is a record for user setup `which`.
+bool userSetupExists(unsigned int which);
+
+/// Lists the user setups in ascending order: writes the first `room` of their numbers to `which`
+/// and returns how many there are. Every record but the setup counts, a buffer saved with
+/// saveBUFPreset too: keep the types of those apart.
+unsigned int listUserSetups(unsigned int* which, unsigned int room);
+
+/// Saves the `len` bytes at `buf` as the record of `type`. 0, or 1: no entry or no room.
+int saveBUFPreset(unsigned short type, unsigned int len, const void* buf);
+
+/// Reads the record of `type` into the `len` bytes at `buf`, cut to them; how many came is not
+/// told. 0, or 1, and `buf` is as it was: there is no record, or it is open elsewhere.
+int loadBUFPreset(unsigned short type, unsigned int len, void* buf);

@@ -1,0 +1,237 @@
+// Setups in the store: what was saved comes back behind a restart, and nothing else does.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "fatal.h"
+#include "pfmedium_sim.h"
+#include "presetmgr.h"
+#include "presets.h"
+#include "presetstore.h"
+#include "presetvarfill.h"
+#include "presetvarmgr.h"
+#include "presetwrap.h"
+#include "simplevarmgr.h"
+
+namespace {
+
+const bounds_t PERCENT[] = {{0, 100}, BOUNDS_END};
+
+// A device with a level and a name, and its store.
+class Setup : public testing::Test {
+ protected:
+  Setup() {
+    pfUseMedium(&part);
+    resetPresetStore();
+    initPresets(list);
+  }
+  ~Setup() override { resetPresetStore(); }
+
+  void set(int l, const char* n) {
+    level = l;
+    std::snprintf(name, sizeof name, "%s", n);
+    group.setRefresh();
+  }
+  std::string now() const { return std::to_string(level) + " " + name; }
+  void drain() {
+    do {
+      part.beginPass();
+    } while (PresetMgr::flush() != 0);
+  }
+  void restart() {
+    part.powerUp();
+    resetPresetStore();
+    set(1, "factory");
+  }
+  static std::string record(unsigned short type) {
+    char bytes[32];
+    unsigned int len = sizeof bytes;
+    PresetMgr handle;
+    return handle.openFirst(type, PM_READ) == ERR_OK && handle.read(bytes, len) == ERR_OK
+               ? std::string(bytes, len)
+               : "none";
+  }
+  static std::vector<unsigned int> listed() {
+    std::vector<unsigned int> all(20, 77);
+    all.resize(listUserSetups(all.data(), 20));
+    return all;
+  }
+
+  int level = 1;
+  char name[9] = "";
+  char working[9];
+  unsigned char scratch[9];
+  RefreshMgr group;
+  ReadWriteVarMgrSimpleInt levelVar{level, group, 1, PERCENT, RANGE_CLIP};
+  ReadWriteVarMgrSimpleStr nameVar{
+      group, name, working, sizeof working, ReadWriteVarMgrStr::BOUNDS_PRINTABLE, "factory"};
+  PresetFieldVarInt levelField{levelVar};
+  PresetFieldVarStr nameField{nameVar, scratch, sizeof scratch, PresetFieldVarStr::MODE_AUTO};
+  verPresetField_t list[3] = {
+      {0, PRESET_FIELD_VALID, &levelField}, {2, PRESET_FIELD_VALID, &nameField}, {0, 0, nullptr}};
+  PfSimMedium part;
+};
+
+TEST_F(Setup, SurvivesARestart) {
+  set(50, "one");
+  EXPECT_EQ(saveSetup(), 0);
+  set(60, "two");
+  EXPECT_EQ(saveUserSetup(0), 0);
+  set(70, "three");
+  EXPECT_EQ(saveUserSetup(41), 0);
+  EXPECT_EQ(recallUserSetup(0), RECALL_OK);
+  EXPECT_EQ(now(), "60 two") << "readable at once";
+  drain();
+  restart();
+  EXPECT_EQ(now(), "1 factory");
+  EXPECT_EQ(listed(), (std::vector<unsigned int>{0, 41}));
+  EXPECT_EQ(recallUserSetup(41), RECALL_OK);
+  EXPECT_EQ(now(), "70 three");
+  EXPECT_EQ(recallSetup(), RECALL_OK);
+  EXPECT_EQ(now(), "50 one");
+  EXPECT_EQ(recallUserSetup(1), RECALL_NOT_FOUND);
+  EXPECT_EQ(now(), "50 one");
+}
+
+TEST_F(Setup, RemovedOnesDoNotComeBack) {
+  // A save while the record is open elsewhere leaves two records of one setup.
+  {
+    EXPECT_EQ(saveUserSetup(5), 0);
+    PresetMgr reader;
+    ASSERT_EQ(reader.openFirst(6, PM_READ), ERR_OK);
+    EXPECT_EQ(recallUserSetup(5), RECALL_OK) << "readers do not exclude each other";
+    set(9, "again");
+    EXPECT_EQ(saveUserSetup(5), 0);
+    EXPECT_EQ(removeUserSetup(5), ERR_CANNOT_OPEN);
+    EXPECT_TRUE(userSetupExists(5));
+    EXPECT_EQ(saveUserSetup(5), 0);
+  }
+  PresetMgr writer;
+  ASSERT_EQ(writer.openFirst(6, PM_WRITE), ERR_OK);
+  EXPECT_EQ(recallUserSetup(5), RECALL_BUSY);
+  writer.close();
+  EXPECT_EQ(saveUserSetup(6), 0);
+  EXPECT_EQ(saveSetup(), 0);
+  EXPECT_EQ(removeUserSetup(5), ERR_OK);
+  EXPECT_EQ(removeUserSetup(5), ERR_NOT_FOUND);
+  EXPECT_EQ(removeUserSetup(0x1FFF), ERR_NOT_FOUND) << "that would be the setup itself";
+  drain();
+  restart();
+  EXPECT_FALSE(userSetupExists(5));
+  EXPECT_EQ(listed(), std::vector<unsigned int>{6});
+  EXPECT_EQ(recallSetup(), RECALL_OK);
+}
+
+TEST_F(Setup, NumbersBeyondTheStoresTypesLandOnTheSetup) {
+  for (const unsigned int which : {0x1FFFU, 0xFFFFU, 0xFFFFFFFFU}) {
+    set(static_cast<int>(which % 100), "alias");
+    EXPECT_EQ(saveUserSetup(which), 0);
+    const std::string saved = now();
+    set(0, "");
+    EXPECT_EQ(recallSetup(), RECALL_OK);
+    EXPECT_EQ(now(), saved);
+  }
+  EXPECT_EQ(saveUserSetup(0x1FFE), 0);
+  EXPECT_EQ(listed(), std::vector<unsigned int>{0x1FFE});
+}
+
+TEST_F(Setup, ListingIsCutToItsRoomButCountsAll) {
+  const std::vector<unsigned int> saved = {0, 7, 3, 250, 0x1FFE, 7};
+  for (const unsigned int which : saved) {
+    EXPECT_EQ(saveUserSetup(which), 0);
+  }
+  EXPECT_EQ(listed(), (std::vector<unsigned int>{0, 3, 7, 250, 0x1FFE}));
+  unsigned int few[3] = {9, 9, 9};
+  EXPECT_EQ(listUserSetups(few, 2), 5U);
+  EXPECT_TRUE(few[0] == 0 && few[1] == 3 && few[2] == 9);
+  EXPECT_EQ(listUserSetups(nullptr, 0), 5U);
+}
+
+TEST_F(Setup, RecordsThatAreNoImageChangeNothing) {
+  set(33, "present");
+  EXPECT_EQ(saveBUFPreset(1, 2, "\x02\x33"), 0);
+  EXPECT_EQ(recallUserSetup(0), RECALL_TOO_SHORT);
+  EXPECT_EQ(saveBUFPreset(1, 11, "\x03.........."), 0);
+  EXPECT_EQ(recallUserSetup(0), RECALL_NEWER_LIST);
+  EXPECT_EQ(now(), "33 present");
+  // The image of an older list: the name came in later.
+  EXPECT_EQ(saveBUFPreset(1, 2, "\x01\x3F"), 0);
+  EXPECT_EQ(recallUserSetup(0), RECALL_OK);
+  EXPECT_EQ(now(), "31 present");
+  EXPECT_EQ(recallUserSetup(0, RECALL_INIT_NEWER), RECALL_OK);
+  EXPECT_EQ(now(), "31 factory");
+}
+
+TEST_F(Setup, LoadVerbsReadNoRecord) {
+  set(20, "saved");
+  EXPECT_EQ(saveSetup(), 0);
+  EXPECT_EQ(levelVar.refresh(), false) << "the save has looked";
+  unsigned char value[1] = {44};
+  levelVar.set(value, 1);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(loadSetup(), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Loading setup presets\n");
+  EXPECT_EQ(now(), "44 saved") << "what the variables held takes effect";
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(loadUserSetup(3), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  testing::internal::CaptureStdout();
+  initPresets(list);
+  char line[64];
+  std::snprintf(line, sizeof line, "initPresets, list: 0x%04x\n",
+                static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(list)));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            std::string(line) + "Power-up preset version is 2\n");
+}
+
+TEST_F(Setup, StoreFailuresAreTold) {
+  unsigned char buf[16];
+  EXPECT_EQ(storePreset(3, buf, 8, 1, list, false), -1) << "8 bytes are one too few";
+  EXPECT_EQ(record(3), "none") << "the record that was opened for it is free again";
+  EXPECT_EQ(storePreset(3, buf, 9, 1, list, true), 0);
+  EXPECT_EQ(record(3).size(), 9U);
+  EXPECT_NE(PresetMgr::flush(), 0) << "the flush has begun to write";
+  EXPECT_EQ(storePreset(3, buf, 8, 1, list, false), -1);
+  EXPECT_EQ(record(3).size(), 9U) << "a failed save must not harm the saved one";
+
+  std::vector<char> big(4000, 'x');
+  EXPECT_EQ(saveBUFPreset(10, 4000, big.data()), 0);
+  EXPECT_EQ(saveBUFPreset(11, 4000, big.data()), 0);
+  EXPECT_EQ(saveBUFPreset(12, 4000, big.data()), 1);
+  for (unsigned short type = 100; saveBUFPreset(type, 1, "x") == 0; ++type) {
+  }
+  EXPECT_EQ(saveUserSetup(7), 2);
+  EXPECT_EQ(recallUserSetup(7), RECALL_NOT_FOUND);
+
+  PresetMgr::format();
+  for (unsigned short type = 0; type < NUM_PRESETS; ++type) {
+    ASSERT_EQ(saveBUFPreset(static_cast<unsigned short>(type + 50), 1, "x"), 0);
+  }
+  EXPECT_EQ(saveUserSetup(7), 1);
+  EXPECT_EQ(saveBUFPreset(7, 1, "x"), 1);
+  char one[3] = "??";
+  EXPECT_EQ(loadBUFPreset(7, 2, one), 1);
+  EXPECT_STREQ(one, "??");
+  EXPECT_EQ(loadBUFPreset(50, 2, one), 0);
+  EXPECT_STREQ(one, "x?");
+  PresetMgr reader;
+  ASSERT_EQ(reader.openFirst(50, PM_READ), ERR_OK);
+  EXPECT_EQ(loadBUFPreset(50, 2, one), 1) << "it takes write access";
+}
+
+using SetupDeathTest = Setup;
+
+TEST_F(SetupDeathTest, AnImageThatIsTooLargeOrNoList) {
+  PresetFieldFill fits(true, 1023 * 8);
+  verPresetField_t large[] = {{0, PRESET_FIELD_VALID, &fits}, {0, 0, nullptr}};
+  initPresets(large);
+  EXPECT_EQ(saveSetup(), 0);
+  EXPECT_EQ(recallSetup(), RECALL_OK);
+  PresetFieldFill over(true, 1023 * 8 + 1);
+  large[0].field = &over;
+  EXPECT_FATAL(saveSetup(), "result != -1");
+  EXPECT_FATAL(saveUserSetup(1), "result != -1");
+  EXPECT_FATAL(initPresets(static_cast<verPresetField_t*>(nullptr)), "list != nullptr");
+}
+
+}  // namespace
