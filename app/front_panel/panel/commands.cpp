@@ -210,7 +210,17 @@ bool confirm(const char*) {
   if (count == 0) {
     return complain("nothing waits for confirm");
   }
-  say("%u %s confirmed", count, count == 1 ? "setting" : "settings");
+  say("%u %s confirmed; saved within about 10 seconds, or now with \"save\"", count,
+      count == 1 ? "setting" : "settings");
+  return true;
+}
+
+bool save(const char*) {
+  if (!saveSettings()) {
+    return complain("the confirmed settings are not saved");
+  }
+  say("saved; %s", waitingSets() == 0 ? "nothing waits for confirm"
+                                      : "what waits for confirm is not in the file");
   return true;
 }
 
@@ -284,7 +294,10 @@ bool help(const char* args) {
   return true;
 }
 
-bool quit(const char*) {
+bool quit(const char* args) {
+  if (unsavedSettings() && !saveSettings() && std::strcmp(args, "now") != 0) {
+    return complain("the confirmed settings are not saved; \"quit now\" ends without them");
+  }
   consoleQuit();
   return true;
 }
@@ -324,7 +337,8 @@ const Command CONTROL_COMMANDS[] = {
      completeControl},
     {"wait", "[SECONDS]", "does nothing for a while", wait, nullptr},
     {"help", "[COMMAND]", "this list", help, completeName},
-    {"quit", "", "ends the panel; confirmed settings are saved", quit, nullptr},
+    {"save", "", "saves the confirmed settings now", save, nullptr},
+    {"quit", "[now]", "ends the panel; confirmed settings are saved", quit, nullptr},
     {}};
 
 bool runCommand(const std::string& line) {

@@ -25,8 +25,8 @@ ConsoleHooks hook;
 std::atomic<int> stopSignal{0};            // the signal that asks the panel to end, or 0
 std::atomic<bool> terminalChanged{false};  // its size, or its mode while we were stopped
 bool ending = false;
-bool atPrompt = false;  // a line is being edited on the terminal
-bool redraw = false;
+std::atomic<bool> atPrompt{false};  // a line is being edited on the terminal
+std::atomic<bool> redraw{false};
 std::string unread;  // what was read from a pipe and not yet given out
 
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
@@ -59,7 +59,7 @@ void print(const char* lead, const char* format, va_list args) {
   char text[1024];
   std::vsnprintf(text, sizeof text, format, args);
   std::printf("%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
-  redraw = atPrompt;
+  redraw = true;
 }
 
 void refreshPrompt();
@@ -76,10 +76,9 @@ void runPeriodic() {
     adoptTerminal();
     redraw = true;
   }
-  if (redraw && atPrompt) {
+  if (redraw.exchange(false) && atPrompt) {
     refreshPrompt();
   }
-  redraw = false;
 }
 
 // Waits until `fd` can be read (-1 for none), `end` has come, or the panel is to end. The other

@@ -4,7 +4,7 @@
 // line that the panel itself prints begins with MARK; all other lines come from the library. Both
 // go to standard output as they are, through no pipe or buffer of another thread, so the report
 // of a fatal assertion is never lost. SIGINT, SIGTERM and SIGHUP end the input as the end of a
-// file does. Main thread only; nothing stops the process.
+// file does. Main thread only, but for say and complain; nothing stops the process.
 #pragma once
 
 #include <string>
@@ -47,8 +47,9 @@ void consoleQuit();
 /// the line that is being edited again.
 void consoleRedraw();
 
-/// Prints one line, with the mark in front and a line end behind.
+/// Prints one line, with the mark in front and a line end behind. Any thread.
 void say(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Prints one line beginning with "error: ". Returns false, for a command to hand on.
+/// Any thread.
 bool complain(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -217,14 +217,12 @@ CtrlReadWrite** savedControls() {
 }
 
 void driftTemperatures() {
-  static Timer second(true);
+  static Timer second(false);
   static unsigned int seed = 1;
-  if (!second.isRunning()) {
-    second.setTimeout(1000);
-  }
   if (!second.isTimeoutExpired()) {
     return;
   }
+  second.setTimeout(1000);
   for (Temperature& t : temperatures) {
     seed = seed * 1103515245U + 12345U;
     const int step = static_cast<int>(seed >> 16) % 3 - 1;

@@ -20,7 +20,21 @@ const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, nullp
 
 namespace {
 
-void (*const PERIODIC[])() = {driftTemperatures, storeService};
+// The preset thread prints a line when it saves, wherever the prompt stands.
+void drawPromptAgain() {
+  static Timer second(false);
+  static unsigned int again = 0;
+  if (unsavedSettings()) {
+    again = 3;
+  }
+  if (again > 0 && second.isTimeoutExpired()) {
+    second.setTimeout(1000);
+    --again;
+    consoleRedraw();
+  }
+}
+
+void (*const PERIODIC[])() = {driftTemperatures, storeService, drawPromptAgain};
 
 void runPeriodic() {
   for (void (*const work)() : PERIODIC) {
@@ -29,7 +43,7 @@ void runPeriodic() {
 }
 
 constexpr int EXIT_REFUSED = 1;
-constexpr int EXIT_USAGE = 2;
+constexpr int EXIT_START = 2;
 
 const char USAGE[] =
     "Usage: panel [--dir DIR] [--store FILE]\n"
@@ -38,7 +52,8 @@ const char USAGE[] =
     "  --dir DIR     keep the files of the panel in DIR instead of the working directory\n"
     "  --store FILE  keep the preset store in FILE instead of presets.flash\n"
     "  --help        this text\n"
-    "Ends with 0, or with 1 when a command was refused, or with 2 when it cannot start.\n";
+    "Ends with 0; with 1 when a piped command was refused or a confirmed setting could not be\n"
+    "saved; with 2 when it cannot start.\n";
 
 struct Options {
   const char* dir = nullptr;
@@ -71,7 +86,7 @@ int parseOptions(int argc, char** argv, Options& options) {
         [[fallthrough]];
       default:
         std::fputs(USAGE, stderr);
-        return EXIT_USAGE;
+        return EXIT_START;
     }
   }
 }
@@ -106,6 +121,17 @@ bool serve() {
   return good;
 }
 
+// Saves what is unsaved; tells what is lost. `good`: no command was refused.
+bool finish(bool good) {
+  if (waitingSets() > 0) {
+    say("%u not confirmed, and so not kept", waitingSets());
+  }
+  if (!closeSettings()) {
+    return complain("the confirmed settings are not saved");
+  }
+  return good || consoleInteractive();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -116,19 +142,25 @@ int main(int argc, char** argv) {
   }
   if (options.dir != nullptr && chdir(options.dir) != 0) {
     std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir, std::strerror(errno));
-    return EXIT_USAGE;
+    return EXIT_START;
   }
   if (!storeStart(options.store)) {
-    return EXIT_USAGE;
+    return EXIT_START;
   }
   consoleStart({runPeriodic, completeCommand, prompt});
   Timer_thread::Instance()->Init();
   deviceInit();
+  std::string why;
+  if (!openSettings(savedControls(), why)) {
+    complain("cannot keep settings here: %s", why.c_str());
+    consoleEnd();
+    return EXIT_START;
+  }
   if (consoleInteractive()) {
     banner();
   }
   bool good = serve();
   good = storeEnd() && good;
   consoleEnd();
-  return good || consoleInteractive() ? 0 : EXIT_REFUSED;
+  return finish(good) ? 0 : EXIT_REFUSED;
 }

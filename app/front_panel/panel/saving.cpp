@@ -1,6 +1,17 @@
 #include "saving.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+
+#include "console.h"
 #include "ctrlsys.h"
+#include "filereplace.h"
+#include "presets.h"
 #include "varmgr.h"
 
 std::mutex settingsLock;
@@ -8,6 +19,26 @@ std::mutex settingsLock;
 namespace {
 
 unsigned int waiting = 0;  // sets in the confirm queue
+
+// Two panels in one directory would overwrite each other's settings. The lock is on the directory
+// itself, and ends with the process; a file system without locks is taken as it is.
+bool lockDirectory() {
+  const int fd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return fd < 0 || flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+// The copy function of the preset thread: keeps the saved file once more, in case that the one in
+// use is lost. To go back to it, end the panel and copy it over presets.xml.
+void backUpPresets() {
+  try {
+    FileReplacement copy(Preset::s_file_name + ".bak");
+    std::filesystem::copy_file(Preset::s_file_name, copy.temporary(),
+                               std::filesystem::copy_options::overwrite_existing);
+    copy.commit();
+  } catch (const std::exception& e) {
+    complain("no backup of %s: %s", Preset::s_file_name.c_str(), e.what());
+  }
+}
 
 }  // namespace
 
@@ -56,7 +87,38 @@ unsigned int waitingSets() {
 unsigned int confirmSettings() {
   const std::lock_guard<std::mutex> lock(settingsLock);
   ctrlDoConfirm();
+  Preset::Instance()->Set_need_save();
   const unsigned int confirmed = waiting;
   waiting = 0;
   return confirmed;
+}
+
+bool openSettings(CtrlReadWrite** table, std::string& why) {
+  if (!lockDirectory()) {
+    why = "another panel keeps its files here";
+    return false;
+  }
+  try {
+    initPresets(table, backUpPresets);
+    return true;
+  } catch (const std::exception& e) {
+    why = e.what();
+  } catch (eternity::exception* e) {
+    why = e->what();
+    delete e;
+  }
+  return false;
+}
+
+bool unsavedSettings() {
+  return Preset::Instance()->Need_save();
+}
+
+bool saveSettings() {
+  return Preset::Instance()->Save_now();
+}
+
+bool closeSettings() {
+  Preset::Instance()->Stop();
+  return !unsavedSettings() || saveSettings();
 }

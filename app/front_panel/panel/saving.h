@@ -4,10 +4,11 @@
 // requests. It is given SavedControl objects instead of the entries of the registry: they read the
 // confirmed value, under `settingsLock`, and leave the entry and its variable alone. So the file
 // never holds a value that was set but not confirmed, and a save in the background cannot disturb
-// a request. All functions here belong to the main thread.
+// a request. All functions here belong to the main thread. Nothing stops the process.
 #pragma once
 
 #include <mutex>
+#include <string>
 
 #include "ctrlwrap.h"
 
@@ -46,3 +47,17 @@ unsigned int waitingSets();
 /// Confirms every setting that waits, and marks the preset file as out of date. Returns how many
 /// there were.
 unsigned int confirmSettings();
+
+/// Takes the working directory for this process, restores the controls of `table` from presets.xml
+/// or writes it anew, and starts the saving in the background. False with the reason in `why` when
+/// another panel keeps its files here, or when presets.xml cannot be written.
+bool openSettings(CtrlReadWrite** table, std::string& why);
+
+/// True when a confirmed setting is not in presets.xml yet.
+bool unsavedSettings();
+
+/// Saves now. False when presets.xml could not be written; it then still holds what it held.
+bool saveSettings();
+
+/// Ends the saving in the background, and saves what is not saved yet. False when that failed.
+bool closeSettings();

@@ -202,15 +202,17 @@ int Preset::Stop() {
   return JThread::Kill();
 }
 
-// One attempt to save, on the preset thread; true when the file is on the disk. A change that is
+// One attempt to save; true when the file is on the disk. A change that is
 // marked while it runs marks the file again, so the mark is taken back before the walk.
 bool Preset::save(eternity::xml_archive& xml) {
+  const std::lock_guard<std::mutex> one(m_saving);
   m_need_save = false;
   try {
     FileReplacement file(s_file_name);
     xml.open(file.temporary(), eternity::archive::store);
     std::printf("Save presets to:%s\n", s_file_name.c_str());
     storeAll(xml, file);
+    m_need_copy = true;
     return true;
   } catch (abi::__forced_unwind&) {
     m_need_save = true;
@@ -225,12 +227,17 @@ bool Preset::save(eternity::xml_archive& xml) {
   return false;
 }
 
+bool Preset::Save_now() {
+  const CancelHold hold;
+  eternity::xml_archive xml;
+  return save(xml);
+}
+
 // Cancelled only at the head and at the sleep: Stop waits for the end of a save or copy.
 void* Preset::Thread() {
   ThreadStarted();
   unsigned int refreshPoll = Timer::getSysTime();
   unsigned int refreshPoll_Copy = refreshPoll;
-  bool need_copy = false;
   eternity::xml_archive xml;
   for (;;) {
     pthread_testcancel();
@@ -238,15 +245,14 @@ void* Preset::Thread() {
       const CancelHold hold;
       if (m_need_save && Timer::getDiffTime(refreshPoll) >= REFRESH_POLL) {
         refreshPoll = Timer::getSysTime();
-        need_copy = save(xml) || need_copy;
+        save(xml);
       } else if (Timer::getDiffTime(refreshPoll_Copy) >= COPY_POLL) {
         refreshPoll_Copy = Timer::getSysTime();
         const preset_bk_func_t copy = my_back_func;
         if (copy == nullptr) {
           std::puts("my_back_func is NULL");
-        } else if (need_copy) {
+        } else if (m_need_copy.exchange(false)) {
           copy();
-          need_copy = false;
         }
       }
     }

@@ -23,8 +23,8 @@
 //
 // The application owns the table and its entries, which live as long as the process. No lock: the
 // preset thread calls getName, getType and get of the entries while other threads change them, so
-// these must be safe to call from it. Set_need_save may be called from any thread; everything
-// else belongs to the thread that starts up. A null table stops the process.
+// these must be safe to call from it. Set_need_save, Need_save and Save_now may be called from any
+// thread; everything else belongs to the thread that starts up. A null table stops the process.
 #pragma once
 
 #include <jthread.h>
@@ -32,6 +32,7 @@
 #include <persist_xml.h>
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "ctrlwrap.h"
@@ -72,6 +73,19 @@ class Preset : public Noncopyable, private JThread {
   /// about a second, but not sooner than REFRESH_POLL behind the start of the last save.
   void Set_need_save() { m_need_save = true; }
 
+  /// True when a change is marked and no save has begun to write it.
+  bool Need_save() const { return m_need_save; }
+
+  /// Saves now, on the calling thread, marked or not, and behind a save that is running. True when
+  /// the file is on the disk with every change that was marked before the call. An application
+  /// that ends saves what is left so:
+  ///
+  ///   Preset::Instance()->Stop();
+  ///   if (Preset::Instance()->Need_save()) { Preset::Instance()->Save_now(); }
+  ///
+  /// REQUIRES: Init has been called.
+  bool Save_now();
+
   /// Prints a heading; there is nothing further to show.
   void Dump();
 
@@ -94,6 +108,8 @@ class Preset : public Noncopyable, private JThread {
 
   std::atomic<CtrlReadWrite**> m_rwp{nullptr};
   std::atomic<bool> m_need_save{false};
+  std::atomic<bool> m_need_copy{false};  // a good save that the copy function has not seen
+  std::mutex m_saving;                   // one save at a time
 };
 
 /// Restores the controls of `rwp`, a table ended by a null pointer, from the preset file, and
