@@ -10,6 +10,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -55,15 +56,15 @@ class JThread {
 
  private:
   class EndMark;
-  static void* run(void* self);
+  [[gnu::no_sanitize_address]] static void* run(void* self);
   void join();
 
   std::mutex control;  // one Start or Kill at a time
-  std::mutex state;    // guards the four members below
+  std::mutex state;    // held where started or running changes, for the waiting Start
   std::condition_variable changed;
-  bool started = false;
-  bool running = false;
-  void* result = nullptr;
+  std::atomic<bool> started{false};
+  std::atomic<bool> running{false};
+  std::atomic<void*> result{nullptr};
   bool joinable = false;  // guarded by control
   pthread_t thread{};
 };
