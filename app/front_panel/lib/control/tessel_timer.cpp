@@ -28,6 +28,10 @@ bool Timer::isTimeoutExpired() {
   if (!running) {
     return true;
   }
+  if (length == 0) {
+    running = repeat;
+    return true;
+  }
   const unsigned int cur = sysTime;
   if (overflow) {
     if (cur >= start) {
@@ -40,7 +44,7 @@ bool Timer::isTimeoutExpired() {
   }
   if (!repeat) {
     running = false;
-  } else if (length != 0) {
+  } else {
     arm(end + (cur - end) / length * length);
   }
   return true;

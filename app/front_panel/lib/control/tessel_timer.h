@@ -1,8 +1,10 @@
 // One free-running tick counter for the whole library, and polled timeouts on it.
 //
-// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days; all comparisons
-// here hold across the wrap. Timer_thread advances the counter about every 2 ms from the wall
-// clock; the application starts it once, before anything relies on a timeout:
+// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days. Timeouts hold across
+// the wrap, with one limit: one that ends before the wrap and is first polled behind it reads as
+// running until the counter comes round, so poll every timeout as often as its end matters.
+// Timer_thread advances the counter about every 2 ms from the wall clock; the application starts
+// it once, before anything relies on a timeout:
 //
 //   Timer_thread::Instance()->Init();
 //

@@ -1,0 +1,153 @@
+// Threads as classes: start, end, restart, and what a call at the wrong time returns.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <jthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+#include <vector>
+
+namespace {
+
+std::atomic<bool> refuseThreads{false};
+
+}  // namespace
+
+// Stands before the C library's function, also for the library under test.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*body)(void*), void* argument) noexcept {
+  static const auto create =
+      reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+  return refuseThreads ? EAGAIN : create(thread, attributes, body, argument);
+}
+
+namespace {
+
+class Worker : public JThread {
+ public:
+  explicit Worker(std::function<void*(Worker&)> b) : body(std::move(b)) {}
+  ~Worker() override { Kill(); }
+  void* Thread() override { return body(*this); }
+  using JThread::ThreadStarted;
+
+ private:
+  const std::function<void*(Worker&)> body;
+};
+
+// Counts how often it is unwound, as a local of a thread's body.
+struct Unwound {
+  ~Unwound() { ++count; }
+  static std::atomic<int> count;
+};
+std::atomic<int> Unwound::count{0};
+
+void* sleepForEver(Worker& worker) {
+  const Unwound mark;
+  worker.ThreadStarted();
+  for (;;) {
+    pause();
+  }
+}
+
+void awaitEnd(Worker& worker) {
+  for (int i = 0; i < 10000 && worker.IsRunning(); ++i) {
+    usleep(1000);
+  }
+  ASSERT_FALSE(worker.IsRunning());
+}
+
+TEST(JThreadTest, StartReturnsOnceTheThreadIsUpAndKillOnceItIsGone) {
+  std::atomic<int> ups{0};
+  Worker worker([&ups](Worker& self) {
+    usleep(20000);
+    ++ups;
+    return sleepForEver(self);
+  });
+  EXPECT_FALSE(worker.IsRunning());
+  EXPECT_EQ(worker.Kill(), ERR_JTHREAD_NOTRUNNING);
+  for (int i = 1; i <= 3; ++i) {
+    EXPECT_EQ(worker.Start(), 0);
+    EXPECT_EQ(ups, i);
+    EXPECT_TRUE(worker.IsRunning());
+    EXPECT_EQ(worker.Start(), ERR_JTHREAD_ALREADYRUNNING);
+    EXPECT_EQ(worker.Kill(), 0);
+    EXPECT_EQ(Unwound::count, i) << "the body's locals are destroyed";
+    EXPECT_FALSE(worker.IsRunning());
+    EXPECT_EQ(worker.GetReturnValue(), nullptr);
+    EXPECT_EQ(worker.Kill(), ERR_JTHREAD_NOTRUNNING);
+  }
+}
+
+TEST(JThreadTest, AThreadThatEndsLeavesItsResultAndCanStartAgain) {
+  int result;
+  // It never says that it has started: Start returns all the same.
+  Worker worker([&result](Worker&) { return &result; });
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(worker.Start(), 0);
+    awaitEnd(worker);
+    EXPECT_EQ(worker.GetReturnValue(), &result);
+    if (i == 1) {
+      EXPECT_EQ(worker.Kill(), ERR_JTHREAD_NOTRUNNING);
+      EXPECT_EQ(worker.GetReturnValue(), &result);
+    }
+  }
+}
+
+TEST(JThreadTest, NoThreadIsLeftBehindADestroyedObject) {
+  { Worker never(sleepForEver); }
+  EXPECT_EQ(Unwound::count, 0);
+  {
+    Worker running(sleepForEver);
+    EXPECT_EQ(running.Start(), 0);
+  }
+  EXPECT_EQ(Unwound::count, 1);
+}
+
+TEST(JThreadTest, AThreadCannotKillItself) {
+  std::atomic<int> result{0};
+  Worker worker([&result](Worker& self) -> void* {
+    self.ThreadStarted();
+    result = self.Kill();
+    return nullptr;
+  });
+  EXPECT_EQ(worker.Start(), 0);
+  awaitEnd(worker);
+  EXPECT_EQ(result, ERR_JTHREAD_OWNTHREAD);
+}
+
+TEST(JThreadTest, AThreadThatCannotBeMadeIsReported) {
+  Worker worker(sleepForEver);
+  refuseThreads = true;
+  EXPECT_EQ(worker.Start(), ERR_JTHREAD_CANTSTART);
+  refuseThreads = false;
+  EXPECT_FALSE(worker.IsRunning());
+  EXPECT_EQ(worker.Kill(), ERR_JTHREAD_NOTRUNNING);
+  EXPECT_EQ(worker.Start(), 0) << "and a later attempt can succeed";
+}
+
+TEST(JThreadTest, StartAndKillFromManyThreads) {
+  Worker worker(sleepForEver);
+  std::atomic<int> starts{0};
+  std::atomic<int> kills{0};
+  std::vector<std::thread> callers;
+  for (int i = 0; i < 4; ++i) {
+    callers.emplace_back([&] {
+      for (int n = 0; n < 100; ++n) {
+        starts += worker.Start() == 0 ? 1 : 0;
+        worker.IsRunning();
+        worker.GetReturnValue();
+        kills += worker.Kill() == 0 ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& caller : callers) {
+    caller.join();
+  }
+  EXPECT_EQ(starts, kills);
+  EXPECT_EQ(Unwound::count, starts);
+  EXPECT_FALSE(worker.IsRunning());
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+// The tick counter, polled timeouts on it, and the thread that drives it.
+//
+// The thread's clock and sleep are replaced, so that the test decides what time it is and the
+// thread makes one pass at a time.
+#include "tessel_timer.h"
+
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "random.h"
+
+namespace {
+
+sem_t passBegins;
+sem_t passEnded;
+std::optional<timeval> clockNow;  // none: the clock fails
+useconds_t slept;
+
+}  // namespace
+
+extern "C" int gettimeofday(timeval* now, void*) noexcept {
+  if (!clockNow) {
+    return -1;
+  }
+  *now = *clockNow;
+  return 0;
+}
+
+extern "C" int usleep(useconds_t microseconds) {
+  slept = microseconds;
+  sem_post(&passEnded);
+  while (sem_wait(&passBegins) != 0) {
+  }
+  return 0;
+}
+
+namespace {
+
+constexpr unsigned long long WRAP = 1ULL << 32;
+
+// A timeout in 64-bit time, where nothing wraps.
+struct Model {
+  bool isTimeoutExpired(unsigned long long now) {
+    if (!running) {
+      return true;
+    }
+    if (now < end) {
+      return false;
+    }
+    running = repeat;
+    while (running && length > 0 && end <= now) {
+      end += length;
+    }
+    return true;
+  }
+
+  const bool repeat;
+  bool running = false;
+  unsigned long long end = 0;
+  unsigned long long length = 0;
+};
+
+TEST(TimerTest, AgreesWithUnwrappedTimeThroughManyWraps) {
+  Random random(1);
+  const unsigned int lengths[] = {0, 1, 2, 10, 1000, 0x200, 0x7FFFFFFF, 0xFFFF0000};
+  unsigned int wraps = 0;
+  for (int round = 0; round < 2000; ++round) {
+    const bool repeat = random.oneIn(2);
+    unsigned long long now = WRAP - random.below(300);
+    Timer timer(repeat);
+    Model model{repeat};
+    for (int i = 0; i < 60; ++i) {
+      Timer::sysTime = static_cast<unsigned int>(now);
+      if (random.oneIn(12)) {
+        const unsigned int length = lengths[random.below(std::size(lengths))];
+        timer.setTimeout(length);
+        model.running = true;
+        model.length = length;
+        model.end = now + length;
+      } else if (random.oneIn(40)) {
+        timer.clearTimeout();
+        model.running = false;
+      }
+      ASSERT_EQ(timer.isTimeoutExpired(), model.isTimeoutExpired(now)) << round << " " << i;
+      ASSERT_EQ(timer.isRunning(), model.running);
+      // Time goes on in small steps, or to the end of a long period; the last tick before a wrap
+      // is not passed without a poll.
+      const unsigned long long left = model.end > now ? model.end - now : 1;
+      unsigned long long step = random.oneIn(4) ? left - random.below(2) : random.below(40);
+      const unsigned long long lastTick = now | 0xFFFFFFFF;
+      if (now < lastTick && now + step > lastTick) {
+        step = lastTick - now;
+        ++wraps;
+      }
+      now += step;
+    }
+  }
+  EXPECT_GT(wraps, 1000U);
+}
+
+TEST(TimerTest, ARepeatingTimerKeepsItsPhaseAndReportsMissedPeriodsOnce) {
+  Timer timer(true);
+  EXPECT_TRUE(timer.isTimeoutExpired()) << "never armed";
+  Timer::sysTime = 100;
+  timer.setTimeout(10);
+  const struct {
+    unsigned int time;
+    bool expired;
+  } polls[] = {{109, false}, {125, true}, {126, false}, {129, false}, {130, true}, {130, false}};
+  for (const auto& poll : polls) {
+    Timer::sysTime = poll.time;
+    EXPECT_EQ(timer.isTimeoutExpired(), poll.expired) << poll.time;
+  }
+  Timer::sysTime = 0xFFFFFFFF;
+  timer.setTimeout(0);
+  EXPECT_TRUE(timer.isTimeoutExpired() && timer.isTimeoutExpired() && timer.isRunning());
+}
+
+TEST(TimerTest, DifferencesLoseATickAcrossTheWrap) {
+  const struct {
+    unsigned int since, now, difference;
+  } cases[] = {
+      {3, 5, 2}, {5, 5, 0}, {5, 3, 0xFFFFFFFD}, {0xFFFFFFFF, 0, 0}, {0xFFFFFF00, 0xFF, 0x1FE}};
+  for (const auto& c : cases) {
+    Timer::sysTime = c.now;
+    EXPECT_EQ(Timer::getDiffTime(c.since), c.difference);
+    EXPECT_EQ(Timer::getSysTime(), c.now);
+  }
+}
+
+TEST(TimerTest, DividerSettings) {
+  bool clkDiv = true;
+  unsigned int prescale = 0;
+  unsigned int ref = 0;
+  timerGetParms(clkDiv, prescale, ref);
+  EXPECT_TRUE(!clkDiv && prescale == 225 && ref == 160);
+  static_assert(20000000 / Timer::tickTime == 20000 && TICKS_IN_MS == 10 && TICKS_IN_US == 1000,
+                "the module's constants");
+}
+
+class TimerThreadTest : public testing::Test {
+ protected:
+  TimerThreadTest() {
+    sem_init(&passBegins, 0, 0);
+    sem_init(&passEnded, 0, 0);
+  }
+  ~TimerThreadTest() override {
+    Timer_thread::Instance()->Stop();
+    Timer::cb = nullptr;
+  }
+
+  void pass() {
+    sem_post(&passBegins);
+    sem_wait(&passEnded);
+  }
+
+  static int calls;
+};
+int TimerThreadTest::calls;
+
+TEST_F(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
+  clockNow = timeval{1, 999};
+  testing::internal::CaptureStdout();
+  Timer_thread::Instance()->Init();
+  sem_wait(&passEnded);
+  EXPECT_EQ(Timer::sysTime, 1000U);
+  EXPECT_EQ(slept, 2000U);
+  Timer::cb = [] { ++calls; };
+  const struct {
+    timeval clock;
+    unsigned int time;
+  } cases[] = {
+      {{4294967, 295999}, 0xFFFFFFFF}, {{4294967, 296000}, 0}, {{1700000000, 123456}, 3487918203}};
+  for (const auto& c : cases) {
+    clockNow = c.clock;
+    pass();
+    EXPECT_EQ(Timer::sysTime, c.time);
+  }
+  EXPECT_EQ(calls, 3);
+  clockNow.reset();
+  pass();
+  EXPECT_EQ(Timer::sysTime, cases[2].time);
+  EXPECT_EQ(calls, 3) << "a pass without a time calls nobody";
+  EXPECT_EQ(slept, 2000U);
+
+  EXPECT_EQ(Timer_thread::Instance()->Start(), ERR_JTHREAD_ALREADYRUNNING);
+  EXPECT_EQ(Timer_thread::Instance()->Stop(), 0);
+  EXPECT_EQ(Timer::sysTime, cases[2].time) << "the counter stands still";
+  EXPECT_NE(Timer::cb, nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Starting the Timer thread\nStarting the Timer thread\nStopping the Timer thread\n");
+  clockNow = timeval{2, 0};
+  EXPECT_EQ(Timer_thread::Instance()->Start(), 0);
+  sem_wait(&passEnded);
+  EXPECT_EQ(Timer::sysTime, 2000U);
+}
+
+// A callback is the application's code: Stop waits for its end rather than unwinding it.
+TEST_F(TimerThreadTest, ARunningCallbackIsNotCancelled) {
+  static sem_t reached;
+  static bool ended;
+  sem_init(&reached, 0, 0);
+  clockNow = timeval{3, 0};
+  Timer::cb = [] {
+    sem_post(&reached);
+    timespec pause{0, 20000000};
+    nanosleep(&pause, nullptr);
+    pthread_testcancel();
+    ended = true;
+  };
+  Timer_thread::Instance()->Init();
+  sem_wait(&reached);
+  EXPECT_EQ(Timer_thread::Instance()->Stop(), 0);
+  EXPECT_TRUE(ended);
+}
+
+}  // namespace
