@@ -16,9 +16,10 @@ namespace {
   throw eternity::exception(std::string(what) + name + ": " + std::strerror(errno));
 }
 
+// The directory of `path` with its slash; empty when that is the working directory.
 std::string directoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+  return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
 // The path behind the symbolic links of the last component; the file need not exist.
@@ -51,7 +52,7 @@ class Descriptor : public Noncopyable {
 };
 
 void flushDirectory(const std::string& path) {
-  const Descriptor directory(path, O_RDONLY | O_DIRECTORY);
+  const Descriptor directory(path.empty() ? "." : path, O_RDONLY | O_DIRECTORY);
   // A file system that cannot flush a directory says so with EINVAL.
   if (fsync(directory.fd) != 0 && errno != EINVAL) {
     failOn("cannot flush ", path);

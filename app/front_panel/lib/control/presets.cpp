@@ -1,10 +1,10 @@
 #include "presets.h"
 
-#include <cxxabi.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <exception>
 
 #include "debug.h"
 #include "filereplace.h"
@@ -26,6 +26,11 @@ class CancelHold : public Noncopyable {
  private:
   int previous;
 };
+
+// In a handler for everything: the thread is being cancelled, and the handler has to throw on.
+bool isCancellation() {
+  return std::current_exception() == nullptr;
+}
 
 void getText(CtrlReadWrite& control, char (&text)[TEXT_SIZE]) {
   text[0] = 0;
@@ -110,11 +115,12 @@ restore_t restore(eternity::xml_archive& xml) {
   } catch (const eternity::exception& e) {
     std::printf("Exception catched: %s\n", e.what());
     return UNREADABLE;
-  } catch (abi::__forced_unwind&) {
-    throw;
   } catch (eternity::exception* e) {
     delete e;
   } catch (...) {
+    if (isCancellation()) {
+      throw;
+    }
   }
   std::printf("Exception openning xml file: %s\n", Preset::s_file_name.c_str());
   return BROKEN;
@@ -214,14 +220,15 @@ bool Preset::save(eternity::xml_archive& xml) {
     storeAll(xml, file);
     m_need_copy = true;
     return true;
-  } catch (abi::__forced_unwind&) {
-    m_need_save = true;
-    throw;
   } catch (eternity::exception* e) {
+    m_need_save = true;
     delete e;
   } catch (...) {
+    m_need_save = true;
+    if (isCancellation()) {
+      throw;
+    }
   }
-  m_need_save = true;
   xml.done();  // gives the space of the failed file back now, not at the next attempt
   std::printf("Error while writing to preset file:%s\n", s_file_name.c_str());
   return false;

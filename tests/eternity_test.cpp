@@ -1,0 +1,409 @@
+// The XML archive: what it writes, what it reads back, and what it refuses.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <climits>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "persist_xml.h"
+#include "random.h"
+#include "tempdir.h"
+
+namespace {
+
+using eternity::archive;
+using eternity::xml_archive;
+
+constexpr char START[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<archive>\n";
+constexpr char FILE_NAME[] = "a.xml";
+
+// Opens what only a derived archive sees: the depth, the branches, the parser.
+class OpenArchive : public xml_archive {
+ public:
+  using xml_archive::m_dBranches;
+  using xml_archive::m_nTab;
+
+  // As open for loading, without the way over the disk.
+  void parse(const std::string& bytes) {
+    done();
+    m_pCurElement = m_oParser.parse(bytes, "archive");
+  }
+};
+
+class ArchiveTest : public testing::Test {
+ protected:
+  void store(const std::vector<std::pair<std::string, std::string>>& elements) {
+    xml.open(FILE_NAME, archive::store);
+    for (const auto& [key, text] : elements) {
+      std::string copy = text;
+      xml.write<char*>(key, copy.data());
+    }
+    xml.done();
+    EXPECT_FALSE(xml.failed());
+  }
+
+  // The message of the exception with which reading `bytes` ends, or an empty text.
+  std::string refusal(const std::string& bytes, bool fromFile = false) {
+    try {
+      if (fromFile) {
+        writeWhole(FILE_NAME, bytes);
+        xml.open(FILE_NAME, archive::load);
+      } else {
+        xml.parse(bytes);
+      }
+      return {};
+    } catch (const eternity::exception& e) {
+      EXPECT_TRUE(xml.is_loading());
+      EXPECT_THROW(text("a"), eternity::exception);
+      return e.what();
+    }
+  }
+
+  std::string text(const std::string& key, int index = 0) {
+    std::string value;
+    xml.read(key, value, index);
+    return value;
+  }
+
+  std::optional<int> number(const std::string& key) {
+    int value = 123456;
+    try {
+      xml.read(key, value, 0);
+      return value;
+    } catch (const eternity::exception&) {
+      EXPECT_EQ(value, 123456);
+      return std::nullopt;
+    }
+  }
+
+  TempDir dir;
+  OpenArchive xml;
+};
+
+std::string frame(const std::string& inside) {
+  return START + inside + "</archive>\n";
+}
+
+// Texts that mix what is special to XML with any byte that a text can hold.
+std::string randomText(Random& random, bool printable) {
+  static const std::string special = "<>&;#/'\" \t\n]-!?archive";
+  std::string text;
+  for (unsigned int n = random.below(40); n > 0; --n) {
+    text += random.oneIn(2) ? special[random.below(static_cast<unsigned int>(special.size()))]
+            : printable     ? static_cast<char>(random.between(0x20, 0x7E))
+                            : static_cast<char>(static_cast<unsigned char>(random.between(1, 255)));
+  }
+  return text;
+}
+
+TEST_F(ArchiveTest, FileIsTheDocumentedTextAndDoneTwiceEndsItOnce) {
+  char empty[] = "";
+  char unit[] = " Unit 1 <&>\r";
+  xml.open(FILE_NAME, archive::store);
+  EXPECT_FALSE(xml.is_loading());
+  xml.write<int>("CV-1234-I-0", INT_MIN);
+  xml.write<char*>("CV-90-I-0", unit);
+  xml.write<char*>("CV-90-I-1", empty);
+  const std::string body =
+      "<CV-1234-I-0>-2147483648</CV-1234-I-0>\n"
+      "<CV-90-I-0> Unit 1 &lt;&amp;&gt;&#13;</CV-90-I-0>\n"
+      "<CV-90-I-1></CV-90-I-1>\n";
+  EXPECT_EQ(readWhole(FILE_NAME), START + body) << "each element is flushed";
+  xml.m_nTab = 2;
+  xml.write<int>("deep", 1);
+  xml.done();
+  xml.done();
+  EXPECT_TRUE(xml.is_loading());
+  EXPECT_EQ(readWhole(FILE_NAME), frame(body + "\t\t<deep>1</deep>\n"));
+}
+
+TEST_F(ArchiveTest, EveryTextComesBackByteForByte) {
+  Random random(1);
+  for (int round = 0; round < 60; ++round) {
+    const bool printable = round % 3 == 0;
+    std::vector<std::pair<std::string, std::string>> elements;
+    for (unsigned int i = 0; i < 40; ++i) {
+      // Names that are prefixes of one another, some of them twice.
+      elements.emplace_back("CV-" + std::to_string(random.below(30)),
+                            randomText(random, printable));
+    }
+    store(elements);
+    if (printable && round < 30) {
+      const int status = std::system("xmllint --noout a.xml >&2");
+      EXPECT_TRUE(WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 127) << "127: no xmllint";
+    }
+    xml.open(FILE_NAME, archive::load);
+    std::map<std::string, int> seen;
+    for (const auto& [key, value] : elements) {
+      ASSERT_EQ(text(key, seen[key]++), value);
+    }
+    for (const auto& [key, count] : seen) {
+      EXPECT_THROW(text(key, count), eternity::exception);
+      EXPECT_THROW(text(key, -1), eternity::exception);
+    }
+  }
+  std::string every;
+  for (int c = 1; c <= 255; ++c) {
+    every += static_cast<char>(static_cast<unsigned char>(c));
+  }
+  store({{"a", every}});
+  xml.open(FILE_NAME, archive::load);
+  EXPECT_EQ(text("a"), every);
+}
+
+TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
+  const struct {
+    const char* element;
+    const char* text;
+  } cases[] = {
+      {"<a>R&D</a>", "R&D"},
+      {"<a>&</a>", "&"},
+      {"<a>& &amp &amp; &;</a>", "& &amp & &;"},
+      {"<a>&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#99999999999;</a>",
+       "&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#99999999999;"},
+      {"<a>&#13;&#xE9;&quot;&apos;&lt;&gt;</a>", "\r\xE9\"'<>"},
+      {"<a>a<b</a>", "a<b"},
+      {"<a><</a>", "<"},
+      {"<a></</a>", "</"},
+      {"<a>x<b>y</b></c></ab></a>", "x<b>y</b></c></ab>"},
+      {"<a><aa></a>", "<aa>"},
+      {"<a>]]></a>", "]]>"},
+      {"<a> \r\n\t two  lines \n</a>", " \r\n\t two  lines \n"},
+      {"<a/>", ""},
+      {"<a />", ""},
+      {"<a x=\"1>\" y = 'b/'>t</a >", "t"},
+      {"<!-- <a>0</a> --> <a>t</a><?p <a> ?>", "t"},
+      {"<b>1</b>\r\n\r\n  <a>t</a>  <c></c>", "t"},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(refusal(frame(c.element)), "") << c.element;
+    EXPECT_EQ(text("a"), c.text) << c.element;
+  }
+  const char* const starts[] = {
+      "<archive>", "\xEF\xBB\xBF<archive>", "\n<archive x='1'>",
+      "<?xml version='1.0'?><!DOCTYPE archive [<!ELEMENT a (b)>]><archive>"};
+  for (const char* start : starts) {
+    ASSERT_EQ(refusal(std::string(start) + "<a>1</a></archive> <!-- end -->\n"), "") << start;
+    EXPECT_EQ(number("a"), 1);
+  }
+  EXPECT_EQ(refusal("<archive/>"), "");
+}
+
+TEST_F(ArchiveTest, NumbersAreWholeAndFitIn32Bits) {
+  const struct {
+    const char* text;
+    std::optional<int> value;
+  } cases[] = {
+      {"0", 0},
+      {"-3", -3},
+      {" \r\n\t 42\n", 42},
+      {"2147483647", INT_MAX},
+      {"007", 7},
+      {"-0", 0},
+      {"-2147483648", INT_MIN},
+      {"&#52;2", 42},
+      {"", {}},
+      {" ", {}},
+      {"2147483648", {}},
+      {"-2147483649", {}},
+      {"4 2", {}},
+      {"42x", {}},
+      {"4.0", {}},
+      {"0x10", {}},
+      {"+1", {}},
+      {"--1", {}},
+      {"- 1", {}},
+      {"99999999999999999999", {}},
+      {"4<!-- -->2", {}},
+      {"\v1", {}},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(refusal(frame("<a>" + std::string(c.text) + "</a>")), "");
+    EXPECT_EQ(number("a"), c.value) << c.text;
+  }
+  EXPECT_EQ(number("b"), std::nullopt);
+}
+
+TEST_F(ArchiveTest, BrokenFramesAreRefused) {
+  using testing::HasSubstr;
+  const struct {
+    std::string file;
+    const char* message;
+  } cases[] = {
+      {"", "too early"},
+      {"\n", "too early"},
+      {"archive", "outside"},
+      {frame("<a>1</a>") + "<b>2</b>", "behind the root"},
+      {frame("<a>1</a>") + "rest of an older file", "outside"},
+      {frame("<a>1</a>") + "</archive>", "end tag"},
+      {frame("text"), "outside of an element, line 3"},
+      {frame("<a>1</b>"), "no end"},
+      {frame("<a>one</b>\n<a>two</a>"), "begins twice"},
+      {frame("<a>one</b>\n<a x='1'>two</a>"), "begins twice"},
+      {frame("</a>"), "end tag"},
+      {frame("<a x>1</a>"), "attribute"},
+      {frame("<a x=1>1</a>"), "quotes"},
+      {frame("<>1</>"), "name"},
+      {frame("<a/1</a>"), "tag has no end"},
+      {frame("<!-- <a>1</a>"), "comment"},
+      {frame("<a>1</a><?p"), "instruction"},
+      {frame(std::string("<a>1") + '\0' + "</a>"), "zero byte"},
+      {std::string(4096, '\0'), "zero byte"},
+      {"<other><a>1</a></other>", "root element"},
+      {"<!DOCTYPE archive [", "declaration"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_THAT(refusal(c.file, true), HasSubstr(c.message)) << c.file;
+  }
+}
+
+TEST_F(ArchiveTest, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
+  mkfifo("fifo", 0600);
+  mkdir("directory", 0700);
+  for (const char* name : {"absent", "fifo", "directory", "/dev/zero", ""}) {
+    EXPECT_THROW(xml.open(name, archive::load), eternity::exception) << name;
+  }
+  EXPECT_THROW(xml.open("directory", archive::store), eternity::exception);
+  EXPECT_THROW(xml.write<int>("a", 1), eternity::exception) << "open has not reached store";
+}
+
+TEST_F(ArchiveTest, EveryTruncationIsRefused) {
+  store({{"CV-1-I-0", "Unit <1>"}, {"CV-2-I-0", "a & b"}, {"CV-3-I-0", ""}});
+  const std::string whole = readWhole(FILE_NAME);
+  for (std::size_t length = 0; length < whole.size() - 1; ++length) {
+    ASSERT_NE(refusal(whole.substr(0, length)), "") << length;
+    // The same with the end that an archive puts behind a failed write.
+    const std::string closed = whole.substr(0, length) + "</archive>\n";
+    if (refusal(closed).empty()) {
+      ASSERT_TRUE(whole[length - 1] == '>' || whole[length - 1] == '\n') << closed;
+    }
+  }
+  EXPECT_EQ(refusal(whole.substr(0, whole.size() - 1)), "") << "all but the last line break";
+}
+
+// A damaged byte is found, or it changes nothing but the element that it is in; it never makes an
+// element swallow another.
+TEST_F(ArchiveTest, ADamagedByteNeverReachesAnotherElement) {
+  Random random(2);
+  std::vector<std::pair<std::string, std::string>> elements;
+  for (unsigned int i = 0; i < 12; ++i) {
+    elements.emplace_back("CV-" + std::to_string(i), randomText(random, true));
+  }
+  store(elements);
+  const std::string whole = readWhole(FILE_NAME);
+  const std::string likely = "<>/&;!?-='\" \n0129CV";
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (unsigned int i = 0; i < likely.size() + 4; ++i) {
+      std::string damaged = whole;
+      damaged[at] = i < likely.size() ? likely[i] : static_cast<char>(random.between(0, 127));
+      if (damaged[at] == whole[at] || !refusal(damaged).empty()) {
+        continue;
+      }
+      int different = 0;
+      for (const auto& [key, value] : elements) {
+        try {
+          const std::string got = text(key);
+          different += got == value ? 0 : 1;
+          ASSERT_LE(got.size(), value.size() + 5) << damaged;
+        } catch (const eternity::exception&) {
+          ++different;
+        }
+      }
+      ASSERT_LE(different, 1) << damaged;
+    }
+  }
+}
+
+TEST_F(ArchiveTest, RandomDamageNeverCrashesOrHangs) {
+  Random random(3);
+  for (int round = 0; round < 20000; ++round) {
+    std::string bytes = frame("<a>1 &amp; 2</a>\n<b x='y'>3</b>\n<!-- c -->\n<d/>\n");
+    for (unsigned int n = 1 + random.below(6); n > 0; --n) {
+      const std::size_t at = random.below(static_cast<unsigned int>(bytes.size()));
+      const std::size_t from = random.below(static_cast<unsigned int>(bytes.size()));
+      const std::string piece = bytes.substr(from, random.below(20));
+      bytes.replace(at, random.below(20), random.oneIn(2) ? piece : randomText(random, false));
+      bytes += ' ';
+    }
+    if (refusal(bytes).empty()) {
+      number("a");
+    }
+  }
+}
+
+TEST_F(ArchiveTest, EachDirectionRefusesTheOther) {
+  EXPECT_TRUE(xml.is_loading());
+  try {
+    xml.write<int>("a", 1);
+    ADD_FAILURE();
+  } catch (const eternity::exception& e) {
+    EXPECT_STREQ(e.what(), "write attempt on an archive open for loading.");
+  }
+  xml.open(FILE_NAME, archive::store);
+  EXPECT_THROW(text("a"), eternity::exception);
+  for (const char* key : {"", "a b", "1a", "a>", "\xE9"}) {
+    EXPECT_THROW(xml.write<int>(key, 1), eternity::exception) << key;
+  }
+  xml.done();
+  EXPECT_EQ(readWhole(FILE_NAME), frame("")) << "a refused write writes nothing";
+}
+
+TEST_F(ArchiveTest, OpenStartsCleanlyOnAnOpenArchive) {
+  xml.open("first", archive::store);
+  xml.write<int>("a", 1);
+  xml.open("second", archive::store);
+  xml.write<int>("b", 2);
+  xml.open("first", archive::load);
+  EXPECT_EQ(number("a"), 1);
+  xml.open("second", archive::load);
+  EXPECT_EQ(number("a"), std::nullopt);
+  EXPECT_EQ(number("b"), 2);
+  {
+    xml_archive left;
+    left.open("third", archive::store);
+    left.write<int>("c", 3);
+  }
+  EXPECT_EQ(readWhole("third"), frame("<c>3</c>\n")) << "a destroyed archive is ended properly";
+}
+
+TEST_F(ArchiveTest, AnOpenBranchIsReportedByPointer) {
+  eternity::node branch("branch");
+  xml.open(FILE_NAME, archive::store);
+  xml.m_dBranches.push_back(&branch);
+  try {
+    xml.done();
+    ADD_FAILURE();
+  } catch (eternity::exception* e) {
+    EXPECT_STREQ(
+        e->what(),
+        "enter_branch()/leave_current_branch() or make_branch()/leave_current_branch() mismatch");
+    delete e;
+  }
+  EXPECT_EQ(readWhole(FILE_NAME), frame(""));
+  xml.done();
+}
+
+TEST_F(ArchiveTest, AFullDiskShowsInFailed) {
+  xml.open("/dev/full", archive::store);
+  xml.write<int>("a", 1);
+  xml.done();
+  EXPECT_TRUE(xml.failed());
+  xml.open(FILE_NAME, archive::store);
+  xml.done();
+  EXPECT_FALSE(xml.failed()) << "the next file starts without the failure";
+}
+
+TEST(Exception, ACopyTakesTheTextOfWhat) {
+  struct Derived : eternity::exception {
+    Derived() : exception("base") {}
+    const char* what() const noexcept override { return "derived"; }
+  };
+  const eternity::exception copy{static_cast<const eternity::exception&>(Derived())};
+  EXPECT_STREQ(copy.what(), "derived");
+}
+
+}  // namespace

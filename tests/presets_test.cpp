@@ -1,0 +1,537 @@
+// The preset file: restore and fallback at start-up, and the thread that saves and copies.
+//
+// The thread's sleep is replaced by one that waits for the test, and the test drives the tick
+// counter, so the thread runs pass by pass and no time goes by.
+#include "presets.h"
+
+#include <semaphore.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <vector>
+
+#include "fatal.h"
+#include "iofault.h"
+#include "random.h"
+#include "tempdir.h"
+
+namespace {
+
+sem_t passBegins;
+sem_t passEnded;
+std::function<void()> sleepInstead;  // set before the thread starts
+
+void waitFor(sem_t& semaphore) {
+  timespec limit;
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += 30;
+  int result;
+  while ((result = sem_timedwait(&semaphore, &limit)) != 0 && errno == EINTR) {
+  }
+  ASSERT_EQ(result, 0) << "the preset thread does not go on";
+}
+
+}  // namespace
+
+extern "C" unsigned int sleep(unsigned int) {
+  if (sleepInstead) {
+    sleepInstead();
+    return 0;
+  }
+  sem_post(&passEnded);
+  while (sem_wait(&passBegins) != 0) {
+  }
+  return 0;
+}
+
+namespace {
+
+using eternity::archive;
+
+// A control that notes what is done to it. Like a text manager it takes a set of no bytes as none.
+class Control : public CtrlReadWrite {
+ public:
+  Control(unsigned int id, unsigned int ind, int value)
+      : CtrlReadWrite(id, ind), type(DATA_TYPE_INT), number(value) {}
+  Control(unsigned int id, unsigned int ind, const char* value)
+      : CtrlReadWrite(id, ind), type(DATA_TYPE_STRING), text(value) {}
+
+  CTRL_DATA_TYPE getType() const override { return type; }
+  void init() override { calls += 'i'; }
+  bool validate(const void*, unsigned int) const override {
+    ADD_FAILURE() << "validate is not part of a restore";
+    return true;
+  }
+  int confirm() override {
+    calls += 'c';
+    return 1;
+  }
+  void get(void* buf, unsigned int size) override {
+    if (onGet) {
+      onGet();
+    }
+    if (type == DATA_TYPE_STRING) {
+      ReadVarMgr::setBufStr(buf, size, text.c_str(), false);
+    } else {
+      ReadVarMgr::setBufInt(buf, size, number);
+    }
+  }
+  int set(const void* buf, unsigned int size) override {
+    calls += 's';
+    if (onSet) {
+      onSet();
+    }
+    const char* const bytes = static_cast<const char*>(buf);
+    if (type == DATA_TYPE_STRING && size > 0) {
+      text.assign(bytes, strnlen(bytes, size));
+    } else if (type != DATA_TYPE_STRING) {
+      EXPECT_EQ(size, 4U);
+      number = ReadWriteVarMgr::convert(buf, size);
+    }
+    return 1;
+  }
+
+  CTRL_DATA_TYPE type;
+  int number = 0;
+  std::string text;
+  std::string calls;
+  std::function<void()> onGet;
+  std::function<void()> onSet;
+};
+
+constexpr char XML[] = "presets.xml";
+constexpr char START[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<archive>\n";
+
+std::string fileOf(int level, int offset, const std::string& name) {
+  return START + ("<CV-1234-I-0>" + std::to_string(level) + "</CV-1234-I-0>\n<CV-1234-I-1>" +
+                  std::to_string(offset) + "</CV-1234-I-1>\n<CV-90-I-0>" + name +
+                  "</CV-90-I-0>\n</archive>\n");
+}
+
+class PresetTest : public testing::Test {
+ protected:
+  PresetTest() {
+    sem_init(&passBegins, 0, 0);
+    sem_init(&passEnded, 0, 0);
+    Timer::sysTime = 1000;
+  }
+  ~PresetTest() override {
+    iofault::heal();
+    Preset::Instance()->Stop();
+  }
+
+  // Runs initPresets; what it prints, less the lines that every start prints.
+  std::string start(preset_bk_func_t copy = nullptr) {
+    testing::internal::CaptureStdout();
+    initPresets(table, copy);
+    waitFor(passEnded);
+    std::fflush(stdout);
+    std::string out = testing::internal::GetCapturedStdout();
+    out.erase(0, out.find("Open and restore"));
+    return out;
+  }
+
+  // One pass of the thread, `ticks` later; what it prints. Its file operation `failAt` fails.
+  std::string pass(unsigned int ticks, int failAt = INT_MAX, bool forEver = false) {
+    testing::internal::CaptureStdout();
+    Timer::sysTime += ticks;
+    iofault::failFrom(failAt, forEver);
+    sem_post(&passBegins);
+    waitFor(passEnded);
+    faultsLeft = iofault::faultsLeft();
+    iofault::heal();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  // Lets the thread begin a pass that saves, and waits until a get has posted `reached`.
+  void beginSave(sem_t& reached) {
+    Preset::Instance()->Set_need_save();
+    Timer::sysTime += 10000;
+    sem_post(&passBegins);
+    waitFor(reached);
+  }
+
+  std::string save(int failAt = INT_MAX, bool forEver = false) {
+    Preset::Instance()->Set_need_save();
+    return pass(10000, failAt, forEver);
+  }
+
+  TempDir dir;
+  Control level{1234, 0, 42};
+  Control offset{1234, 1, -3};
+  Control name{90, 0, "Unit 1"};
+  CtrlReadWrite* table[4] = {&level, &offset, &name, nullptr};
+  bool faultsLeft = false;  // the operation that should fail in the last pass did not come
+};
+
+constexpr char SAVED[] = "Save presets to:presets.xml\n";
+constexpr char FAILED[] = "Error while writing to preset file:presets.xml\n";
+
+TEST_F(PresetTest, AMissingFileIsWrittenFromTheControls) {
+  EXPECT_EQ(start(),
+            "Open and restore from:presets.xml\n"
+            "Exception catched: cannot open presets.xml: No such file or directory\n"
+            "Open and save to:presets.xml\n"
+            "Starting the Preset thread\n");
+  EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
+  EXPECT_EQ(level.calls + offset.calls + name.calls, "ccc");
+  EXPECT_FALSE(std::filesystem::exists("presets.xml.damaged-1"));
+}
+
+TEST_F(PresetTest, AGoodFileIsRestoredAndNotRewritten) {
+  // Another order, an unknown element, and one element missing, one that is no number.
+  const std::string file = START + std::string(
+                                       "<CV-90-I-0> R&D </CV-90-I-0>\n<CV-5-I-5>1</CV-5-I-5>\n"
+                                       "<CV-1234-I-0>-2147483648</CV-1234-I-0>\n"
+                                       "<CV-7-I-0>on</CV-7-I-0>\n</archive>\n");
+  Control flag(7, 0, 1);
+  flag.type = DATA_TYPE_BOOL;
+  CtrlReadWrite* four[] = {&level, &offset, &flag, &name, nullptr};
+  writeWhole(XML, file);
+  testing::internal::CaptureStdout();
+  initPresets(four, nullptr);
+  waitFor(passEnded);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out,
+            "Preset constructor...\nPreset init...\nOpen and restore from:presets.xml\n"
+            "Exception catched: no element CV-1234-I-1\n"
+            "Exception catched: the element CV-7-I-0 is no number\n"
+            "\nPreset Dump...\nStarting the Preset thread\n");
+  EXPECT_EQ(level.number, -2147483647 - 1);
+  EXPECT_EQ(name.text, " R&D ");
+  EXPECT_EQ(level.calls + " " + name.calls, "sc sc");
+  EXPECT_EQ(offset.calls + flag.calls, "") << "a control without an element keeps its value";
+  EXPECT_EQ(readWhole(XML), file);
+  EXPECT_EQ(save(), SAVED);
+  EXPECT_EQ(readWhole(XML),
+            START + std::string("<CV-1234-I-0>-2147483648</CV-1234-I-0>\n"
+                                "<CV-1234-I-1>-3</CV-1234-I-1>\n<CV-7-I-0>1</CV-7-I-0>\n"
+                                "<CV-90-I-0> R&amp;D </CV-90-I-0>\n</archive>\n"));
+}
+
+TEST_F(PresetTest, AnEmptyAndALongTextComeBack) {
+  for (const std::string& text : {std::string(), std::string(2000, 'x')}) {
+    name.text = text;
+    std::remove(XML);
+    start();
+    Preset::Instance()->Stop();
+    name.text = "default";
+    start();
+    Preset::Instance()->Stop();
+    EXPECT_EQ(name.text, text.substr(0, 1023));
+  }
+}
+
+TEST_F(PresetTest, ADamagedFileIsKeptBeforeItIsReplaced) {
+  const std::string good = fileOf(1, 2, "three");
+  writeWhole(XML, good.substr(0, good.size() / 2));
+  const std::string out = start();
+  EXPECT_NE(
+      out.find(", line 3\nDamaged preset file kept as:presets.xml.damaged-1\nOpen and save to:"),
+      std::string::npos)
+      << out;
+  EXPECT_EQ(readWhole("presets.xml.damaged-1"), good.substr(0, good.size() / 2));
+  EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
+  EXPECT_EQ(level.calls, "c");
+}
+
+// Whatever else than a reading error ends a restore: the file is written anew, nothing confirmed.
+TEST_F(PresetTest, AnyOtherExceptionInARestoreAlsoFallsBack) {
+  const std::function<void()> faults[] = {[] { throw 1; },
+                                          [] { throw new eternity::exception("by pointer"); }};
+  int round = 0;
+  for (const auto& fault : faults) {
+    writeWhole(XML, fileOf(1, 2, "three"));
+    level.onSet = fault;
+    level.calls.clear();
+    EXPECT_EQ(start(),
+              "Open and restore from:presets.xml\n"
+              "Exception openning xml file: presets.xml\n"
+              "Damaged preset file kept as:presets.xml.damaged-" +
+                  std::to_string(++round) +
+                  "\nOpen and save to:presets.xml\nStarting the Preset thread\n");
+    Preset::Instance()->Stop();
+    EXPECT_EQ(level.calls + offset.calls, "s");
+    EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
+  }
+  // By value from a control: that control is passed over.
+  level.onSet = [] { throw eternity::exception("by value"); };
+  writeWhole(XML, fileOf(1, 2, "three"));
+  EXPECT_NE(start().find("Exception catched: by value\n\nPreset Dump"), std::string::npos);
+  EXPECT_EQ(offset.number, 2);
+}
+
+TEST_F(PresetTest, AFallbackThatFailsReachesTheCallerAndStartsNoThread) {
+  std::filesystem::create_directory(XML);
+  EXPECT_THROW(initPresets(table, nullptr), eternity::exception) << "no regular file";
+  std::filesystem::remove(XML);
+  for (int n = 1;; ++n) {
+    ASSERT_LT(n, 40);
+    iofault::failFrom(n, true);
+    try {
+      initPresets(table, nullptr);
+      EXPECT_TRUE(iofault::faultsLeft()) << "the failure of operation " << n << " was dropped";
+      EXPECT_GT(n, 8) << "a save has more operations";
+      waitFor(passEnded);
+      return;
+    } catch (const eternity::exception&) {
+      iofault::heal();
+    }
+    EXPECT_NE(sem_trywait(&passEnded), 0) << "no thread runs";
+    EXPECT_FALSE(std::filesystem::exists("presets.xml.tmp"));
+    std::filesystem::remove(XML);
+  }
+}
+
+TEST_F(PresetTest, AnEmptyTableStartsNothing) {
+  CtrlReadWrite* none[] = {nullptr};
+  testing::internal::CaptureStdout();
+  initPresets(nullptr, nullptr);
+  initPresets(none, nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_FALSE(std::filesystem::exists(XML));
+}
+
+// The saves, copies and messages of some hundred passes against a model with 64-bit time.
+class Model {
+ public:
+  explicit Model(unsigned long long now) : last(now), lastCopy(now) {}
+
+  std::string pass(unsigned long long now, bool hasCopy, bool saveFails) {
+    if (dirty && elapsed(now, last) >= 10000) {
+      last = now;
+      dirty = saveFails;
+      copyDue = copyDue || !saveFails;
+      return saveFails ? std::string(SAVED) + FAILED : SAVED;
+    }
+    if (elapsed(now, lastCopy) < 100000) {
+      return "";
+    }
+    lastCopy = now;
+    if (!hasCopy) {
+      return "my_back_func is NULL\n";
+    }
+    const bool copy = copyDue;
+    copyDue = false;
+    return copy ? "copy\n" : "";
+  }
+
+  bool dirty = false;
+
+ private:
+  // The difference that the counter shows: one tick less across a wrap.
+  static unsigned long long elapsed(unsigned long long now, unsigned long long since) {
+    return now - since - (now >> 32 == since >> 32 ? 0 : 1);
+  }
+
+  unsigned long long last;
+  unsigned long long lastCopy;
+  bool copyDue = false;
+};
+
+TEST_F(PresetTest, SavesAndCopiesFollowTheModel) {
+  Random random(4);
+  const unsigned int steps[] = {0, 1, 1000, 4999, 5000, 9999, 10000, 10001, 60000, 99999, 100000};
+  unsigned long long now = 0xFFFFFFFFULL - 4000000;
+  Timer::sysTime = static_cast<unsigned int>(now);
+  bool fails = false;
+  level.onGet = [&fails] {
+    if (fails) {
+      throw eternity::exception("fails");
+    }
+  };
+  start();
+  Model model(now);
+  bool hasCopy = false;
+  for (int i = 0; i < 400; ++i) {
+    if (random.oneIn(3)) {
+      Preset::Instance()->Set_need_save();
+      model.dirty = true;
+    }
+    if (i == 100) {
+      // A second call keeps the thread, and gives it a copy function; a null one keeps that.
+      Preset::Instance()->Stop();
+      start([] { std::puts("copy"); });
+      Preset::Instance()->Stop();
+      start(nullptr);
+      const bool dirty = model.dirty;
+      model = Model(now);
+      model.dirty = dirty;
+      hasCopy = true;
+    }
+    fails = random.oneIn(4);
+    level.number = i;
+    const unsigned int step = steps[random.below(std::size(steps))];
+    now += step;
+    const std::string before = readWhole(XML);
+    const std::string expected = model.pass(now, hasCopy, fails);
+    ASSERT_EQ(pass(step), expected) << i;
+    EXPECT_EQ(readWhole(XML), expected == SAVED ? fileOf(i, -3, "Unit 1") : before) << i;
+    fails = false;
+  }
+  EXPECT_GT(now, 1ULL << 32);
+}
+
+TEST_F(PresetTest, EveryFailingOperationOfASaveKeepsTheMarkAndAFile) {
+  start([] {});
+  for (const bool forEver : {false, true}) {
+    bool complete = false;
+    for (int n = 1; !complete; ++n) {
+      ASSERT_LT(n, 40);
+      const std::string old = readWhole(XML);
+      const std::string fresh = fileOf(++level.number, -3, "Unit 1");
+      const bool failed = save(n, forEver).find(FAILED) != std::string::npos;
+      complete = faultsLeft;
+      ASSERT_EQ(failed, !complete) << "operation " << n;
+      const std::string now = readWhole(XML);
+      EXPECT_TRUE(now == fresh || (failed && now == old)) << now;
+      EXPECT_FALSE(std::filesystem::exists("presets.xml.tmp"));
+      if (failed) {
+        EXPECT_EQ(pass(9999), "") << "the period counts from the failed attempt";
+        EXPECT_EQ(pass(1), SAVED) << "the mark is kept";
+        EXPECT_EQ(readWhole(XML), fresh);
+      }
+    }
+  }
+}
+
+TEST_F(PresetTest, AChangeMarkedDuringASaveReachesTheFile) {
+  start();
+  name.onGet = [this] {
+    if (level.number == 1) {
+      level.number = 2;  // the walk has passed it
+      Preset::Instance()->Set_need_save();
+    }
+  };
+  level.number = 1;
+  EXPECT_EQ(save(), SAVED);
+  EXPECT_EQ(readWhole(XML), fileOf(1, -3, "Unit 1"));
+  EXPECT_EQ(pass(10000), SAVED);
+  EXPECT_EQ(readWhole(XML), fileOf(2, -3, "Unit 1"));
+  EXPECT_EQ(pass(10000), "");
+}
+
+TEST_F(PresetTest, StopLetsASaveFinish) {
+  start();
+  sem_t reached;
+  sem_init(&reached, 0, 0);
+  level.number = 7;
+  name.onGet = [&reached] {
+    sem_post(&reached);
+    usleep(50000);  // a cancellation point, had it not been held off
+    pthread_testcancel();
+  };
+  beginSave(reached);
+  EXPECT_EQ(Preset::Instance()->Stop(), 0);
+  name.onGet = nullptr;
+  EXPECT_EQ(readWhole(XML), fileOf(7, -3, "Unit 1"));
+}
+
+// A control that is cancelled all the same: nothing swallows it, the old file stays, and the mark.
+TEST_F(PresetTest, ACancellationPassesThroughASave) {
+  start();
+  sem_t reached;
+  sem_init(&reached, 0, 0);
+  name.onGet = [&reached] {
+    sem_post(&reached);
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pause();
+  };
+  level.number = 7;
+  beginSave(reached);
+  EXPECT_EQ(Preset::Instance()->Stop(), 0);
+  EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
+  EXPECT_FALSE(std::filesystem::exists("presets.xml.tmp"));
+  name.onGet = nullptr;
+  Preset::Instance()->Start();
+  waitFor(passEnded);
+  EXPECT_EQ(pass(10000), SAVED);
+  EXPECT_EQ(readWhole(XML), fileOf(7, -3, "Unit 1"));
+}
+
+// The thread saves without a pause, each time another number in all controls, until it is killed.
+TEST(PresetKillTest, AKilledProcessLeavesACompleteFile) {
+  TempDir dir;
+  Random random(5);
+  std::vector<std::unique_ptr<Control>> controls;
+  std::vector<CtrlReadWrite*> table;
+  for (unsigned int i = 0; i < 100; ++i) {
+    controls.push_back(std::make_unique<Control>(i, 0, 0));
+    table.push_back(controls.back().get());
+  }
+  table.push_back(nullptr);
+  int torn = 0;
+  int latest = 0;
+  for (int round = 0; round < 20 || (torn == 0 && round < 500); ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      std::freopen("/dev/null", "w", stdout);
+      sleepInstead = [&controls, &latest] {
+        ++latest;
+        for (const auto& control : controls) {
+          control->number = latest;
+        }
+        Timer::sysTime += 10000;
+        Preset::Instance()->Set_need_save();
+      };
+      initPresets(table.data(), nullptr);
+      pause();
+    }
+    while (!std::filesystem::exists(XML)) {
+      usleep(1000);
+    }
+    usleep(random.below(20000));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    torn += std::filesystem::exists("presets.xml.tmp") ? 1 : 0;
+    eternity::xml_archive xml;
+    xml.open(XML, archive::load);
+    int first;
+    xml.read("CV-0-I-0", first, 0);
+    EXPECT_GE(first, latest);
+    latest = first;
+    for (const auto& control : controls) {
+      int value;
+      xml.read(control->getName(), value, 0);
+      ASSERT_EQ(value, first);
+    }
+  }
+  EXPECT_GT(torn, 0) << "no kill met a save";
+  EXPECT_GT(latest, 0) << "no save was finished";
+  EXPECT_FALSE(std::filesystem::exists("presets.xml.damaged-1"));
+}
+
+TEST_F(PresetTest, ToolsPrintWhatTheyFind) {
+  Preset* const preset = Preset::Instance();
+  testing::internal::CaptureStdout();
+  preset->Var_commit();
+  preset->Test();
+  preset->Init(table);
+  level.number = -5;
+  preset->Test();
+  preset->Var_commit();
+  eternity::bin_archive in(archive::load);
+  eternity::bin_archive out(archive::store);
+  preset->serialize(in);
+  preset->serialize(out);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "\n++++++++++++++++++++Preset Test+++++++++++++++++\nEmpty control pointer\n"
+            "Preset init...\n"
+            "\n++++++++++++++++++++Preset Test+++++++++++++++++\n"
+            "ctrl#0: CV-1234-I-0[-5]\nctrl#1: CV-1234-I-1[-3]\n"
+            "ctrl#2: CV-90-I-0[1433299200]\n"
+            "loading from the binary stream\nwriting to binary stream\n");
+  EXPECT_EQ(level.calls, "icc");
+}
+
+TEST(PresetDeathTest, ANullOrMissingTableIsFatal) {
+  eternity::xml_archive xml;
+  EXPECT_FATAL(Preset::Instance()->Init(nullptr), "rwp != nullptr");
+  EXPECT_FATAL(Preset::Instance()->xml_serialize(xml), "m_rwp != nullptr");
+}
+
+}  // namespace
