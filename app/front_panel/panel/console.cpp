@@ -36,10 +36,6 @@ void onSignal(int number) {
   stopSignal = number;
 }
 
-void onTerminalChange(int) {
-  terminalChanged = true;
-}
-
 void handle(int number, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
@@ -137,6 +133,10 @@ bool readPlainLine(std::string& line) {
 }
 
 #ifdef PANEL_LIBEDIT
+
+void onTerminalChange(int) {
+  terminalChanged = true;
+}
 
 EditLine* editor = nullptr;
 History* history_ = nullptr;
