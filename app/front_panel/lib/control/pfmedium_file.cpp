@@ -142,8 +142,10 @@ bool PfFileMedium::isErased(unsigned int id) {
 
 void PfFileMedium::startProgram(unsigned int at, unsigned short value) {
   CTRL_ASSERT(isOpen() && len == 0);
-  // A word that has been programmed before is a mark on a record or on a block.
-  barrier = isDurable && content.word(at) != 0xFFFF;
+  // A word that has been programmed before is a mark on a record or on a block. Nothing relies on
+  // the marks in a block whose own word is still erased.
+  const unsigned int blkWord = at - at % FLASH_PARM_BLK_SIZE;
+  barrier = isDurable && content.word(at) != 0xFFFF && content.word(blkWord) != 0xFFFF;
   addr = at;
   len = 2;
   word = value;
