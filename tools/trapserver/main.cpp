@@ -1,0 +1,29 @@
+// The command line of the trap generation server.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+
+#include "trapserver.h"
+
+int main(int argc, char** argv) {
+  TrapServerOptions options;
+  std::string mibs;
+  CLI::App app{
+      "Trap generation server: listens on 127.0.0.1 for the trap commands of devices and runs\n"
+      "net-snmp's snmptrap for each. SIGTERM ends it after what has arrived is sent."};
+  app.add_option("--port", options.port, "TCP port to listen on; 0 for any free one")
+      ->capture_default_str();
+  app.add_option("--snmptrap", options.snmptrap, "the snmptrap program")->capture_default_str();
+  app.add_option("--mibs", mibs, "directory of TAMRISVANE-MIB.txt, handed to snmptrap")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--seconds", options.seconds, "time that one run of snmptrap may take")
+      ->check(CLI::Range(1U, 3600U))
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+  if (!mibs.empty()) {
+    setenv("MIBDIRS", mibs.c_str(), 1);
+    setenv("MIBS", "TAMRISVANE-MIB", 1);
+  }
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  return TrapServer(options).run();
+}
