@@ -1,0 +1,110 @@
+// A program that a test starts, talks to and ends: only ever the one that it started itself.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tempdir.h"
+
+/// Polls `condition` for up to `seconds`.
+template <class Condition>
+bool comesTrue(Condition condition, int seconds = 20) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+/// The command that runs a program of this build, under the emulator of a cross build.
+inline std::vector<std::string> programOf(const std::string& path, const std::string& emulator) {
+  std::istringstream in(emulator);
+  std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
+  words.push_back(path);
+  return words;
+}
+
+class Process {
+ public:
+  /// Starts `words` and `more`, looked up in PATH. All output goes to the file `log` in the working
+  /// directory.
+  Process(std::vector<std::string> words, const std::string& log,
+          const std::vector<std::string>& more = {})
+      : name(log) {
+    words.insert(words.end(), more.begin(), more.end());
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    input = ends[1];
+    std::vector<char*> argv;
+    for (const std::string& word : words) {
+      argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, ends[0], 0);
+    posix_spawn_file_actions_addopen(&files, 1, log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    posix_spawn_file_actions_adddup2(&files, 1, 2);
+    const int error = posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    close(ends[0]);
+    if (error != 0) {
+      ADD_FAILURE() << "can not run " << words[0] << ": " << strerror(error);
+      pid = 0;
+    }
+  }
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  ~Process() { end(SIGKILL); }
+
+  /// Writes to its standard input.
+  void type(const std::string& text) {
+    EXPECT_EQ(::write(input, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  /// All that it has written so far.
+  std::string output() const { return readWhole(name); }
+  /// Waits until it has written `text`.
+  bool says(const std::string& text) const {
+    return comesTrue([&] { return output().find(text) != std::string::npos; });
+  }
+  unsigned int descriptors() const {
+    unsigned int count = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+      count += entry.path().empty() ? 0 : 1;
+    }
+    return count;
+  }
+  /// Sends `signal` and waits. Its exit status, or -1 when a signal ended it.
+  int end(int signal = SIGTERM) {
+    if (pid == 0) {
+      return -1;
+    }
+    int status = 0;
+    kill(pid, signal);
+    close(input);
+    waitpid(pid, &status, 0);
+    pid = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  const std::string name;
+  pid_t pid = 0;
+  int input = -1;
+};
