@@ -6,7 +6,9 @@
 PACKAGES=(
   cmake ninja-build g++                 # the build
   libedit-dev                           # line editing of the panel
+  libcli11-dev                          # the command-line tools
   libgtest-dev libgmock-dev             # the tests
+  snmp snmptrapd                        # tests: send and receive real traps
   libxml2-utils                         # tests: checks that files are well-formed
   libbenchmark-dev libboost-dev         # the benchmarks, and what they compare with
 )

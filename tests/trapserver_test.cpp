@@ -99,9 +99,9 @@ class TrapServerTest : public testing::Test {
                "echo \"$line\" >> ran\n[ $9 != 777 ] || exit 3\n");
     chmod("snmptrap", 0700);
     const std::string script = std::filesystem::current_path() / "snmptrap";
-    const std::vector<std::string> options = {"--port", "0",          "--seconds",
-                                              "1",      "--snmptrap", script};
-    server = std::make_unique<Process>(programOf(TRAPSERVER, EMULATOR), "log", options);
+    server = std::make_unique<Process>(
+        std::vector<std::string>{TRAPSERVER, "--port", "0", "--seconds", "1", "--snmptrap", script},
+        "log");
     EXPECT_TRUE(server->says("listening on 127.0.0.1:"));
     port = static_cast<unsigned short>(std::stoul(server->output().substr(23)));
   }

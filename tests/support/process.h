@@ -10,8 +10,6 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <iterator>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,22 +29,10 @@ bool comesTrue(Condition condition, int seconds = 20) {
   return true;
 }
 
-/// The command that runs a program of this build, under the emulator of a cross build.
-inline std::vector<std::string> programOf(const std::string& path, const std::string& emulator) {
-  std::istringstream in(emulator);
-  std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
-  words.push_back(path);
-  return words;
-}
-
 class Process {
  public:
-  /// Starts `words` and `more`, looked up in PATH. All output goes to the file `log` in the working
-  /// directory.
-  Process(std::vector<std::string> words, const std::string& log,
-          const std::vector<std::string>& more = {})
-      : name(log) {
-    words.insert(words.end(), more.begin(), more.end());
+  /// Starts `words`, looked up in PATH. All output goes to the file `log` in the working directory.
+  Process(const std::vector<std::string>& words, const std::string& log) : name(log) {
     int ends[2];
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     input = ends[1];
