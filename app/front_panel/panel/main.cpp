@@ -10,13 +10,14 @@
 #include "console.h"
 #include "device.h"
 #include "saving.h"
+#include "setups.h"
 #include "store.h"
 #include "tessel_timer.h"
 
 // What a feature adds to the panel, each in a file of its own: a table of commands, and work for
 // the periodic loop.
 
-const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, nullptr};
+const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, SETUP_COMMANDS, nullptr};
 
 namespace {
 
@@ -150,6 +151,7 @@ int main(int argc, char** argv) {
   consoleStart({runPeriodic, completeCommand, prompt});
   Timer_thread::Instance()->Init();
   deviceInit();
+  setupStart();
   std::string why;
   if (!openSettings(savedControls(), why)) {
     complain("cannot keep settings here: %s", why.c_str());
