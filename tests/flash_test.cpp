@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <random>
 #include <set>
 
 #include "fatal.h"
+#include "random.h"
 
 namespace {
 
@@ -17,7 +17,7 @@ constexpr unsigned int SIZE = 64;
 // takes a byte too many at either end, fails.
 TEST(DirectFlash, EveryRangeReadsByteByByteInAddressOrder) {
   alignas(4) static unsigned char memory[SIZE + 4];
-  std::mt19937 random(3);
+  Random random(3);
   p_flash = memory;
   for (unsigned int start = 0; start < 12; ++start) {
     for (unsigned int size = 0; size <= SIZE - start; ++size) {
@@ -34,7 +34,7 @@ TEST(DirectFlash, EveryRangeReadsByteByByteInAddressOrder) {
       std::memset(memory + start, 0xFF, size);
       ASSERT_TRUE(flash_is_range_erased(start, size)) << start << " + " << size;
       if (start >= 2 && size > 0) {
-        memory[start + random() % size] ^= static_cast<unsigned char>(1U << random() % 8);
+        memory[start + random.below(size)] ^= static_cast<unsigned char>(1U << random.below(8));
         ASSERT_FALSE(flash_is_range_erased(start, size)) << start << " + " << size;
       }
     }

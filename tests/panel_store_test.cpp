@@ -1,14 +1,10 @@
 // The panel's preset store, through the panel program: what a person stores is there afterwards.
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
 #include "fatal.h"
+#include "program.h"
+#include "tempdir.h"
 
 namespace {
 
@@ -17,21 +13,12 @@ using testing::Not;
 
 class PanelStore : public testing::Test {
  protected:
-  PanelStore() { std::filesystem::create_directory(dir); }
-  ~PanelStore() override { std::filesystem::remove_all(dir); }
-
   // Runs the panel on the lines of `input` to its end; what it printed. Sets `status`.
   std::string panel(const std::string& input, const std::string& options = "") {
-    std::ofstream(dir + "/input") << input;
-    const std::string command = PANEL " --dir " + dir + options + " < " + dir + "/input 2>&1";
-    std::FILE* const out = popen(command.c_str(), "r");
-    std::string text;
-    for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) {
-      text += static_cast<char>(c);
-    }
-    const int result = pclose(out);
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    return text;
+    writeWhole("input", input);
+    const ProgramResult result = runProgram(PANEL + options + " < input");
+    status = result.status;
+    return result.output;
   }
 
   // Starts a panel, hands it `input`, waits for `answer` and kills it.
@@ -45,7 +32,7 @@ class PanelStore : public testing::Test {
       for (const int fd : {in[0], in[1], out[0], out[1]}) {
         close(fd);
       }
-      execl(PANEL, PANEL, "--dir", dir.c_str(), nullptr);
+      execl(PANEL, PANEL, nullptr);
       _exit(127);
     }
     close(in[0]);
@@ -65,7 +52,7 @@ class PanelStore : public testing::Test {
     close(out[0]);
   }
 
-  const std::string dir = testing::TempDir() + "panel_store_test." + std::to_string(getpid());
+  const TempDir dir;
   int status = 0;
 };
 
@@ -111,7 +98,7 @@ TEST_F(PanelStore, RefusesWithAReason) {
     EXPECT_THAT(panel("preset format\n" + c.input + "\n"), HasSubstr(c.reason));
     EXPECT_EQ(status, 1) << c.reason;
   }
-  std::ofstream(dir + "/short") << "no store";
+  writeWhole("short", "no store");
   EXPECT_THAT(panel("preset list\n", " --store short"),
               HasSubstr("panel: short cannot hold the preset store: it has 8 bytes"));
   EXPECT_EQ(status, 2);

@@ -8,13 +8,12 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <vector>
 
 #include "fatal.h"
 #include "pfmedium_file.h"
 #include "pfmedium_sim.h"
+#include "random.h"
+#include "tempdir.h"
 
 // The system calls under the file medium, with faults on demand.
 struct Calls {
@@ -191,10 +190,10 @@ TEST_F(Simulated, AfterThePowerCutNothingHappensUntilTheRestart) {
 // What a cut inside an operation leaves lies bit by bit between before and after, and over the
 // seeds each changing bit is seen on both sides.
 TEST_F(Simulated, AnOperationIsTornBitByBit) {
-  std::mt19937 bits(7);
+  Random random(7);
   NorArray before;
   for (unsigned char& b : before.bytes) {
-    b = static_cast<unsigned char>(bits());
+    b = static_cast<unsigned char>(random.word());
   }
   unsigned int kept = 0, set = 0, cleared = 0;
   for (unsigned int seed = 0; seed < 64; ++seed) {
@@ -227,30 +226,20 @@ TEST_F(Simulated, AnOperationIsTornBitByBit) {
 
 class InAFile : public testing::Test {
  protected:
-  InAFile() {
-    calls = Calls();
-    std::filesystem::create_directory(dir);
-    std::filesystem::remove(path);
-  }
-  ~InAFile() override { std::filesystem::remove_all(dir); }
+  InAFile() { calls = Calls(); }
 
   void start(bool durable = false) {
-    ASSERT_TRUE(file.open(path.c_str(), durable)) << file.error();
+    ASSERT_TRUE(file.open(PATH, durable)) << file.error();
     pfUseMedium(&file);
     pfInit();
   }
 
-  NorArray onDisk() {
+  static NorArray onDisk() {
     NorArray image;
-    EXPECT_EQ(std::filesystem::file_size(path), sizeof image.bytes);
-    std::ifstream(path, std::ios::binary)
-        .read(reinterpret_cast<char*>(image.bytes), sizeof image.bytes);
+    const std::string bytes = readWhole(PATH);
+    EXPECT_EQ(bytes.size(), sizeof image.bytes);
+    bytes.copy(reinterpret_cast<char*>(image.bytes), sizeof image.bytes);
     return image;
-  }
-
-  void resize(unsigned int size) {
-    std::ofstream(path).put('x');
-    std::filesystem::resize_file(path, size);
   }
 
   // Starts operation `n` of a fixed sequence of words, marks and erases, and follows it in `model`.
@@ -269,8 +258,8 @@ class InAFile : public testing::Test {
   }
   static bool complete() { return pfIsWriteComplete() && pfIsEraseComplete(); }
 
-  const std::string dir = testing::TempDir() + "pflash_test." + std::to_string(getpid());
-  const std::string path = dir + "/presets.flash";
+  static constexpr const char* PATH = "presets.flash";
+  const TempDir dir;
   PfFileMedium file;
 };
 
@@ -296,33 +285,33 @@ TEST_F(InAFile, KeepsWhatARestartFinds) {
 
 TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
   for (const unsigned int size : {1U, 8192U, 16383U, 16385U}) {
-    resize(size);
-    EXPECT_FALSE(file.open(path.c_str(), false));
+    writeWhole(PATH, std::string(size, 'x'));
+    EXPECT_FALSE(file.open(PATH, false));
     EXPECT_THAT(file.error(), testing::HasSubstr("it has " + std::to_string(size) + " bytes"));
-    EXPECT_EQ(std::filesystem::file_size(path), size);
+    EXPECT_EQ(std::filesystem::file_size(PATH), size);
   }
-  EXPECT_FALSE(file.open((dir + "/none/presets.flash").c_str(), false));
+  EXPECT_FALSE(file.open("none/presets.flash", false));
   EXPECT_THAT(file.error(), testing::HasSubstr("No such file"));
   EXPECT_FALSE(file.open("/dev/null", false));
   EXPECT_THAT(file.error(), testing::HasSubstr("not a regular file"));
 
-  resize(0);  // left by a process killed right after it had created the file
+  writeWhole(PATH, "");  // left by a process killed right after it had created the file
   start();
   EXPECT_TRUE(onDisk().isErased(0) && onDisk().isErased(1));
   PfFileMedium second;
-  EXPECT_FALSE(second.open(path.c_str(), false));
+  EXPECT_FALSE(second.open(PATH, false));
   EXPECT_THAT(second.error(), testing::HasSubstr("another process has it open"));
 
   file.close();
-  std::filesystem::remove(path);
+  std::filesystem::remove(PATH);
   calls.calls = 0;
   calls.failFrom = 2;
   calls.split = true;
-  EXPECT_FALSE(file.open(path.c_str(), true));
+  EXPECT_FALSE(file.open(PATH, true));
   EXPECT_THAT(file.error(), testing::HasSubstr("No space left"));
-  EXPECT_EQ(std::filesystem::file_size(path), 0U);
+  EXPECT_EQ(std::filesystem::file_size(PATH), 0U);
   calls.failFrom = 0;
-  EXPECT_TRUE(file.open(path.c_str(), true)) << "once there is room";
+  EXPECT_TRUE(file.open(PATH, true)) << "once there is room";
 }
 
 // The process ends at every one of the system's writes, also half-way through one. What it leaves
@@ -330,7 +319,7 @@ TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
 TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
   calls.split = true;
   for (int kill = 2; kill < 400; ++kill) {
-    std::filesystem::remove(path);
+    std::filesystem::remove(PATH);
     calls.failFrom = 0;
     start();
     calls.calls = 1;
@@ -362,7 +351,7 @@ TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
 // And the same with a process that really dies.
 TEST_F(InAFile, ARealKillLosesNothingThatWasComplete) {
   for (unsigned int round = 0; round < 20; ++round) {
-    std::filesystem::remove(path);
+    std::filesystem::remove(PATH);
     int done[2];
     ASSERT_EQ(pipe(done), 0);
     const pid_t child = fork();
@@ -422,7 +411,7 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   EXPECT_FALSE(complete());
   EXPECT_THAT(file.error(), testing::HasSubstr("waiting for the disk failed: "));
   EXPECT_NE(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
-  std::ofstream(path).write(reinterpret_cast<const char*>(before.bytes), sizeof before.bytes);
+  std::ofstream(PATH).write(reinterpret_cast<const char*>(before.bytes), sizeof before.bytes);
   calls.syncFails = false;  // with the word in front of the mark lost by the disk
   EXPECT_TRUE(complete());
   EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);

@@ -1,19 +1,18 @@
 // The presetdump program, run on files: it judges as the store does, and no bytes upset it.
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <random>
 #include <sstream>
+#include <vector>
 
 #include "bytes.h"
 #include "fatal.h"
-#include "pfmedium_sim.h"
-#include "presetstore.h"
+#include "program.h"
+#include "random.h"
+#include "store_rig.h"
+#include "tempdir.h"
 
 namespace {
+
+using testing::HasSubstr;
 
 struct Patch {
   unsigned int addr;
@@ -22,72 +21,47 @@ struct Patch {
 
 class PresetDump : public testing::Test {
  protected:
-  PresetDump() {
-    std::filesystem::create_directory(dir);
-    pfUseMedium(&part);
-  }
-  ~PresetDump() override { std::filesystem::remove_all(dir); }
-
-  std::string save(const NorArray& image, const std::string& name = "presets.flash") {
-    std::ofstream(dir + name, std::ios::binary)
-        .write(reinterpret_cast<const char*>(image.bytes), sizeof image.bytes);
-    return dir + name;
+  static void save(const NorArray& image, const std::string& name = "presets.flash") {
+    writeWhole(name, {reinterpret_cast<const char*>(image.bytes), sizeof image.bytes});
   }
 
   // Runs the program; what it writes, messages included. `status` becomes its exit status.
   std::string run(const std::string& args) {
-    std::FILE* const pipe = popen((PRESETDUMP " " + args + " 2>&1").c_str(), "r");
-    std::string out;
-    char buf[4096];
-    while (const std::size_t got = fread(buf, 1, sizeof buf, pipe)) {
-      out.append(buf, got);
-    }
-    const int result = pclose(pipe);
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    return out;
+    const ProgramResult result = runProgram(PRESETDUMP " " + args);
+    status = result.status;
+    return result.output;
   }
 
-  unsigned int pick(unsigned int below) { return static_cast<unsigned int>(random() % below); }
-
-  // Runs the store on the part for `operations` random operations, or until the power is cut.
+  // Uses the store for `operations` random operations, or until the power is cut.
   void use(unsigned int operations) {
-    PresetMgr handle;
-    while (operations-- > 0 && part.powered()) {
-      const unsigned short type = static_cast<unsigned short>(pick(12));
-      if (handle.openFirst(type, PM_WRITE) != ERR_OK) {
-        handle.openNew(type);
-      }
-      if (pick(4) == 0) {
-        handle.remove();
+    while (operations-- > 0 && rig.part.powered()) {
+      const unsigned short type = static_cast<unsigned short>(random.below(12));
+      if (random.oneIn(4)) {
+        rig.remove(type);
       } else {
-        const std::string text(1 + pick(200), static_cast<char>('A' + pick(26)));
-        handle.write(text.data(), static_cast<unsigned int>(text.size()));
+        rig.write(type, std::string(1 + random.below(200), static_cast<char>(random.word())));
       }
-      for (unsigned int passes = pick(300); passes > 0 && part.powered(); --passes) {
-        PresetMgr::flush();
+      for (unsigned int passes = random.below(300); passes > 0 && rig.part.powered(); --passes) {
+        rig.pass();
       }
     }
   }
 
-  // What the store comes up with on `image`, in the words of the dump: one line per preset.
+  // What the store comes up with on `image`, in the words of the dump.
   std::string comeUp(const NorArray& image) {
-    part.powerUp();
-    part.load(image);
-    resetPresetStore();
-    PresetMgr handle;
-    unsigned int presets = 0, payload = 0;
-    for (const preset_t& preset : presetStore.user) {
-      presets += preset.erased ? 0 : 1;
-      payload += preset.serv[0].size;
+    rig.restartOn(image);
+    const Content content = rig.content();
+    std::size_t payload = 0;
+    for (const auto& [id, preset] : content) {
+      payload += preset.bytes.size();
     }
-    char text[100];
-    std::snprintf(text, sizeof text, "%u presets, %u payload bytes", presets, payload);
-    return text;
+    return std::to_string(content.size()) + (content.size() == 1 ? " preset, " : " presets, ") +
+           std::to_string(payload) + " payload bytes";
   }
 
-  const std::string dir = testing::TempDir() + "presetdump_test." + std::to_string(getpid()) + "/";
-  std::mt19937 random{5};
-  PfSimMedium part;
+  const TempDir dir;
+  Random random{5};
+  StoreRig rig;
   int status = 0;
 };
 
@@ -98,14 +72,14 @@ NorArray patched(NorArray image, const std::vector<Patch>& patches) {
   return image;
 }
 
-// One preset of type 5 in entry 2 with the payload 41 42 43, and a deleted one, in block 1.
-const std::vector<Patch> EXAMPLE = {{8192, 0x7FFE}, {8194, 0x0000}, {8196, 0x2005}, {8198, 2},
-                                    {8200, 3},      {8202, 0x4142}, {8204, 0x43FF}, {8206, 0x0007},
-                                    {8208, 0},      {8210, 2},      {8212, 0x5859}};
+// A live block 1 with one preset of type 5 in entry 2 and a removed one behind it.
+NorArray example() {
+  return Image(8192).word(0x7FFE).word(0).record(0x2005, 2, "ABC").record(0x0007, 0, "XY");
+}
 
 TEST_F(PresetDump, ShowsBlocksRecordsAndRoom) {
-  const std::string path = save(patched(NorArray(), EXAMPLE));
-  EXPECT_EQ(run(path), path + R"(
+  save(example());
+  EXPECT_EQ(run("presets.flash"), R"(presets.flash
 
 Block 0 at 0x0000: erased
 
@@ -116,15 +90,15 @@ Block 1 at 0x2000: live, block word 0x7FFE, version 1
             58 59                                            |XY|
   0x2016    end of the log, 8170 bytes erased behind it
 
-The store comes up with 1 presets, 3 payload bytes; written compactly they fill 14 of 8192 bytes.
+The store comes up with 1 preset, 3 payload bytes; written compactly they fill 14 of 8192 bytes.
 A new preset has room for 8172 bytes.
 Sound.
 )");
   EXPECT_EQ(status, 0);
 
-  const std::string map = run("--map " + path);
-  EXPECT_THAT(map, testing::HasSubstr("\n0x2000  #" + std::string(63, '.') + "\n"));
-  EXPECT_THAT(map, testing::HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000"));
+  const std::string map = run("--map presets.flash");
+  EXPECT_THAT(map, HasSubstr("\n0x2000  #" + std::string(63, '.') + "\n"));
+  EXPECT_THAT(map, HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000"));
 }
 
 // A patch to the example, what the program says of it and its exit status under --check.
@@ -165,14 +139,15 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
   };
   for (const auto& c : CASES) {
     SCOPED_TRACE(c.says);
-    const NorArray image = patched(patched(NorArray(), EXAMPLE), c.patches);
-    const std::string out = run("--check --map " + save(image));
-    EXPECT_THAT(out, testing::HasSubstr(c.says));
-    EXPECT_THAT(out, testing::HasSubstr(std::string("\n0x2000  ") + c.map));
-    EXPECT_THAT(out, testing::HasSubstr(c.status == 0 ? "\nSound." : "\nDamaged."));
-    EXPECT_THAT(out, testing::HasSubstr(comeUp(image)));
+    const NorArray image = patched(example(), c.patches);
+    save(image);
+    const std::string out = run("--check --map presets.flash");
+    EXPECT_THAT(out, HasSubstr(c.says));
+    EXPECT_THAT(out, HasSubstr(std::string("\n0x2000  ") + c.map));
+    EXPECT_THAT(out, HasSubstr(c.status == 0 ? "\nSound." : "\nDamaged."));
+    EXPECT_THAT(out, HasSubstr(comeUp(image)));
     EXPECT_EQ(status, c.status);
-    const std::string list = run(dir + "presets.flash");
+    const std::string list = run("presets.flash");
     EXPECT_EQ(status, 0) << "without --check";
     EXPECT_EQ(list.find("superseded  id 2 ") != list.npos,
               list.find("superseded and") != list.npos);
@@ -180,20 +155,19 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
 }
 
 TEST_F(PresetDump, RefusesWhatIsNoStoreFile) {
-  const std::string good = save(NorArray());
+  save(example());
   for (const unsigned int size : {0U, 16383U, 16385U}) {
-    std::filesystem::resize_file(save(NorArray(), "odd"), size);
-    EXPECT_THAT(run(good + " " + dir + "odd"), testing::HasSubstr("a store file has 16384"));
+    writeWhole("odd", std::string(size, '\xFF'));
+    EXPECT_THAT(run("presets.flash odd"), HasSubstr("a store file has 16384"));
     EXPECT_EQ(status, 2);
   }
-  for (const std::string& args :
-       {dir, dir + "none", std::string("--no-such-option"), std::string()}) {
+  for (const std::string args : {".", "none", "--no-such-option", ""}) {
     EXPECT_NE(run(args), "");
     EXPECT_EQ(status, 2) << args;
   }
 }
 
-// Stores cut off anywhere, some with words mutated, and plain noise: on each of them the program
+// Stores cut off anywhere, some with bytes mutated, and plain noise: on each of them the program
 // runs through in every mode and finds what the store then comes up with.
 TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
   constexpr unsigned int FILES = 240;
@@ -202,21 +176,24 @@ TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
   NorArray image;
   for (unsigned int i = 0; i < FILES; ++i) {
     comeUp(i % 8 == 0 ? NorArray() : image);
-    part.cutAt(1 + pick(3000), pick(2) == 0 ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE, i);
+    rig.part.cutAt(1 + random.below(3000),
+                   random.oneIn(2) ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE, i);
     use(40);
-    image = part.array();
+    image = rig.part.array();
     NorArray shown = image;
     for (unsigned int n = i % 4; n > 0; --n) {
-      const unsigned int addr = pick(pick(2) == 0 ? 32 : FLASH_PARM_BLK_SIZE);
-      shown.bytes[addr + pick(2) * FLASH_PARM_BLK_SIZE] = static_cast<unsigned char>(random());
+      const unsigned int at = random.below(random.oneIn(2) ? 32 : FLASH_PARM_BLK_SIZE);
+      shown.bytes[at + random.below(2) * FLASH_PARM_BLK_SIZE] =
+          static_cast<unsigned char>(random.word());
     }
     if (i % 24 == 23) {
-      for (unsigned int at = pick(12); at < sizeof shown.bytes; ++at) {
-        shown.bytes[at] = static_cast<unsigned char>(random() & (i % 48 == 23 ? 0xFF : 0x21));
+      for (unsigned int at = random.below(12); at < sizeof shown.bytes; ++at) {
+        shown.bytes[at] = static_cast<unsigned char>(random.word() & (i % 48 == 23 ? 0xFF : 0x21));
       }
     }
     expected.push_back(comeUp(shown));
-    args += " " + save(shown, "store" + std::to_string(i));
+    save(shown, std::to_string(i));
+    args += " " + std::to_string(i);
   }
   for (const std::string mode : {"", "--map", "--check"}) {
     std::istringstream out(run(mode + args));
@@ -224,7 +201,7 @@ TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
     unsigned int i = 0;
     for (std::string line; std::getline(out, line);) {
       if (line.rfind("The store comes up with ", 0) == 0) {
-        ASSERT_THAT(line, testing::HasSubstr("with " + expected[i] + ";")) << dir << "store" << i;
+        ASSERT_THAT(line, HasSubstr("with " + expected[i] + ";")) << "file " << i;
         ++i;
       }
     }

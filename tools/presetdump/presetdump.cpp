@@ -262,9 +262,9 @@ void printMap(const PresetWords& words, const presetView_t& view) {
 
 void printSummary(const presetView_t& view, const Findings& findings) {
   std::printf(
-      "\nThe store comes up with %u presets, %u payload bytes; written compactly they fill "
+      "\nThe store comes up with %u preset%s, %u payload bytes; written compactly they fill "
       "%u of %u bytes.\n",
-      view.presets, view.payload, view.compact, FLASH_PARM_BLK_SIZE);
+      view.presets, view.presets == 1 ? "" : "s", view.payload, view.compact, FLASH_PARM_BLK_SIZE);
   std::printf("A new preset has room for %u bytes.\n", presetRoom(view));
   for (const std::string& line : findings.lines) {
     std::printf("%s\n", line.c_str());

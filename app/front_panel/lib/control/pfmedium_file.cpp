@@ -79,7 +79,8 @@ bool PfFileMedium::fill() {
   return refuse(std::strerror(code));
 }
 
-// Brings the file and its name in the directory to the disk; 0 or the number of the error.
+// Brings the file and its name in the directory to the disk; 0 or the number of the error. Some
+// file systems keep a name without a sync of its directory, and refuse one.
 int PfFileMedium::syncNewFile() {
   const std::string::size_type slash = name.rfind('/');
   const std::string directory = slash == std::string::npos ? "." : name.substr(0, slash + 1);
@@ -87,7 +88,7 @@ int PfFileMedium::syncNewFile() {
   if (dir < 0) {
     return errno;
   }
-  const int code = fsync(fd) == 0 && fsync(dir) == 0 ? 0 : errno;
+  const int code = fsync(fd) == 0 && (fsync(dir) == 0 || errno == EINVAL) ? 0 : errno;
   ::close(dir);
   return code;
 }
