@@ -120,6 +120,8 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
       {{{0, 0x7FFE}, {2, 0}, {4, 0}, {6, 0}, {8, 1}}, 0, "block 0 is valid as well", "#..."},
       {{{8196, 0x4005}}, 1, "corrupt at 0x2004: its head word", "!..."},
       {{{8198, 300}}, 1, "corrupt at 0x2004: its id is 300 or more", "!..."},
+      {{{8196, 0x0005}}, 0, "comes up with 0 presets, 0 payload bytes", "x..."},
+      {{{8200, 0}, {0, 0x1234}}, 1, "block 0 starts with 0x1234, which is no block", "!..."},
       {{{8200, 0}}, 1, "corrupt at 0x2004: its size is 0", "!..."},
       {{{8210, 9000}}, 1, "corrupt at 0x200E: its payload runs past the end", "!..."},
       {{{8272, 0}}, 1, "behind the log of block 1 is not erased at 0x2050", "#.!."},
