@@ -177,8 +177,8 @@ bool remove(const char* args) {
 const Command SETUP[] = {
     {"save", "[N]", "saves all settings, as the setup or as user setup N", save, nullptr},
     {"recall", "[N] [init]",
-     "brings them back as one change; init: settings that an older one has not go to default",
-     recall, nullptr},
+     "brings them back as one change; init: what is not in it goes to its default", recall,
+     nullptr},
     {"list", "", "what is saved", listAll, nullptr},
     {"remove", "N", "removes user setup N", remove, nullptr},
     {}};
