@@ -278,7 +278,7 @@ bool help(const char* args) {
   for (const Command* const* table = COMMAND_TABLES; *table != nullptr; ++table) {
     for (const Command* c = *table; c->name != nullptr; ++c) {
       if (*args == 0 || std::strcmp(args, c->name) == 0) {
-        say("%-24s %s", (std::string(c->name) + " " + c->usage).c_str(), c->help);
+        say("%-26s  %s", (std::string(c->name) + " " + c->usage).c_str(), c->help);
         found = true;
       }
     }

@@ -116,7 +116,9 @@ bool readMore(char* buf, std::size_t size, std::size_t& got) {
 
 bool readPlainLine(std::string& line) {
   std::size_t end;
-  while ((end = unread.find('\n')) == std::string::npos) {
+  std::size_t searched = 0;
+  while ((end = unread.find('\n', searched)) == std::string::npos) {
+    searched = unread.size();
     char buf[4096];
     std::size_t got;
     if (!readMore(buf, sizeof buf, got)) {
@@ -247,6 +249,7 @@ void startEditor() {
 
 bool readEditedLine(std::string& line) {
   promptText = hook.prompt();
+  redraw = false;
   int count = 0;
   const char* const text = el_gets(editor, &count);
   if (text == nullptr || count <= 0 || stopSignal != 0) {

@@ -125,7 +125,7 @@ bool serve() {
 // Saves what is unsaved; tells what is lost. `good`: no command was refused.
 bool finish(bool good) {
   if (waitingSets() > 0) {
-    say("%u not confirmed, and so not kept", waitingSets());
+    say("not confirmed and so not kept: %u", waitingSets());
   }
   if (!closeSettings()) {
     return complain("the confirmed settings are not saved");
