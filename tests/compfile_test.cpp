@@ -1,19 +1,17 @@
 // The compfile program, run on files: what it writes, what it reports, and what it refuses.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "component_writer.h"
 #include "random.h"
+#include "shell.h"
+#include "tempdir.h"
 
 namespace {
 
@@ -23,23 +21,8 @@ using testing::HasSubstr;
 
 class CompFile : public testing::Test {
  protected:
-  CompFile() { fs::create_directories(dir); }
-  ~CompFile() override { fs::remove_all(dir); }
-
-  // Runs the program in the test's directory; what it writes, messages included. `status` becomes
-  // its exit status.
-  std::string run(const std::string& args) {
-    std::FILE* const pipe =
-        popen(("cd " + dir + " && " COMPFILE " " + args + " 2>&1").c_str(), "r");
-    std::string out;
-    char buf[4096];
-    while (const std::size_t got = std::fread(buf, 1, sizeof buf, pipe)) {
-      out.append(buf, got);
-    }
-    const int result = pclose(pipe);
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    return out;
-  }
+  // Runs the program; what it writes, messages included. `status` becomes its exit status.
+  std::string run(const std::string& args) { return runShell(COMPFILE " " + args, status); }
 
   // A refusal that names the reason.
   void expectRefused(const std::string& args, const std::string& reason) {
@@ -48,24 +31,21 @@ class CompFile : public testing::Test {
   }
 
   void save(const std::string& name, const std::string& bytes) {
-    fs::create_directories(fs::path(dir + name).parent_path());
-    std::ofstream(dir + name, std::ios::binary) << bytes;
-  }
-
-  std::string load(const std::string& name) {
-    std::ifstream file(dir + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    if (fs::path(name).has_parent_path()) {
+      fs::create_directories(fs::path(name).parent_path());
+    }
+    writeWhole(name, bytes);
   }
 
   unsigned int countBelow(const std::string& name) {
     unsigned int count = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(dir + name)) {
+    for (const auto& entry : fs::recursive_directory_iterator(name)) {
       count += entry.is_regular_file() ? 1 : 0;
     }
     return count;
   }
 
-  const std::string dir = testing::TempDir() + "compfile_" + std::to_string(getpid()) + "/";
+  const TempDir dir;
   int status = -1;
 };
 
@@ -96,18 +76,18 @@ TEST_F(CompFile, WritesTheBytesThatAnIndependentWriterWritesAndGivesThemBack) {
   }
   run(std::string("create") + FIELDS + "dir.cmp in");
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(load("dir.cmp"), component::component(files));
+  EXPECT_EQ(readWhole("dir.cmp"), component::component(files));
   run(std::string("create") + FIELDS + "--base in list.cmp ./" + names.substr(1));
-  EXPECT_EQ(load("list.cmp"), component::component(files));
+  EXPECT_EQ(readWhole("list.cmp"), component::component(files));
   EXPECT_EQ(run("verify dir.cmp list.cmp"), "dir.cmp: valid\nlist.cmp: valid\n");
 
   run("extract dir.cmp --to out");
   EXPECT_EQ(status, 0);
   for (const File& file : files) {
-    EXPECT_EQ(load("out/" + file.name), file.data) << file.name;
+    EXPECT_EQ(readWhole("out/" + file.name), file.data) << file.name;
   }
   run("extract dir.cmp odd --to one");
-  EXPECT_EQ(load("one/odd"), "123");
+  EXPECT_EQ(readWhole("one/odd"), "123");
   EXPECT_EQ(countBelow("one"), 1U);
 
   const std::string listed = run("list dir.cmp");
@@ -157,7 +137,7 @@ TEST_F(CompFile, ADamagedFileIsListedAsFarAsItGoesAndNotExtracted) {
     EXPECT_EQ(status, 1);
     EXPECT_THAT(run("extract file a --to out"), HasSubstr("not valid, nothing is extracted\n"));
     EXPECT_EQ(status, 1);
-    EXPECT_FALSE(fs::exists(dir + "out"));
+    EXPECT_FALSE(fs::exists("out"));
   }
 }
 
@@ -165,9 +145,9 @@ TEST_F(CompFile, CreateRefusesWhatDoesNotFitOrClimbs) {
   save("f", "data");
   save("in/" + LONGEST + "n", "too long");
   save(std::string("deep/") + std::string(26, 'd') + "/" + std::string(25, 'f'), "too long");
-  fs::create_directories(dir + "none");
+  fs::create_directories("none");
   save("linked/f", "data");
-  fs::create_symlink("../f", dir + "linked/link");
+  fs::create_symlink("../f", "linked/link");
   const std::string create = std::string("create") + FIELDS + "out.cmp ";
   expectRefused(create + "in", "at most 51 characters");
   expectRefused(create + "deep", "at most 51 characters");
@@ -178,7 +158,7 @@ TEST_F(CompFile, CreateRefusesWhatDoesNotFitOrClimbs) {
   expectRefused(create + "f ./f", "is there twice");
   expectRefused(create + "../f", "climbs");
   expectRefused(create + "in/../f", "climbs");
-  expectRefused(create + dir + "f", "is absolute");
+  expectRefused(create + "/tmp/f", "is absolute");
   expectRefused("create out.cmp f", "required");
   const struct {
     const char* option;
@@ -195,7 +175,7 @@ TEST_F(CompFile, CreateRefusesWhatDoesNotFitOrClimbs) {
     expectRefused(args + "$(printf 'a\\033b')", "cannot be printed");
     run(args + std::string(each.most, 'x'));
     EXPECT_EQ(status, 0) << args;
-    EXPECT_EQ(std::remove((dir + "f.cmp").c_str()), 0);
+    EXPECT_EQ(std::remove("f.cmp"), 0);
   }
   for (const char* const revision : {"1", "256.1", "1.256", "1.2.3", "-1.2", "a.b", "1.", "''"}) {
     expectRefused(std::string("create f.cmp f --product x --component x --revision ") + revision,
@@ -205,7 +185,7 @@ TEST_F(CompFile, CreateRefusesWhatDoesNotFitOrClimbs) {
     save("many/" + std::to_string(i), "");
   }
   expectRefused(create + "many", "256 files, and 255 fit");
-  fs::remove(dir + "many/0");
+  fs::remove("many/0");
   run(create + "many");
   EXPECT_EQ(status, 0);
   EXPECT_EQ(countBelow("none"), 0U);
@@ -216,28 +196,28 @@ TEST_F(CompFile, NothingIsOverwrittenUnlessToldTo) {
   save("out.cmp", "precious");
   const std::string create = std::string("create") + FIELDS;
   expectRefused(create + "out.cmp in", "is there already");
-  EXPECT_EQ(load("out.cmp"), "precious");
+  EXPECT_EQ(readWhole("out.cmp"), "precious");
   run(create + "--force out.cmp in");
-  EXPECT_EQ(load("out.cmp"), component::component({{"f", "data"}}));
+  EXPECT_EQ(readWhole("out.cmp"), component::component({{"f", "data"}}));
   run(create + "in/own.cmp in");
   run(create + "--force in/own.cmp in");  // does not take itself in
-  EXPECT_EQ(load("in/own.cmp"), component::component({{"f", "data"}}));
+  EXPECT_EQ(readWhole("in/own.cmp"), component::component({{"f", "data"}}));
 
   save("two.cmp", component::component({{"new", "n"}, {"f", "data"}}));
   save("to/f", "precious");
   expectRefused("extract two.cmp --to to", "is there already");
-  EXPECT_EQ(load("to/f"), "precious");
-  EXPECT_FALSE(fs::exists(dir + "to/new"));  // all or nothing
+  EXPECT_EQ(readWhole("to/f"), "precious");
+  EXPECT_FALSE(fs::exists("to/new"));  // all or nothing
   run("extract two.cmp --force --to to");
-  EXPECT_EQ(load("to/f"), "data");
+  EXPECT_EQ(readWhole("to/f"), "data");
   EXPECT_EQ(countBelow("to"), 2U);
-  fs::create_directories(dir + "taken/f");
+  fs::create_directories("taken/f");
   expectRefused("extract two.cmp --force --to taken", "is no plain file");
 }
 
 TEST_F(CompFile, ExtractRefusesNamesThatClimbOrCollide) {
-  fs::create_directories(dir + "to");
-  fs::create_symlink("..", dir + "to/link");
+  fs::create_directories("to");
+  fs::create_symlink("..", "to/link");
   const struct {
     std::vector<File> files;
     const char* reason;
@@ -261,7 +241,7 @@ TEST_F(CompFile, ExtractRefusesNamesThatClimbOrCollide) {
     expectRefused("extract bad.cmp --force --to to", each.reason);
     EXPECT_EQ(countBelow("to"), 0U) << each.reason;
   }
-  EXPECT_EQ(countBelow(""), 1U);  // the component file alone
+  EXPECT_EQ(countBelow("."), 1U);  // the component file alone
   save("good.cmp", component::component({{"a", "x"}}));
   expectRefused("extract good.cmp b", "there is no file \"b\"");
   expectRefused("extract missing.cmp", "No such file");

@@ -3,16 +3,15 @@
 #include "id.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <string>
 
 #include "env.h"
+#include "tempdir.h"
 
 namespace {
 
@@ -100,15 +99,16 @@ TEST(Identity, IsReadOnceAndCutToTheBuffer) {
 }
 
 TEST(Env, AFileOfKeysAndValues) {
-  const std::string path = testing::TempDir() + "env_" + std::to_string(getpid()) + ".txt";
+  const TempDir dir;
   char value[12];
-  EXPECT_EQ(env_use_file(path.c_str()), -1);
+  EXPECT_EQ(env_use_file("board.env"), -1);
   EXPECT_EQ(env_get("SN", value, sizeof value), nullptr);
 
-  std::ofstream(path) << "# SN=1\n\n  #SN=2\nSN = first\n BRDREV\t=\tC 2 \r\nno equals sign\n"
-                      << "SNX=3\nEMPTY=\nEQUALS=a=b\nLONG=" << std::string(2000, 'x')
-                      << "SN=inside\nSN=0123456789AB";
-  ASSERT_EQ(env_use_file(path.c_str()), 0);
+  writeWhole("board.env",
+             "# SN=1\n\n  #SN=2\nSN = first\n BRDREV\t=\tC 2 \r\nno equals sign\nSNX=3\nEMPTY=\n"
+             "EQUALS=a=b\nLONG=" +
+                 std::string(2000, 'x') + "SN=inside\nSN=0123456789AB");
+  ASSERT_EQ(env_use_file("board.env"), 0);
   const struct {
     const char* key;
     const char* text;
@@ -124,7 +124,7 @@ TEST(Env, AFileOfKeysAndValues) {
   EXPECT_EQ(env_get("S", value, 11), nullptr);
   EXPECT_EQ(env_get("", value, 11), nullptr);
 
-  std::remove(path.c_str());
+  std::remove("board.env");
   EXPECT_EQ(env_get("SN", value, 11), nullptr);
   env_set_store(nullptr);
 }

@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cwchar>
 
+#include "sio.h"
+
 #ifdef PANEL_LIBEDIT
 #include <histedit.h>
 #endif
@@ -20,6 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds PERIOD(100);
+constexpr int CONSOLE = 0;  // the unit of the library's console
 
 ConsoleHooks hook;
 std::atomic<int> stopSignal{0};            // the signal that asks the panel to end, or 0
@@ -54,7 +57,7 @@ void catchSignals() {
 void print(const char* lead, const char* format, va_list args) {
   char text[1024];
   std::vsnprintf(text, sizeof text, format, args);
-  std::printf("%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
+  sio_printf(CONSOLE, "%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
   redraw = true;
 }
 
@@ -149,7 +152,7 @@ char* prompt(EditLine*) {
 }
 
 void refreshPrompt() {
-  std::fputs("\r\033[K", stdout);
+  sio_puts("\r\033[K", CONSOLE);
   std::fflush(stdout);
   el_set(editor, EL_REFRESH);
 }
@@ -186,7 +189,7 @@ int readChar(EditLine*, wchar_t* out) {
 void listCandidates(const std::vector<std::string>& found) {
   constexpr std::size_t WIDTH = 76;
   std::string row;
-  std::fputc('\n', stdout);
+  sio_putc('\n', CONSOLE);
   for (const std::string& candidate : found) {
     if (!row.empty() && row.size() + candidate.size() + 2 > WIDTH) {
       say("%s", row.c_str());
@@ -213,7 +216,7 @@ unsigned char completeLine(EditLine* el, int) {
     }
     common.resize(same);
   }
-  if (found.size() == 1) {
+  if (found.size() == 1 && common.back() != '/') {
     common += ' ';
   }
   if (common.size() > word) {
@@ -253,7 +256,7 @@ bool readEditedLine(std::string& line) {
   int count = 0;
   const char* const text = el_gets(editor, &count);
   if (text == nullptr || count <= 0 || stopSignal != 0) {
-    std::fputc('\n', stdout);
+    sio_putc('\n', CONSOLE);
     return false;
   }
   line.assign(text, static_cast<std::size_t>(count));
@@ -316,7 +319,7 @@ bool consoleReadLine(std::string& line) {
     return readEditedLine(line);
   }
   if (consoleInteractive()) {
-    std::fputs(hook.prompt().c_str(), stdout);
+    sio_puts(hook.prompt().c_str(), CONSOLE);
     std::fflush(stdout);
   }
   return readPlainLine(line);
@@ -336,7 +339,7 @@ bool consolePause(unsigned int ms) {
   }
   int interrupt = SIGINT;
   if (fd >= 0 && stopSignal.compare_exchange_strong(interrupt, 0)) {
-    std::fputc('\n', stdout);  // Ctrl-C ends the wait only
+    sio_putc('\n', CONSOLE);  // Ctrl-C ends the wait only
   }
   return false;
 }

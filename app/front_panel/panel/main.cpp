@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "board_services.h"
 #include "commands.h"
 #include "console.h"
 #include "device.h"
@@ -17,7 +18,8 @@
 // What a feature adds to the panel, each in a file of its own: a table of commands, and work for
 // the periodic loop.
 
-const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, SETUP_COMMANDS, nullptr};
+const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, SETUP_COMMANDS,
+                                         BOARD_COMMANDS, nullptr};
 
 namespace {
 
@@ -150,6 +152,7 @@ int main(int argc, char** argv) {
   }
   consoleStart({runPeriodic, completeCommand, prompt});
   Timer_thread::Instance()->Init();
+  boardStart();
   deviceInit();
   setupStart();
   std::string why;
