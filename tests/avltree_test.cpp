@@ -170,10 +170,10 @@ TEST(AvlTreeDeathTest, ADuplicateIsFatalAtTheRootAndBelow) {
   alignas(4) char pool[1024] = {};
   AVLTree tree(pool, sizeof pool, 0);
   for (const unsigned int index : {5U, 2U, 8U, 1U}) {
-    tree.insert(index, pool);
+    tree.insert(index, nullptr);
   }
-  EXPECT_FATAL(tree.insert(5, pool), "duplicate");
-  EXPECT_FATAL(tree.insert(1, pool), "duplicate");
+  EXPECT_FATAL(tree.insert(5, nullptr), "duplicate");
+  EXPECT_FATAL(tree.insert(1, nullptr), "duplicate");
 }
 
 }  // namespace

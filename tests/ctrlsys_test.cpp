@@ -146,6 +146,7 @@ TEST_F(Registry, AGetPrefersTheReadFamilyAndASetNeverSeesIt) {
   readArray[0] = nullptr;  // a hole reads as zeros
   rwArray[0] = entry(9, 0);
   ctrl_register_read(9, 1, 1, readArray);
+  EXPECT_EQ(ctrlDoGet(9, 0, 0, nullptr), CTRL_ERR_SUCCESS) << "no bytes of a hole";
   EXPECT_EQ(set(9, 0), CTRL_ERR_PARAM) << "read-only so far";
   ctrl_register_rw(9, 1, 1, rwArray);
   EXPECT_EQ(get(9, 0), CTRL_ERR_SUCCESS);
@@ -254,6 +255,7 @@ TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   static CtrlReadWrite* array[1] = {};
   const unsigned int dims[17] = {1};
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "tree != nullptr");
+  EXPECT_FATAL(get(1, 0), "tree != nullptr");
   start();
   EXPECT_FATAL(ctrl_register_rw(1, dims, 17, cmd_sts_idx_conv1D, array), "ndim <= MAX_CTRL_DIMS");
   EXPECT_FATAL(ctrl_register_rw(1, dims, 1, nullptr, array), "conv != nullptr");

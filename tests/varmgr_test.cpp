@@ -100,6 +100,12 @@ TEST(ValueBuffer, TextsAreCutTerminatedAndPadded) {
   EXPECT_EQ(std::memcmp(raw, unterminated, 4), 0);
 }
 
+TEST(VarMgrInt, RefusesNoBuffer) {
+  Int var(nullptr, RANGE_CLIP);
+  EXPECT_FALSE(var.validate(nullptr, 4));
+  EXPECT_EQ(ReadWriteVarMgr::convert(nullptr, 4), 0);
+}
+
 TEST(VarMgrInt, ReadsAsDefaultUntilItHasAValue) {
   const Int var(GAPPED, RANGE_CLIP);
   unsigned char buf[4];
@@ -191,7 +197,8 @@ TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
   }
 }
 
-// A text variable against std::string, with random operations and guard bytes round its buffer.
+// A text variable against a plain array that is never looked at behind its first zero, with random
+// operations and guard bytes round its buffer.
 TEST(VarMgrStr, BehavesAsABoundedString) {
   Random random(5);
   for (unsigned int bufSize : {0U, 1U, 2U, 5U, 9U}) {
@@ -199,7 +206,7 @@ TEST(VarMgrStr, BehavesAsABoundedString) {
     Str var(memory.data() + 1, bufSize, nullptr);
     const unsigned int capacity = bufSize == 0 ? 0 : bufSize - 1;
     ASSERT_EQ(var.maxlen(), capacity);
-    std::string model;
+    std::string bytes(capacity + 1, '\0');
     for (int i = 0; i < 3000; ++i) {
       if (random.oneIn(2)) {
         char in[12];
@@ -210,23 +217,21 @@ TEST(VarMgrStr, BehavesAsABoundedString) {
         ASSERT_TRUE(var.validate(in, size));
         var.set(in, size);
         if (size > 0 && capacity > 0) {
-          model.assign(in, std::min(size, capacity));
-          model = model.c_str();
+          bytes.replace(0, std::min(size, capacity), in, std::min(size, capacity));
+          bytes[std::min(size, capacity)] = 0;
         }
       } else if (bufSize > 0) {
         const char c = static_cast<char>(random.oneIn(4) ? 0 : 'A' + random.below(26));
         const unsigned int pos = random.below(11);
         var.setChar(c, pos);
-        if (pos < capacity && pos <= model.size()) {
-          model.resize(std::max<std::size_t>(model.size(), pos + 1));
-          model[pos] = c;
-          model = model.c_str();
+        if (pos < capacity && pos <= std::strlen(bytes.c_str())) {
+          bytes[pos] = c;
         }
       }
       std::string out(7, '\x5A');
       const unsigned int room = random.below(7);
       static_cast<const ReadVarMgr&>(var).get(&out[0], room);
-      std::string expected = model.substr(0, room == 0 ? 0 : room - 1);
+      std::string expected = std::string(bytes.c_str()).substr(0, room == 0 ? 0 : room - 1);
       expected.resize(room, '\0');
       ASSERT_EQ(out.substr(0, room), expected);
       ASSERT_EQ(out[room], '\x5A');

@@ -11,7 +11,9 @@ static_assert(alignof(AVLTree::avl_node) <= 4, "slots are aligned to 4 bytes onl
 AVLTree::AVLTree(char* buf, unsigned int bufsize, unsigned int paysize)
     : PAY_SIZE((paysize + 3) & ~3U),
       MAX_INDEX(bufsize / (PAY_SIZE + static_cast<unsigned int>(NODE_SIZE))),
-      node_array(buf) {}
+      node_array(buf) {
+  CTRL_ASSERT(paysize <= 0x7FFFFFFF);
+}
 
 long AVLTree::height(avl_node* node) {
   return node == nullptr ? -1 : node->height;
@@ -123,7 +125,9 @@ void AVLTree::insert(unsigned int index, void* data) {
   const unsigned int slotSize = static_cast<unsigned int>(NODE_SIZE) + PAY_SIZE;
   char* const slot = node_array + static_cast<unsigned long>(next_free_index) * slotSize;
   ++next_free_index;
-  std::memcpy(slot + NODE_SIZE, data, PAY_SIZE);
+  if (PAY_SIZE > 0) {
+    std::memcpy(slot + NODE_SIZE, data, PAY_SIZE);
+  }
   *link = new (slot) avl_node{nullptr, nullptr, parent, 0, index};
   rebalance(parent, index);
 }

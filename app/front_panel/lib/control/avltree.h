@@ -1,16 +1,14 @@
 // An ordered map from an unsigned 32-bit index to a fixed-size payload, in a pool of the caller.
 //
-// A height-balanced (AVL) binary search tree whose nodes are cut out of one byte pool. Nothing is
-// allocated; nodes are never removed and never move, so a payload's address stays valid as long as
-// the pool lives. The caller owns the pool, aligns it to 4 bytes and leaves it alone. Inserts run
-// in one thread during start-up; after that any number of threads may call find. A full pool and a
-// second insert of one index stop the process: both depend on the application's tables alone.
-//
-// Invariants: (1) a node's height is 1 + the greater of its children's, a null child counting as
-// -1, and the two differ by at most 1; (2) every index to the left of a node is below its own and
-// every index to the right above; (3) indices are unique.
+// A height-balanced (AVL) binary search tree; nothing is allocated, nodes are never removed and
+// never move. The caller owns the pool, aligns it to 4 bytes and leaves it alone. Inserts run in
+// one thread at start-up; afterwards any number of threads may call find. A full pool and a second
+// insert of one index stop the process. Invariants: (1) a node's height is 1 + the greater of its
+// children's, a null child counting as -1, and the two differ by at most 1; (2) indices to the
+// left of a node are below its own, to the right above; (3) indices are unique.
 #pragma once
 
+/// The tree. Its pool outlives it.
 class AVLTree {
  public:
   struct avl_node;
@@ -32,6 +30,7 @@ class AVLTree {
 
   /// Makes an empty tree over the pool `buf` of `bufsize` bytes, for payloads of `paysize` bytes,
   /// rounded up to a multiple of 4. Neither reads nor clears the pool.
+  /// REQUIRES: `paysize` is at most 0x7FFFFFFF.
   AVLTree(char* buf, unsigned int bufsize, unsigned int paysize);
   AVLTree(const AVLTree&) = delete;
   AVLTree& operator=(const AVLTree&) = delete;

@@ -9,6 +9,7 @@
 // CBTimers. A null callback is a fatal assertion. Nothing here allocates.
 #pragma once
 
+#include "mcf5200.h"
 #include "noncopyable.h"
 #include "tessel_timer.h"
 

@@ -42,7 +42,7 @@ class USBIface {
 /// Builds status messages and passes them to a trap sender.
 class CmdStsIface : public USBIface {
  public:
-  /// Kept for the module's interface; nothing in the library uses it.
+  /// Part of the interface; nothing in the library uses it.
   static constexpr unsigned int STAT_Q_DEFAULT_IF_EL_SIZE = 64;
 
   /// `trap`: the sender, borrowed. REQUIRES: it is not null.

@@ -37,6 +37,7 @@ struct Lookup {
 // ReadWriteNode and CtrlReadWrite, or ReadNode and CtrlRead.
 template <class Node, class Entry>
 Lookup<Entry> lookup(AVLTree* tree, unsigned int varid, unsigned int varidx) {
+  CTRL_ASSERT(tree != nullptr);
   const Node* const node = static_cast<const Node*>(tree->find(varid));
   if (node == nullptr) {
     return {NO_FAMILY, nullptr};
@@ -169,7 +170,9 @@ int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void
     return CTRL_ERR_SUCCESS;
   }
   if (stop == HOLE) {
-    std::memset(buffer, 0, length);
+    if (length > 0) {
+      std::memset(buffer, 0, length);
+    }
     return CTRL_ERR_SUCCESS;
   }
   return CTRL_ERR_PARAM;

@@ -1,25 +1,21 @@
 // The control registry: reads, validates, sets and confirms controls by number.
 //
-// A control is addressed by a variable id, which names a family, and a variable index, which the
-// family's converter turns into a subscript of the family's array of entries. The index is an
-// encoded form, not a subscript: a request reaches an entry only if the entry stores exactly the
-// id and index of the request. The read tree and the read-write tree are separate id spaces.
-//
-// One registry per process. It owns nothing: trees, pools, arrays, the confirm queue and the
-// entries belong to the application and live as long as the process. Start-up runs in one thread:
-// ctrl_sys_init, then registrations, then requests. Requests take no lock; the application
-// serialises them. No request allocates. Faults of the application's tables stop the process;
-// requests from outside are only ever refused, with CTRL_ERR_PARAM or CTRL_ERR_NOBUFFER.
+// A variable id names a family; a variable index, in the encoded form of the family's converter,
+// one of its members. A request reaches an entry only if the entry stores exactly its id and index.
+// The registry, one per process, owns nothing: trees, pools, arrays, queue and entries are the
+// application's and live as long as the process. Start-up runs in one thread: ctrl_sys_init,
+// registrations, then requests, which take no lock: the application serialises them. No request
+// allocates. Faults of the application's tables stop the process; requests are only ever refused.
 #pragma once
 
 #include "avltree.h"
 #include "ctrlwrap.h"
 
-constexpr int CTRL_ERR_SUCCESS = 0;
-constexpr int CTRL_ERR_BADVALUE = -1;
+constexpr int CTRL_ERR_SUCCESS = 0;    ///< done
+constexpr int CTRL_ERR_BADVALUE = -1;  ///< part of the interface; not returned
 constexpr int CTRL_ERR_NOBUFFER = -2;  ///< the confirm queue is full
 constexpr int CTRL_ERR_PARAM = -3;     ///< the request is refused
-constexpr int CTRL_ERR_GENERIC = -4;
+constexpr int CTRL_ERR_GENERIC = -4;   ///< part of the interface; not returned
 
 /// The most dimensions that a family can have.
 constexpr unsigned int MAX_CTRL_DIMS = 16;
@@ -60,12 +56,16 @@ struct ReadWriteNode {
 /// Payload of the read tree. The application constructs that tree with its size.
 struct ReadNode {
   CtrlRWNode desc;
-  CtrlReadArrayField ctrlarr;
+  CtrlReadArrayField ctrlarr;  ///< as in ReadWriteNode
 };
 
+/// Preparation of an upgrade.
 typedef void (*upgradePrepareFn_t)();
+/// End of an upgrade.
 typedef void (*upgradeFinishFn_t)();
+/// Preparation of a reboot.
 typedef bool (*rebootPrepareFn_t)();
+/// Validity check of an application file of `size` bytes.
 typedef bool (*isAppFileValidFn_t)(const void* data, unsigned int size);
 
 /// Starts the registry: stores the trees and the confirm queue, then runs init on every entry of
@@ -94,11 +94,13 @@ void ctrl_register_rw(unsigned int varId, unsigned int dim1, unsigned int dim2,
 /// The same for a read-only family.
 void ctrl_register_read(unsigned int varId, const unsigned int* dim, unsigned int ndim,
                         CmdStsIdx2ArrIdxFn conv, CtrlRead* const* array);
+/// The same for a read-only family of up to two dimensions.
 void ctrl_register_read(unsigned int varId, unsigned int dim1, unsigned int dim2,
                         CtrlRead* const* array);
 
 /// Reads a control into `buffer`, `length` bytes, looking at read-only families first. A hole
 /// reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer` untouched.
+/// REQUIRES: ctrl_sys_init has run, here and below.
 int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void* buffer);
 
 /// The read-write entry of a pair, or null; why is printed on standard output, unless the entry

@@ -3,9 +3,9 @@
 // CtrlRead and CtrlReadWrite are what the registry (ctrlsys.h), the preset file and the trap device
 // see of a control. An application class with behaviour of its own derives from one of them; the
 // two adapters here put a variable manager (varmgr.h) behind the interface. Entries live as long
-// as the registry, own nothing and hold no lock: requests are serialised by the application, and
-// get may also be called from the preset thread. A name that does not fit stops the process at
-// construction, because the name is the control's key in the preset file.
+// as the registry, own nothing and hold no lock: requests are serialised by the application. A get
+// of CtrlReadWriteVarMgr refreshes its manager, so it is a change and no reader for another thread.
+// A name that does not fit stops the process at construction: it is the key in the preset file.
 #pragma once
 
 #include "varmgr.h"
@@ -62,7 +62,7 @@ class CtrlReadVarMgr : public CtrlRead {
   void get(void* buf, unsigned int size) override;
   void init() override {}
 
- private:
+ protected:
   const ReadVarMgr& rvar;
 };
 
@@ -84,6 +84,6 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
   /// Commits if the manager is consistent; 1 if it is not.
   int confirm() override;
 
- private:
+ protected:
   ReadWriteVarMgr& rwvar;
 };

@@ -7,7 +7,7 @@
 
 /// Bytes of a serial number.
 const unsigned int SER_NUM_LENGTH = 5;
-/// Kept for the module's interface.
+/// Part of the interface.
 const unsigned int APP_ID_LENGTH = 10;
 
 /// Copies the serial number to `buf`, which has `len` bytes: all of it or its first bytes. `len`

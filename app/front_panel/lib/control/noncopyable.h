@@ -1,4 +1,7 @@
-// A base class that forbids copying. No state, no virtual operations.
+// A base class that forbids copying.
+//
+// For objects that others hold pointers to. It has no state and no virtual operations, costs
+// nothing, and never stops the process; any thread.
 #pragma once
 
 class Noncopyable {

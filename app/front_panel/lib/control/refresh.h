@@ -47,5 +47,6 @@ bool refreshVar(RefreshMgr& ref, RefreshId& id, void* dest, const void* src, uns
 /// refreshVar over one int.
 bool refreshInt(RefreshMgr& ref, RefreshId& id, int& dest, int src);
 
-/// refreshVar over the text in `src` with its terminator. REQUIRES of the caller: `dest` has room.
+/// refreshVar over the text in `src` with its terminator. The caller sees to it that `dest` has
+/// room.
 bool refreshStr(RefreshMgr& ref, RefreshId& id, char* dest, const char* src);

@@ -63,17 +63,20 @@ CtrlFamily<Entry>::CtrlFamily(bool& ainit, Entry** arr, unsigned int arrSize, co
 }
 
 template <class Entry>
-void CtrlFamily<Entry>::join(Entry* entry) const {
+void CtrlFamily<Entry>::join(Entry* entry, unsigned int id, unsigned int idx) const {
   if (ctrlArrInit) {
     ctrlArrInit = false;
     std::fill_n(ctrlArr, ctrlArrSize, nullptr);
-    registerFamily(entry->getVarID(), dim, numDim, conv, ctrlArr);
+    registerFamily(id, dim, numDim, conv, ctrlArr);
   }
-  const unsigned int i = conv(entry->getIndex(), dim, numDim);
+  const unsigned int i = conv(idx, dim, numDim);
   CTRL_ASSERT(i < ctrlArrSize);
   CTRL_ASSERT(ctrlArr[i] == nullptr);
   ctrlArr[i] = entry;
 }
+
+template class CtrlFamily<CtrlRead>;
+template class CtrlFamily<CtrlReadWrite>;
 
 SimpleCtrlReadVarMgr::SimpleCtrlReadVarMgr(unsigned int id, unsigned int idx, const ReadVarMgr& var,
                                            bool& ainit, CtrlRead** arr, unsigned int arrSize,
@@ -82,7 +85,7 @@ SimpleCtrlReadVarMgr::SimpleCtrlReadVarMgr(unsigned int id, unsigned int idx, co
     : CtrlReadVarMgr(id, idx, var), family(ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlReadVarMgr::init() {
-  family.join(this);
+  family.join(this, varId, index);
 }
 
 SimpleCtrlReadWriteVarMgr::SimpleCtrlReadWriteVarMgr(unsigned int id, unsigned int idx,
@@ -94,7 +97,7 @@ SimpleCtrlReadWriteVarMgr::SimpleCtrlReadWriteVarMgr(unsigned int id, unsigned i
 
 void SimpleCtrlReadWriteVarMgr::init() {
   CtrlReadWriteVarMgr::init();
-  family.join(this);
+  family.join(this, varId, index);
 }
 
 SimpleCtrlCmd::SimpleCtrlCmd(unsigned int id, unsigned int idx, const bounds_t* b, bool& ainit,
@@ -114,12 +117,12 @@ void SimpleCtrlCmd::get(void* buf, unsigned int size) {
 }
 
 void SimpleCtrlCmd::init() {
-  family.join(this);
+  family.join(this, varId, index);
 }
 
 bool SimpleCtrlCmd::validate(const void* buf, unsigned int size) const {
   const int v = ReadWriteVarMgr::convert(buf, size);
-  return getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
+  return buf != nullptr && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
 }
 
 int SimpleCtrlCmd::set(const void* buf, unsigned int size) {

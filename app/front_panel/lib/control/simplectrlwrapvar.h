@@ -35,8 +35,9 @@ class CtrlFamily {
   CtrlFamily(bool& ainit, Entry** arr, unsigned int arrSize, const unsigned int* d, unsigned int nd,
              CmdStsIdx2ArrIdxFn c);
 
-  /// Registers the family if no member has done so, and puts `entry` into its place.
-  void join(Entry* entry) const;
+  /// Registers the family under `id` if no member has done so, and puts `entry` into the place of
+  /// the encoded index `idx`.
+  void join(Entry* entry, unsigned int id, unsigned int idx) const;
 
  private:
   bool& ctrlArrInit;
@@ -89,6 +90,7 @@ class SimpleCtrlCmd : public CtrlReadWrite {
   void get(void* buf, unsigned int size) override;
   /// Joins the family. Runs once per object.
   void init() override;
+  /// Tells whether the value lies within the bounds, whatever the overflow policy.
   bool validate(const void* buf, unsigned int size) const override;
   /// Stores the value, forced into the bounds, for confirm. Returns 0.
   int set(const void* buf, unsigned int size) override;

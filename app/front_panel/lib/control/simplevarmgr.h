@@ -2,14 +2,11 @@
 // application, the global.
 //
 // The manager keeps a working copy. commit writes it to the global and marks the group; refresh
-// brings a change that the application made to the global back, after the application has called
-// setRefresh on the group. init puts the default into the working copy only: unless something
-// commits first, the first refresh overrides it with the global, so the application either gives
-// the global its start value or commits. A set that was not committed is dropped by the next
-// refresh that finds the variable marked.
-//
-// The application owns the group, the global and the text buffers, and they outlive the manager.
-// Threads as in refresh.h. Nothing allocates.
+// takes a change of the global over, after the application has called setRefresh on the group. A
+// set that was not committed is dropped by the next refresh that finds the variable marked. init
+// puts the default into the working copy only, and the first refresh overrides it with the global
+// unless it was committed. The group, the global and the text buffers are the application's and
+// outlive the manager. Threads as in refresh.h. Nothing allocates or stops the process.
 #pragma once
 
 #include "refresh.h"
@@ -43,7 +40,7 @@ class ReadWriteVarMgrSimpleInt : public ReadWriteVarMgrInt {
 /// A boolean variable on an `int` of the application.
 class ReadWriteVarMgrSimpleBool : public ReadWriteVarMgrBool {
  public:
-  /// As ReadWriteVarMgrSimpleInt, with the bounds 0 and 1.
+  /// As ReadWriteVarMgrSimpleInt, with the bounds 0 and 1; so are the operations.
   ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r, ReadWriteVarMgrBool::vals_e d, range_t o);
   ReadWriteVarMgrSimpleBool(const ReadWriteVarMgrSimpleBool&) = delete;
   ReadWriteVarMgrSimpleBool& operator=(const ReadWriteVarMgrSimpleBool&) = delete;

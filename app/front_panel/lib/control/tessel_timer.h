@@ -1,16 +1,11 @@
 // One free-running tick counter for the whole library, and polled timeouts on it.
 //
-// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days. Timeouts hold across
-// the wrap, with one limit: one that ends before the wrap and is first polled behind it reads as
-// running until the counter comes round, so poll every timeout as often as its end matters.
-// Timer_thread advances the counter about every 2 ms from the wall clock; the application starts
-// it once, before anything relies on a timeout:
-//
-//   Timer_thread::Instance()->Init();
-//
-// sysTime and cb are lock-free atomics: any thread may read them, plain assignment works, and
-// without the timer thread a test may drive the counter by writing to it. A Timer object has no
-// lock and belongs to one thread at a time. Nothing here allocates.
+// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days; all comparisons
+// hold across the wrap. Timer_thread advances it about every 2 ms from the wall clock; the
+// application starts that with Timer_thread::Instance()->Init() before it relies on a timeout.
+// sysTime and cb are atomics: any thread may read them, plain assignment works, and without the
+// timer thread a test may drive the counter. A Timer has no lock and belongs to one thread at a
+// time. Nothing here allocates or stops the process.
 #pragma once
 
 #include <jthread.h>
@@ -19,9 +14,9 @@
 
 #include "noncopyable.h"
 
-/// Kept for the module's interface; a tick is 1 ms all the same.
+/// Part of the interface; nothing in the library computes with it. A tick is 1 ms all the same.
 constexpr unsigned int TICKS_IN_MS = 10;
-/// Kept for the module's interface.
+/// Part of the interface; nothing in the library computes with it.
 constexpr unsigned int TICKS_IN_US = 1000;
 
 /// A timeout that is polled.
@@ -61,6 +56,9 @@ class Timer {
   /// Ticks since the counter value `since`; across a wrap of the counter one tick less.
   static unsigned int getDiffTime(unsigned int since);
 
+  /// Part of the interface; not defined in this library.
+  static void open(unsigned short unit);
+
   /// The loop of the timer thread: sets the counter, calls cb, sleeps 2 ms. Never returns; the
   /// sleep is its cancellation point, and a running callback is not cancelled.
   [[noreturn]] static void tick();
@@ -85,6 +83,7 @@ class Timer_thread : public JThread, public Noncopyable {
   /// The one instance, made at the first call and stopped at process exit.
   static Timer_thread* Instance();
 
+  /// Stops the thread.
   ~Timer_thread() override;
 
   /// Starts the thread, without a result. A thread that cannot start leaves the counter at 0.
@@ -97,6 +96,7 @@ class Timer_thread : public JThread, public Noncopyable {
   /// JThread::Kill returns.
   int Stop();
 
+  /// The body of the thread: runs Timer::tick.
   void* Thread() override;
 
  private:

@@ -11,9 +11,9 @@
 #include "netdev.h"
 #include "tessel_timer.h"
 
-/// Kept for the module's interface; nothing in the library reads or writes it.
+/// Part of the interface; nothing in the library reads or writes it.
 extern bool trap_enable_flag;
-/// Kept for the module's interface; never armed.
+/// Part of the interface; never armed.
 extern Timer trap_enable_timer;
 
 /// Polls the managers of `traps`, an array that a null pointer ends, in array order; their

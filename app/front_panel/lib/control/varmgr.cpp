@@ -42,7 +42,7 @@ void ReadVarMgr::setBufStr(void* buf, unsigned int size, const char* str, bool f
 }
 
 int ReadWriteVarMgr::convert(const void* buf, unsigned int size) {
-  if (size == 0) {
+  if (buf == nullptr || size == 0) {
     return 0;
   }
   const unsigned char* p = static_cast<const unsigned char*>(buf);
@@ -70,7 +70,7 @@ void ReadWriteVarMgrInt::set(const void* buf, unsigned int size) {
 
 bool ReadWriteVarMgrInt::validate(const void* buf, unsigned int size) const {
   const int v = convert(buf, size);
-  return getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
+  return buf != nullptr && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
 }
 
 void ReadWriteVarMgrInt::increment(int delta) {
@@ -140,14 +140,8 @@ void ReadWriteVarMgrStr::setChar(char c, unsigned int pos) {
   if (str == nullptr || pos >= len) {
     return;
   }
-  const unsigned int length = boundedLength(str, len);
-  if (pos > length) {
-    return;
-  }
-  str[pos] = c == 0 ? c : getBoundsChar(c);
-  if (pos == length) {
-    // Bytes of an earlier, longer text may stand behind the old terminator.
-    str[pos + 1] = 0;
+  if (pos <= boundedLength(str, len)) {
+    str[pos] = c == 0 ? c : getBoundsChar(c);
   }
 }
 

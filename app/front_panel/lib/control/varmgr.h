@@ -1,19 +1,12 @@
 // Variable managers: hold the value of one control, check it, and carry it through a change.
 //
-// Control entries, preset fields and trap managers see a value only through these classes. A
-// change runs startXaction, then set or init, then isConsistent and commit, then endXaction; the
-// four functions at the end of this file run its steps. The three concrete value types here leave
-// open where a committed value goes: a derived class (simplevarmgr.h, or the application's own)
-// supplies refresh, init, commit and the transaction.
-//
-// A value crosses the interface in a value buffer: a byte buffer with a size in bytes. Integers in
-// it are two's complement, most significant byte first, on any host, at any alignment; a narrower
-// buffer drops the front and a wider one is sign-extended. Texts are zero-terminated or
-// zero-padded.
-//
-// A manager owns neither its bounds list nor its text buffer; both outlive it. No locks: the
-// application keeps the reads and changes of one manager apart. Nothing allocates, prints or
-// stops the process; a null buffer or a size of 0 makes a buffer operation do nothing.
+// A change runs startXaction, then set or init, then isConsistent and commit, then endXaction.
+// Where a committed value goes is left to derived classes (simplevarmgr.h, or the application's).
+// A value crosses the interface in a value buffer, bytes with a size: integers are two's
+// complement, most significant byte first on any host, cut at the front or sign-extended to the
+// size; texts are zero-terminated or zero-padded. A manager owns neither its bounds list nor its
+// text buffer. No locks: the application keeps the reads and changes of one manager apart.
+// Nothing here allocates, prints or stops the process.
 #pragma once
 
 #include "bounds.h"
@@ -37,12 +30,13 @@ class ReadVarMgr {
   /// How the value is carried; DATA_TYPE_INT unless a class says otherwise.
   virtual CTRL_DATA_TYPE getType() const { return DATA_TYPE_INT; }
 
-  /// Writes `val` as an integer of `size` bytes.
+  /// Writes `val` as an integer of `size` bytes; nothing when `buf` is null.
   static void setBufInt(void* buf, unsigned int size, int val);
 
-  /// Writes a text. `flag` true copies exactly `size` bytes from `str`, which shall have them.
-  /// `flag` false writes the zero-terminated `str` (null counts as empty), cut to `size` - 1
-  /// characters, and fills the rest of the `size` bytes with zero.
+  /// Writes a text; nothing when `buf` is null or `size` is 0. `flag` true copies exactly `size`
+  /// bytes from `str`, which shall have them. `flag` false writes the zero-terminated `str` (null
+  /// counts as empty), cut to `size` - 1 characters, and fills the rest of the `size` bytes with
+  /// zero.
   static void setBufStr(void* buf, unsigned int size, const char* str, bool flag);
 };
 
@@ -71,7 +65,7 @@ class ReadWriteVarMgr : public ReadBufVarMgr {
   /// Publishes the working value.
   virtual void commit() const = 0;
 
-  /// Reads the integer in `buf`; its last 4 bytes count when `size` is larger. A size of 0 is 0.
+  /// Reads the integer in `buf`; its last 4 bytes count when `size` is larger. No bytes read as 0.
   static int convert(const void* buf, unsigned int size);
 };
 
@@ -167,7 +161,8 @@ class ReadWriteVarMgrStr : public ReadWriteVarMgr {
     return bounds;
   }
   /// Sets the character at `pos`, forced into the class; a zero byte cuts the text there. `pos`
-  /// may equal the text's length, which appends; beyond it, or at maxlen(), nothing happens.
+  /// may equal the text's length, which appends; beyond it, or at maxlen(), nothing happens. Only
+  /// this one character is stored: where the text had been cut, what stood behind comes back.
   void setChar(char c, unsigned int pos);
   /// Puts back the maxlen() bytes that get() pointed at earlier, as they are: the class is not
   /// applied.
