@@ -78,6 +78,18 @@ TEST_F(PanelStore, KeepsPresetsAcrossAnEndAndAKill) {
   EXPECT_THAT(panel("preset list\n"), HasSubstr("| 0 presets"));
 }
 
+// The disk takes no more than the first block, so a block copy to the other one fails.
+TEST_F(PanelStore, AFullDiskIsReportedAndLosesNothing) {
+  panel("preset write 5 " + std::string(5000, 'a') + "\n");
+  writeWhole("input", "preset write 5 " + std::string(5000, 'b') + "\npreset flush\n");
+  const ProgramResult full = runProgram("trap '' XFSZ; ulimit -f 16; " PANEL " < input");
+  EXPECT_THAT(full.output, HasSubstr("error: not everything is stored: presets.flash: writing"));
+  EXPECT_EQ(full.status, 1);
+  const std::string out = panel("preset read 5\npreset list\n");
+  EXPECT_THAT(out, HasSubstr("|aaaaaaaaaaaaaaaa|"));
+  EXPECT_THAT(out, HasSubstr("| 1 preset; "));
+}
+
 TEST_F(PanelStore, RefusesWithAReason) {
   const std::string most = std::string(8182, 'x');
   const struct {
