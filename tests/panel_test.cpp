@@ -207,7 +207,7 @@ std::string fileOf(int n) {
     text << "<CV-40-I-" << channel << ">" << inputOf(n, channel) << "</CV-40-I-" << channel
          << ">\n";
   }
-  return text.str() + "</archive>\n";
+  return text.str() + "<CV-70-I-0>60</CV-70-I-0>\n</archive>\n";
 }
 
 // A panel that saves all the time is killed at one moment after another. The file holds what the

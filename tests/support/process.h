@@ -81,8 +81,12 @@ class Process {
     if (pid == 0) {
       return -1;
     }
-    int status = 0;
     kill(pid, signal);
+    return wait();
+  }
+  /// Closes its standard input and waits for its end. Results as of end.
+  int wait() {
+    int status = 0;
     close(input);
     waitpid(pid, &status, 0);
     pid = 0;

@@ -8,15 +8,16 @@
 
 // The settings, and the variables on them.
 
-constexpr Settings DEFAULTS = {"Unit 1", {}, {}, {1, 2, 3, 4}};
+constexpr Settings DEFAULTS = {"Unit 1", {}, {}, {1, 2, 3, 4}, 60};
 Settings settings = DEFAULTS;
 RefreshMgr settingsGroup;
 
 namespace {
 
-// -100 dB is "off"; between it and -60 dB there is nothing that the hardware can do.
-const bounds_t GAIN_BOUNDS[] = {{-100, -100}, {-60, 12}, BOUNDS_END};
+// Between off and -60 dB there is nothing that the hardware can do.
+const bounds_t GAIN_BOUNDS[] = {{GAIN_OFF, GAIN_OFF}, {-60, 12}, BOUNDS_END};
 const bounds_t INPUT_BOUNDS[] = {{1, INPUTS}, BOUNDS_END};
+const bounds_t LIMIT_BOUNDS[] = {{30, 90}, BOUNDS_END};
 const bounds_t RESTORE_BOUNDS[] = {{1, 1}, BOUNDS_END};
 
 // The families: dimensions, the flag that lets the first member register the family, and the array
@@ -29,6 +30,7 @@ bool nameFirst = true;
 bool gainFirst = true;
 bool muteFirst = true;
 bool inputFirst = true;
+bool limitFirst = true;
 bool temperatureFirst = true;
 bool restoreFirst = true;
 
@@ -36,6 +38,7 @@ CtrlReadWrite* nameMember[1];
 CtrlReadWrite* gainMembers[CHANNELS * BANDS];
 CtrlReadWrite* muteMembers[CHANNELS];
 CtrlReadWrite* inputMembers[CHANNELS];
+CtrlReadWrite* limitMember[1];
 CtrlRead* temperatureMembers[CHANNELS];
 CtrlReadWrite* restoreMember[1];
 
@@ -66,6 +69,11 @@ Input::Input(unsigned int channel)
       entry(ID_INPUT, channel, var, inputFirst, inputMembers, CHANNELS, CHANNEL_DIM, 1, nullptr),
       saved(entry, settings.input[channel]) {}
 
+Limit::Limit()
+    : var(settings.limit, settingsGroup, DEFAULTS.limit, LIMIT_BOUNDS, RANGE_CLIP),
+      entry(ID_LIMIT, 0, var, limitFirst, limitMember, 1, nullptr, 0, nullptr),
+      saved(entry, settings.limit) {}
+
 Temperature::Temperature(unsigned int channel)
     : entry(ID_TEMPERATURE, channel, var, temperatureFirst, temperatureMembers, CHANNELS,
             CHANNEL_DIM, 1, nullptr) {}
@@ -89,6 +97,7 @@ Gain gains[CHANNELS][BANDS] = {{{0, 0}, {0, 1}, {0, 2}},
                                {{3, 0}, {3, 1}, {3, 2}}};
 Mute mutes[CHANNELS] = {Mute(0), Mute(1), Mute(2), Mute(3)};
 Input inputs[CHANNELS] = {Input(0), Input(1), Input(2), Input(3)};
+Limit limit;
 Temperature temperatures[CHANNELS] = {Temperature(0), Temperature(1), Temperature(2),
                                       Temperature(3)};
 RestoreCommand restoreCommand;
@@ -137,6 +146,17 @@ const Family FAMILIES[] = {{"name",
                             0,
                             "",
                             "input that a channel takes, a step past the end wraps"},
+                           {"limit",
+                            ID_LIMIT,
+                            0,
+                            {},
+                            READ_WRITE,
+                            DATA_TYPE_INT,
+                            LIMIT_BOUNDS,
+                            RANGE_CLIP,
+                            0,
+                            " C",
+                            "temperature above which a channel raises an alarm"},
                            {"temperature",
                             ID_TEMPERATURE,
                             1,
@@ -166,7 +186,7 @@ const Family FAMILIES[] = {{"name",
 
 namespace {
 
-constexpr unsigned int RW_FAMILIES = 5;
+constexpr unsigned int RW_FAMILIES = 6;
 constexpr unsigned int READ_FAMILIES = 1;
 constexpr unsigned int CONFIRM_SIZE = 16;
 
@@ -177,7 +197,7 @@ AVLTree readTree(readPool, sizeof readPool, sizeof(ReadNode));
 CtrlReadWrite* confirmQueue[CONFIRM_SIZE];
 
 // All entries, ended by null: what the registry starts, and what the preset file holds.
-constexpr unsigned int SETTINGS = 1 + CHANNELS * BANDS + CHANNELS + CHANNELS;
+constexpr unsigned int SETTINGS = 1 + CHANNELS * BANDS + CHANNELS + CHANNELS + 1;
 CtrlReadWrite* rwEntries[SETTINGS + 2];
 CtrlReadWrite* savedEntries[SETTINGS + 1];
 CtrlRead* readEntries[CHANNELS + 1];
@@ -205,6 +225,7 @@ void deviceInit() {
   for (Input& input : inputs) {
     collect(input, rw, saved);
   }
+  collect(limit, rw, saved);
   *rw = &restoreCommand;
   std::transform(std::begin(temperatures), std::end(temperatures), readEntries,
                  [](Temperature& t) { return &t.entry; });

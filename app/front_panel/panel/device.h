@@ -27,6 +27,7 @@ enum : unsigned int {
   ID_INPUT = 40,
   ID_TEMPERATURE = 50,
   ID_RESTORE = 60,
+  ID_LIMIT = 70,
 };
 
 /// The confirmed values: what the signal path of a real device would work with.
@@ -35,9 +36,12 @@ struct Settings {
   int gain[CHANNELS][BANDS];  ///< dB
   int mute[CHANNELS];         ///< 0 or 1
   int input[CHANNELS];        ///< 1 to INPUTS
+  int limit;                  ///< degrees Celsius; a channel above it is too hot
 };
 extern Settings settings;
 extern const Settings DEFAULTS;
+
+constexpr int GAIN_OFF = -100;  ///< dB; the channel is switched off in this band
 
 /// Every variable on `settings`, at most 32. After a write to `settings` that did not go through
 /// the registry, call setRefresh on it.
@@ -75,6 +79,13 @@ struct Input {
   SavedControl saved;
 };
 
+struct Limit {
+  Limit();
+  ReadWriteVarMgrSimpleInt var;
+  SimpleCtrlReadWriteVarMgr entry;
+  SavedControl saved;
+};
+
 /// A value of the device that nobody sets: a variable manager of the application's own.
 class Celsius : public ReadVarMgr {
  public:
@@ -100,6 +111,7 @@ extern UnitName unitName;
 extern Gain gains[CHANNELS][BANDS];
 extern Mute mutes[CHANNELS];
 extern Input inputs[CHANNELS];
+extern Limit limit;
 extern Temperature temperatures[CHANNELS];
 extern RestoreCommand restoreCommand;
 

@@ -14,12 +14,13 @@
 #include "setups.h"
 #include "store.h"
 #include "tessel_timer.h"
+#include "traps.h"
 
 // What a feature adds to the panel, each in a file of its own: a table of commands, and work for
 // the periodic loop.
 
 const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, SETUP_COMMANDS,
-                                         BOARD_COMMANDS, nullptr};
+                                         TRAP_COMMANDS,    BOARD_COMMANDS, nullptr};
 
 namespace {
 
@@ -37,7 +38,7 @@ void drawPromptAgain() {
   }
 }
 
-void (*const PERIODIC[])() = {driftTemperatures, storeService, drawPromptAgain};
+void (*const PERIODIC[])() = {driftTemperatures, storeService, trapsService, drawPromptAgain};
 
 void runPeriodic() {
   for (void (*const work)() : PERIODIC) {
@@ -49,11 +50,14 @@ constexpr int EXIT_REFUSED = 1;
 constexpr int EXIT_START = 2;
 
 const char USAGE[] =
-    "Usage: panel [--dir DIR] [--store FILE]\n"
+    "Usage: panel [--dir DIR] [--store FILE] [--traps print|server]\n"
     "The front panel of a four-channel signal processor. Type commands at its prompt, or pipe\n"
     "them in, one per line: printf 'set gain 2 1 -6\\nconfirm\\n' | panel\n"
     "  --dir DIR     keep the files of the panel in DIR instead of the working directory\n"
     "  --store FILE  keep the preset store in FILE instead of presets.flash\n"
+    "  --traps print|server\n"
+    "                switch the traps on at the start, and print them, or send them to the trap\n"
+    "                server for the manager TRAP_MANAGER (ADDRESS or ADDRESS:PORT)\n"
     "  --help        this text\n"
     "Ends with 0; with 1 when a piped command was refused or a confirmed setting could not be\n"
     "saved; with 2 when it cannot start.\n";
@@ -61,13 +65,15 @@ const char USAGE[] =
 struct Options {
   const char* dir = nullptr;
   const char* store = "presets.flash";
+  TrapOutput traps = TrapOutput::NONE;
 };
 
 // Reads the options; a result of 0 or more ends the process.
 int parseOptions(int argc, char** argv, Options& options) {
-  enum { DIR = 1, STORE, HELP };
+  enum { DIR = 1, STORE, TRAPS, HELP };
   static const option LONG[] = {{"dir", required_argument, nullptr, DIR},
                                 {"store", required_argument, nullptr, STORE},
+                                {"traps", required_argument, nullptr, TRAPS},
                                 {"help", no_argument, nullptr, HELP},
                                 {}};
   for (;;) {
@@ -77,6 +83,12 @@ int parseOptions(int argc, char** argv, Options& options) {
         break;
       case STORE:
         options.store = optarg;
+        break;
+      case TRAPS:
+        if (!parseTrapOutput(optarg, options.traps)) {
+          std::fprintf(stderr, "panel: traps go to print or to server, not to %s\n", optarg);
+          return EXIT_START;
+        }
         break;
       case HELP:
         std::fputs(USAGE, stdout);
@@ -161,10 +173,12 @@ int main(int argc, char** argv) {
     consoleEnd();
     return EXIT_START;
   }
+  trapsStart(options.traps);
   if (consoleInteractive()) {
     banner();
   }
   bool good = serve();
+  trapsPass();
   good = storeEnd() && good;
   consoleEnd();
   return finish(good) ? 0 : EXIT_REFUSED;

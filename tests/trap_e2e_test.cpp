@@ -1,0 +1,90 @@
+// From a confirmed setting to an SNMP manager: the panel, the trap generation server, and the
+// snmptrap and snmptrapd of net-snmp, on loopback ports.
+#include "loopback.h"
+#include "process.h"
+
+namespace {
+
+class TrapEndToEnd : public testing::Test {
+ protected:
+  TrapEndToEnd() {
+    // Nothing of this machine's SNMP configuration, and no file outside of this directory.
+    setenv("SNMP_PERSISTENT_DIR", (std::filesystem::current_path() / "snmp").c_str(), 1);
+    setenv("SNMPCONFPATH", std::filesystem::current_path().c_str(), 1);
+    writeWhole("trapd.conf", "authCommunity log fabric\n");
+    const std::string manager = "127.0.0.1:" + std::to_string(freePort(SOCK_DGRAM));
+    setenv("TRAP_MANAGER", manager.c_str(), 1);
+    setenv("PATH", (std::string(getenv("PATH")) + ":/usr/sbin").c_str(), 1);
+    trapd = std::make_unique<Process>(
+        std::vector<std::string>{"snmptrapd", "-f", "-n", "-C", "-c", "trapd.conf", "-M", MIBS,
+                                 "-m", "TAMRISVANE-MIB", "-Lo", "udp:" + manager},
+        "trapd.log");
+    EXPECT_TRUE(trapd->says("NET-SNMP version"));
+  }
+  void startServer() {
+    server = std::make_unique<Process>(std::vector<std::string>{TRAPSERVER, "--mibs", MIBS},
+                                       "server.log" + std::to_string(++servers));
+    ASSERT_TRUE(server->says("listening on 127.0.0.1:3859"));
+  }
+  void startPanel() {
+    panel = std::make_unique<Process>(std::vector<std::string>{PANEL, "--traps", "server"},
+                                      "panel.log");
+  }
+  bool arrives(unsigned int specific) const {
+    return trapd->says("tamrisvaneTraps.1 Enterprise Specific Trap (" + std::to_string(specific) +
+                       ")");
+  }
+  unsigned int arrived() const {
+    const std::string log = trapd->output();
+    unsigned int count = 0;
+    for (size_t at = 0; (at = log.find("Enterprise Specific", at)) != log.npos; ++at) {
+      ++count;
+    }
+    return count;
+  }
+
+  TrapPortLock lock;
+  TempDir dir;
+  unsigned int servers = 0;
+  std::unique_ptr<Process> trapd, server, panel;
+};
+
+// Numbers: temperatures from 1000 on, mutes from 1008, gains from 1016, two for each of 4, 4 and
+// 4 x 3 members; the second of two when the condition holds.
+TEST_F(TrapEndToEnd, AConfirmedChangeArrivesAlsoWhenItsServerWasAway) {
+  startServer();
+  startPanel();
+  for (unsigned int even = 1000; even < 1040; even += 2) {
+    ASSERT_TRUE(arrives(even)) << panel->output() << server->output() << trapd->output();
+  }
+  panel->type("set mute 2 on\n");
+  EXPECT_TRUE(panel->says("waits for confirm"));
+  panel->type("set limit 30\nwait 2\nconfirm\n");
+  EXPECT_TRUE(arrives(1013));
+  EXPECT_TRUE(arrives(1007)) << "the alarm of the last channel's temperature";
+  EXPECT_TRUE(panel->says("2 settings confirmed"));
+  EXPECT_EQ(arrived(), 20U + 1 + 4);
+  EXPECT_NE(trapd->output().find("community fabric"), std::string::npos);
+  EXPECT_NE(trapd->output().find("tamrisvaneInstance.1 = INTEGER: 1"), std::string::npos);
+
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    server->end(signal);
+    panel->type(signal == SIGTERM ? "set gain 2 1 -100\nconfirm\n" : "set gain 2 1 0\nconfirm\n");
+    const std::string away = "NetTrap::Send---> can not connect to trap generation server\n";
+    EXPECT_TRUE(panel->says(away));
+    panel->type("traps\n");
+    EXPECT_TRUE(panel->says(signal == SIGTERM ? "1028/1029  yes  no, pending"
+                                              : "1028/1029  no   yes, pending"));
+    startServer();
+    EXPECT_TRUE(comesTrue([&] { return arrived() == (signal == SIGTERM ? 26U : 27U); }));
+  }
+  EXPECT_TRUE(arrives(1029));
+
+  panel->type("set mute 0 on\nconfirm\nquit\n");  // told before the panel ends
+  EXPECT_TRUE(arrives(1009));
+  EXPECT_EQ(panel->wait(), 0);
+  EXPECT_EQ(server->end(), 0);
+  EXPECT_EQ(arrived(), 28U);
+}
+
+}  // namespace
