@@ -415,6 +415,41 @@ TEST_F(PresetTest, AChangeMarkedDuringASaveReachesTheFile) {
   EXPECT_EQ(pass(10000), "");
 }
 
+TEST_F(PresetTest, SavesAtOnceFromAnyThread) {
+  static int copies;
+  start([] { ++copies; });
+  Preset* const preset = Preset::Instance();
+  level.number = 1;
+  preset->Set_need_save();
+  iofault::failFrom(3, true);
+  EXPECT_FALSE(preset->Save_now());
+  iofault::heal();
+  EXPECT_TRUE(preset->Need_save());
+  EXPECT_TRUE(preset->Save_now());
+  EXPECT_FALSE(preset->Need_save());
+  EXPECT_EQ(readWhole(XML), fileOf(1, -3, "Unit 1"));
+  EXPECT_EQ(pass(100000), "");
+  EXPECT_EQ(pass(100000), "");
+  EXPECT_EQ(copies, 1) << "the thread copies what another thread has saved";
+  // Beside a save of the thread: one after the other, or they would write one temporary file.
+  sem_t reached;
+  sem_init(&reached, 0, 0);
+  const pthread_t self = pthread_self();
+  name.onGet = [&reached, self] {
+    if (pthread_equal(pthread_self(), self) == 0) {
+      sem_post(&reached);
+      usleep(20000);
+      EXPECT_EQ(readWhole("presets.xml.tmp").find("</archive>"), std::string::npos);
+    }
+  };
+  beginSave(reached);
+  level.number = 2;
+  EXPECT_TRUE(preset->Save_now());
+  EXPECT_EQ(readWhole(XML), fileOf(2, -3, "Unit 1"));
+  preset->Stop();
+  name.onGet = nullptr;
+}
+
 TEST_F(PresetTest, StopLetsASaveFinish) {
   start();
   sem_t reached;

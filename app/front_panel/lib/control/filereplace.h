@@ -1,23 +1,23 @@
 // Replaces a file so that it is complete at every moment: all old or all new.
 //
-//   FileReplacement file("presets.xml");
-//   ... write file.temporary(), close it, check that every write was taken ...
-//   file.commit();
-//
 // The new content goes to a temporary file beside the old one and is flushed to the disk before it
 // takes the old one's name, so neither a full disk nor a power cut nor a killed process leaves a
-// part of it under that name. A replacement that is given up removes its temporary file; one that
-// a killed process leaves behind is removed by the next. A symbolic link stays a link: the
-// file that it points to is replaced. One replacement of a file at a time; any thread.
+// part of it under that name. A symbolic link stays a link: the file behind it is replaced.
 //
-// Failures are eternity::exception by value. Nothing stops the process. A thread that may be
-// cancelled holds that off while it uses these functions, or a file descriptor can stay open.
+// One replacement of a file at a time; any thread. Failures are eternity::exception by value, and
+// nothing stops the process. A thread that may be cancelled holds that off while it uses these
+// functions, or a file descriptor can stay open.
 #pragma once
 
 #include <string>
 
 #include "noncopyable.h"
 
+/// One replacement:
+///
+///   FileReplacement file("presets.xml");
+///   ... write file.temporary(), close it, check that every write was taken ...
+///   file.commit();
 class FileReplacement : public Noncopyable {
  public:
   /// Prepares to replace or create the file `name`, and removes what an earlier replacement left

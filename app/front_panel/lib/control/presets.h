@@ -1,25 +1,10 @@
-// The preset file: keeps the values of all read-write controls in "presets.xml".
+// The preset file: keeps the values of all read-write controls in "presets.xml" (docs/formats.md).
 //
-// The application completes its control table, starts the timer thread, and calls initPresets
-// once. That restores the controls from the file, or writes the file anew, and starts the preset
-// thread, which saves the file at most every 10 seconds while a change is marked:
-//
-//   initPresets(table, nullptr);
-//   ... set and confirm a control ...
-//   Preset::Instance()->Set_need_save();
-//
-// The file is "presets.xml" in the working directory, one element per control under the control's
-// name. It is replaced as a whole (filereplace.h), so it is complete at every moment, old or new.
-//
-// The setup verbs keep a list of variables (presetmake.h) in the preset store instead, packed to
-// the bit, as the setup and as any number of user setups; a save is a record that the store writes
-// in its own time, and a recall brings it back as one change, also that of an older firmware:
-//
-//   initPresets(list);
-//   saveUserSetup(3);
-//   recallUserSetup(3);
-//
-// They share one buffer and run on the thread of the store (presetmgr.h).
+// The application calls initPresets once, with its complete control table and the timer thread
+// running. That restores the controls, or writes the file anew, and starts the preset thread, which
+// saves the file at most every 10 seconds while a change is marked with Set_need_save. The file is
+// replaced as a whole (filereplace.h), so it is complete at every moment, old or new.
+// The setup verbs, at the end of this file, keep variables in the preset store instead.
 //
 // The application owns the table and its entries, which live as long as the process. No lock: the
 // preset thread calls getName, getType and get of the entries while other threads change them, so
@@ -119,6 +104,16 @@ class Preset : public Noncopyable, private JThread {
 /// empty. An eternity::exception leaves this function, and no thread is started, when the file
 /// cannot be written anew. The calling thread is not cancelled meanwhile.
 void initPresets(CtrlReadWrite** rwp, void (*func)());
+
+// The setup verbs keep a list of variables (presetmake.h) in the preset store, packed to the bit,
+// as the setup and as any number of user setups; a save is a record that the store writes in its
+// own time, and a recall brings it back as one change, also that of an older firmware:
+//
+//   initPresets(list);
+//   saveUserSetup(3);
+//   recallUserSetup(3);
+//
+// They share one buffer and run on the thread of the store (presetmgr.h).
 
 /// Takes the field list of the setup verbs and brings its variables to their initial values, and
 /// reports the version of the list on standard output. The list, closed by a row without a field,

@@ -1,8 +1,9 @@
 // One free-running tick counter for the whole library, and polled timeouts on it.
 //
-// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days; all comparisons
-// hold across the wrap. Timer_thread advances it about every 2 ms from the wall clock; the
-// application starts that with Timer_thread::Instance()->Init() before it relies on a timeout.
+// A tick is 1 ms and the counter is 32 bits wide, so it wraps every 49.7 days. Timeouts hold across
+// the wrap, but one that ends before it and is first polled behind it reads as running until the
+// counter comes round: poll every timeout as often as its end matters. Timer_thread advances the
+// counter from the wall clock; the application first calls Timer_thread::Instance()->Init().
 // sysTime and cb are atomics: any thread may read them, plain assignment works, and without the
 // timer thread a test may drive the counter. A Timer has no lock and belongs to one thread at a
 // time. Nothing here allocates or stops the process.

@@ -1,16 +1,9 @@
 // The XML archive: named values in a file of one root element with one child per value.
 //
 // Use: open(), then write() or read() once per value, then done(); an archive is reused for the
-// next file. A stored file is
-//
-//   <?xml version="1.0" encoding="ISO-8859-1"?>
-//   <archive>
-//   <key>value</key>
-//   </archive>
-//
-// It is written in place, element by element, and is complete with done(). A writer that cannot
-// have the old file cut off writes to another name and renames (filereplace.h does that). What
-// the parser accepts is told in xmlscanner.h.
+// next file. docs/formats.md has the format. A file is written in place, element by element, and is
+// complete with done(); a writer that must not lose the old file writes to another name and renames
+// (filereplace.h does that).
 //
 // The archive owns its file and what it has parsed. One archive belongs to one thread at a time.
 // Failures are eternity::exception by value, but for done(); nothing stops the process.

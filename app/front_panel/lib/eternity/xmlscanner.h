@@ -1,12 +1,8 @@
 // The parser of an XML archive: one root element, and children that each hold a text.
 //
-// It takes the whole file at once and is strict about the frame and lenient about texts. The frame
-// has to be complete to the root's end tag, with nothing but white space and comments behind it,
-// so a file that was cut off anywhere is refused. A text ends at its own end tag and nowhere
-// else, so a bare & or < inside it is an ordinary character; the references &amp; &lt; &gt; &quot;
-// &apos; and &#1; to &#255; (also &#x1; to &#xFF;) stand for their byte, any other & for itself.
-// White space in a text is kept. Attributes, comments, processing instructions and a document
-// type are passed over. The text is taken as bytes: no character set is assumed.
+// It takes the whole file at once, as bytes, and is strict about the frame and lenient about texts:
+// a file that was cut off anywhere is refused, and a text ends at its own end tag and nowhere else,
+// so a bare & or < inside it is an ordinary character. docs/formats.md has the list.
 //
 // The scanner owns the parsed nodes until close(). A fault is an eternity::exception by value
 // that names the line. One thread at a time.
