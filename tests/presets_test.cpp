@@ -474,7 +474,9 @@ TEST_F(PresetTest, ACancellationPassesThroughASave) {
   name.onGet = [&reached] {
     sem_post(&reached);
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-    pause();
+    for (;;) {
+      pthread_testcancel();
+    }
   };
   level.number = 7;
   beginSave(reached);
