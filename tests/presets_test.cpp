@@ -503,7 +503,7 @@ TEST(PresetKillTest, AKilledProcessLeavesACompleteFile) {
   table.push_back(nullptr);
   int torn = 0;
   int latest = 0;
-  for (int round = 0; round < 20 || (torn == 0 && round < 500); ++round) {
+  for (int round = 0; round < 20 || ((torn == 0 || latest == 0) && round < 500); ++round) {
     const pid_t child = fork();
     if (child == 0) {
       std::freopen("/dev/null", "w", stdout);
@@ -521,7 +521,7 @@ TEST(PresetKillTest, AKilledProcessLeavesACompleteFile) {
     while (!std::filesystem::exists(XML)) {
       usleep(1000);
     }
-    usleep(random.below(20000));
+    usleep(random.below(20000) + static_cast<unsigned int>(round) * 200);
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     torn += std::filesystem::exists("presets.xml.tmp") ? 1 : 0;
