@@ -413,10 +413,12 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
   Panel panel(dir, Panel::TERMINAL);
   EXPECT_TRUE(panel.printed("| temperature[0..3]")) << panel.all;
   EXPECT_TRUE(panel.printed("panel (try: set gain 2 1 -6)> "));
+  // Keys that edit count only once the prompt is there: before it the terminal takes them itself.
   panel.type(
       "get nothing\x15"
       "conf\t\n");  // Ctrl-U clears the line
   EXPECT_TRUE(panel.printed("| error: nothing waits for confirm"));
+  EXPECT_TRUE(panel.printed("panel> "));
   panel.type("set inp\t\t");
   EXPECT_TRUE(panel.printed("| input[0]  input[1]  input[2]  input[3]"));
   panel.type("1] 5\n");
@@ -428,8 +430,10 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
   EXPECT_TRUE(panel.printed("panel (1 to confirm)> "));
   panel.type("confirm\n");
   EXPECT_TRUE(panel.printed("| 1 setting confirmed"));
+  EXPECT_TRUE(panel.printed("panel> "));
   panel.type("\x1b[A\x1b[A\x1b[A\n");  // three lines back: the set
   EXPECT_TRUE(panel.printed("| input[1] = 5, waits for confirm"));
+  EXPECT_TRUE(panel.printed("panel (1 to confirm)> "));
   panel.type("\x04");
   EXPECT_TRUE(panel.printed("Stopping the Timer thread"));
   panel.end();

@@ -253,6 +253,7 @@ void startEditor() {
 bool readEditedLine(std::string& line) {
   promptText = hook.prompt();
   redraw = false;
+  el_set(editor, EL_PREP_TERM, 1);  // before the prompt shows, so that no key after it is lost
   int count = 0;
   const char* const text = el_gets(editor, &count);
   if (text == nullptr || count <= 0 || stopSignal != 0) {

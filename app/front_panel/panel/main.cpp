@@ -159,6 +159,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir, std::strerror(errno));
     return EXIT_START;
   }
+  // Each step relies on the ones before it: the store's medium, the ticks, the controls, the fields
+  // of a setup, the preset file. What watches the controls comes behind them.
   if (!storeStart(options.store)) {
     return EXIT_START;
   }
