@@ -17,7 +17,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 class PanelSetup : public testing::Test {
  protected:

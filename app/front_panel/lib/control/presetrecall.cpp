@@ -33,15 +33,14 @@ class Recall {
   recall_t readVersion();
   recall_t survey() const;
   recall_t stage();
-  recall_t stageRow(const verPresetField_t& row, void** pre, unsigned int& room, unsigned int& bit);
+  recall_t stageRow(const verPresetField_t& row, role_t r, void** pre, unsigned int& room,
+                    unsigned int& bit);
   recall_t check();
   void publish() const;
   void backOut(const verPresetField_t* end);
   role_t role(const verPresetField_t& row) const;
-  bool staged(const verPresetField_t& row) const {
-    const role_t r = role(row);
-    return r == ROLE_READ || r == ROLE_RESET;
-  }
+  static bool isStaged(role_t r) { return r == ROLE_READ || r == ROLE_RESET; }
+  bool staged(const verPresetField_t& row) const { return isStaged(role(row)); }
 
   const verPresetField_t* const list;
   const recallNewer_t newer;
@@ -100,7 +99,7 @@ recall_t Recall::survey() const {
       }
       room -= static_cast<unsigned int>(bits);
     }
-    if (r == ROLE_READ || r == ROLE_RESET) {
+    if (isStaged(r)) {
       if (row->field->undoSize() > undoRoom) {
         return RECALL_NO_UNDO;
       }
@@ -110,9 +109,9 @@ recall_t Recall::survey() const {
   return RECALL_OK;
 }
 
-recall_t Recall::stageRow(const verPresetField_t& row, void** pre, unsigned int& room,
+recall_t Recall::stageRow(const verPresetField_t& row, role_t r, void** pre, unsigned int& room,
                           unsigned int& bit) {
-  if (role(row) == ROLE_RESET) {
+  if (r == ROLE_RESET) {
     return row.field->reset() == 0 ? RECALL_OK : RECALL_REFUSED;
   }
   const int bits = row.field->get(pre, room, bit);
@@ -131,18 +130,19 @@ recall_t Recall::stage() {
   unsigned int bit = BYTE_MSBIT;
   unsigned int room = presetBits(imageSize - verBytes);
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
-    if (role(*row) == ROLE_SKIP) {
+    const role_t r = role(*row);
+    if (r == ROLE_SKIP) {
       const unsigned int bits = static_cast<unsigned int>(row->field->width());
       const unsigned int ahead = BYTE_MSBIT - bit + bits;
       pre = static_cast<unsigned char*>(pre) + ahead / BYTE_BITS;
       bit = BYTE_MSBIT - ahead % BYTE_BITS;
       room -= bits;
     }
-    if (!staged(*row)) {
+    if (!isStaged(r)) {
       continue;
     }
     row->field->keep(undo + undoUsed);
-    const recall_t result = stageRow(*row, &pre, room, bit);
+    const recall_t result = stageRow(*row, r, &pre, room, bit);
     if (result != RECALL_OK) {
       backOut(row);
       return result;
