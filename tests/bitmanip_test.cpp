@@ -79,20 +79,6 @@ TEST(BitBufferXfer, MatchesOneBitAtATimeAtEveryPositionAndWidth) {
   }
 }
 
-TEST(BitBufferXfer, TwoValuesShareAByteWhicheverTheHost) {
-  Stream stream;
-  stream.bytes.fill(0xFF);
-  unsigned int five = 0x16;  // 10110
-  unsigned int six = 0x39;   // 111001
-  EXPECT_EQ(stream.xfer(96, five, 5, true), 0);
-  EXPECT_EQ(stream.bytes[CURSOR_BYTE], 0xB0);
-  EXPECT_EQ(stream.xfer(91, six, 6, true), 1);
-  EXPECT_EQ(stream.bytes[CURSOR_BYTE], 0xB7);
-  EXPECT_EQ(stream.bytes[CURSOR_BYTE + 1], 0x20);
-  EXPECT_EQ(stream.bytes[CURSOR_BYTE + 2], 0xFF);
-  EXPECT_EQ(stream.bit, 4U);
-}
-
 TEST(BitBufferXferDeathTest, BrokenCursorsAreFatal) {
   unsigned int val = 0;
   unsigned int bit = 7;
