@@ -318,23 +318,6 @@ TEST_F(ArchiveTest, ADamagedByteNeverReachesAnotherElement) {
   }
 }
 
-TEST_F(ArchiveTest, RandomDamageNeverCrashesOrHangs) {
-  Random random(3);
-  for (int round = 0; round < 20000; ++round) {
-    std::string bytes = frame("<a>1 &amp; 2</a>\n<b x='y'>3</b>\n<!-- c -->\n<d/>\n");
-    for (unsigned int n = 1 + random.below(6); n > 0; --n) {
-      const std::size_t at = random.below(static_cast<unsigned int>(bytes.size()));
-      const std::size_t from = random.below(static_cast<unsigned int>(bytes.size()));
-      const std::string piece = bytes.substr(from, random.below(20));
-      bytes.replace(at, random.below(20), random.oneIn(2) ? piece : randomText(random, false));
-      bytes += ' ';
-    }
-    if (refusal(bytes).empty()) {
-      number("a");
-    }
-  }
-}
-
 TEST_F(ArchiveTest, EachDirectionRefusesTheOther) {
   EXPECT_TRUE(xml.is_loading());
   try {

@@ -36,11 +36,20 @@ class FileReplaceTest : public testing::Test {
   TempDir dir;
 };
 
-TEST_F(FileReplaceTest, CreatesThenReplacesAndKeepsTheMode) {
+TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
+  mkfifo("f.tmp", 0600);  // what a killed replacement left, at its worst
   replace("f", "one");
   EXPECT_EQ(readWhole("f"), "one");
   chmod("f", 0640);
-  replace("f", "two");
+  std::string operations;
+  {
+    FileReplacement file("f");
+    writeWhole(file.temporary(), "two");
+    iofault::trace = &operations;
+    file.commit();
+    iofault::trace = nullptr;
+  }
+  EXPECT_EQ(operations, "open fchmod fsync rename open fsync ");
   EXPECT_EQ(readWhole("f"), "two");
   EXPECT_EQ(modeOf("f"), 0640U);
   EXPECT_EQ(files(), "f ");
@@ -106,13 +115,6 @@ TEST_F(FileReplaceTest, OnlyARegularFileIsReplacedOrMoved) {
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
   EXPECT_FALSE(fs::exists("/dev/null.tmp"));
   EXPECT_THROW(replace("absent/f", ""), eternity::exception);
-}
-
-TEST_F(FileReplaceTest, RemovesWhatAKilledReplacementLeft) {
-  mkfifo("f.tmp", 0600);
-  replace("f", "new");
-  EXPECT_EQ(readWhole("f"), "new");
-  EXPECT_EQ(files(), "f ");
 }
 
 TEST_F(FileReplaceTest, KeepsTheEarliestDamagedFiles) {

@@ -447,6 +447,7 @@ TEST_F(PresetTest, SavesAtOnceFromAnyThread) {
   EXPECT_TRUE(preset->Save_now());
   EXPECT_EQ(readWhole(XML), fileOf(2, -3, "Unit 1"));
   preset->Stop();
+  EXPECT_FALSE(preset->Need_save()) << "neither spoilt the other";
   name.onGet = nullptr;
 }
 

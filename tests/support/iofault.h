@@ -16,6 +16,7 @@
 #include <climits>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 
 namespace iofault {
 
@@ -38,7 +39,12 @@ inline bool faultsLeft() {
   return countdown > 0;
 }
 
-inline bool due() {
+inline std::string* trace = nullptr;  // where the names of the operations are noted, or null
+
+inline bool due(const char* name) {
+  if (trace != nullptr) {
+    *trace += std::string(name) + " ";
+  }
   if (countdown == INT_MAX) {
     return false;
   }
@@ -56,7 +62,7 @@ Function* real(const char* name, Function*) {
 
 #define IOFAULT_PASS(name, failure, ...)                    \
   static const auto function = iofault::real(#name, &name); \
-  return iofault::due() ? failure : function(__VA_ARGS__)
+  return iofault::due(#name) ? failure : function(__VA_ARGS__)
 
 extern "C" {
 

@@ -208,8 +208,8 @@ int Preset::Stop() {
   return JThread::Kill();
 }
 
-// One attempt to save; true when the file is on the disk. A change that is
-// marked while it runs marks the file again, so the mark is taken back before the walk.
+// One attempt to save; true when the file is on the disk. A change that is marked while it runs
+// marks the file again, so the mark is taken back before the walk.
 bool Preset::save(eternity::xml_archive& xml) {
   const std::lock_guard<std::mutex> one(m_saving);
   m_need_save = false;

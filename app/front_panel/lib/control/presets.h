@@ -81,7 +81,8 @@ class Preset : public Noncopyable, private JThread {
   int Start();
 
   /// Ends the preset thread and says so on standard output; a save or copy that is running is
-  /// finished first. Returns what JThread::Kill returns; harmless without a thread.
+  /// finished first, so the caller holds no lock that a control's get or the copy function takes.
+  /// Returns what JThread::Kill returns; harmless without a thread.
   int Stop();
 
  private:
