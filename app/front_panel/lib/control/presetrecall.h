@@ -1,19 +1,9 @@
 // Recall: turns a preset image of any version back into the values of its variables, as one change.
 //
-// The list of rows (presetmake.h) knows the layout of every image that was made from it, so the
-// image of an older firmware comes back too. Either every row takes effect or none does, and the
-// result says which. The application owns the list, the image and the undo memory. Nothing
-// allocates, prints or locks: one list is walked by one thread at a time. Null pointers, a
-// `verSize` that is not 1 to 4 and faults of the list are fatal assertions.
-//
-// When verSize truncates a version, the stored bytes no longer tell it. The version of an image is
-// then the greatest one, not above the list's own, that ends in these bytes: with list version 300
-// and 1 byte, 44 is version 300 and 200 is version 200. So images of the list's own version always
-// come back, and so do those of the 256^verSize - 1 versions before it. An image 256^verSize or
-// more versions older is taken for a younger one and comes back wrong, without an error; and so
-// does an image of a newer firmware whose version was truncated to one that the list has had.
-// With a list version of 256^verSize - 1 or above no image is refused as newer. An application
-// avoids all this by a verSize that holds its list version; 4 holds every version.
+// Either every row takes effect or none does, and the result says which. The application owns the
+// list (presetmake.h), the image and the undo memory. Nothing allocates, prints or locks: one list
+// is walked by one thread at a time. Null pointers, a `verSize` that is not 1 to 4 and faults of
+// the list are fatal assertions; nothing in an image is.
 #pragma once
 
 #include "presetmake.h"
@@ -57,6 +47,15 @@ unsigned int presetUndoSize(const verPresetField_t* list);
 /// published, without a further chance to fail. On any failure the variables work with exactly
 /// the values that they had before, and in every case each transaction that was opened is ended. A
 /// value that its variable no longer allows is forced into the bounds.
+///
+/// When `verSize` bytes are too few for the list's version, they no longer tell the version of an
+/// image. It is then the greatest one, not above the list's own, that ends in the stored bytes:
+/// with list version 300 and 1 byte, 44 is version 300 and 200 is version 200. So images of the
+/// list's own version always come back, and so do those of the 256^verSize - 1 versions before it.
+/// An older image is taken for a younger one and comes back wrong, without an error, and so does
+/// one of a newer list whose version was cut to a number that this list has had. From list version
+/// 256^verSize - 1 on, no image is refused as newer. A `verSize` that holds every list version, as
+/// 4 always does, avoids all this.
 ///
 /// The values reach the application's globals as by a confirmed set request: an application that
 /// also keeps the preset file calls Set_need_save behind it.

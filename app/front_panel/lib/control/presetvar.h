@@ -1,19 +1,18 @@
 // Preset fields: how one entry of a preset image is packed, unpacked and made effective.
 //
 // Mind the direction of the words: set sets the image from the variable, get gets the variable
-// from the image. An image is the bit streams of its fields one behind the other, without tags or
-// lengths, so a field takes the same number of bits each time; `bufSize` is the room in bits that
-// is left at the call, and the cursor is that of bitmanip.h.
-//
-// A change of a variable from an image has three steps over the whole list: get (or reset) begins
+// from the image. A change from an image has three steps over the whole list: get (or reset) begins
 // the variable's transaction and stages the value, commit publishes it, endCommit ends the
-// transaction. The application owns the fields and the variables; a variable outlives its field.
-// Nothing allocates, prints or locks: one thread at a time.
+// transaction. An image has no tags or lengths, so a field takes the same number of bits each time.
+//
+// The application owns fields and variables; a variable outlives its field. Nothing allocates,
+// prints or locks: one thread at a time. A broken cursor (bitmanip.h) is a fatal assertion.
 #pragma once
 
 #include "varmgr.h"
 
-/// One entry of a preset image.
+/// One entry of a preset image. `buf` and `startBit` are the cursor of bitmanip.h, and `bufSize` is
+/// the room in bits that is left at the call.
 class PresetField {
  public:
   virtual ~PresetField() = default;

@@ -1,15 +1,12 @@
 // Preset fields over integer and text variables.
 //
-// A field in automatic form derives its width from the bounds of its variable: the gaps between
-// the rows are squeezed out, so that the allowed values become the dense numbers from 0 upward,
-// and the field takes the bits of the largest one. A change of the bounds therefore changes the
-// layout of an image from that field on. In manual form the width is given.
+// An automatic field derives its width from the bounds of its variable, so a change of the bounds
+// changes the layout of an image from that field on; a manual field is given its width.
 //
-// The application owns the fields, the variables and the scratch buffers of the text fields, for
-// as long as the fields live; text fields may share one scratch buffer. One thread at a time. A
-// table that does not fit its variable is a fatal assertion: a width too small for the value, a
-// scratch buffer too small for the text, bounds rows out of order or touching, an automatic text
-// field without bounds, and, in set, a value outside its bounds.
+// The application owns fields, variables and the scratch buffers of text fields, which may share
+// one. One thread at a time. A table that does not fit its variable is a fatal assertion: a width
+// too small for the value, a scratch buffer too small for the text, bounds rows out of order or
+// touching, an automatic text field without bounds, and, in set, a value outside its bounds.
 #pragma once
 
 #include "bitmanip.h"
@@ -17,9 +14,10 @@
 #include "presetvar.h"
 #include "varmgr.h"
 
-/// Field value of the parameter value `val`: its number among the allowed values. `bounds`:
-/// `numBounds` rows; without rows the result is `val`. A value in a gap is not detected.
-/// REQUIRES: `val` within the span of the rows, rows ascending and not touching.
+/// Field value of the parameter value `val`: its number among the allowed values, which are counted
+/// from 0 without the gaps. `bounds`: `numBounds` rows; without rows the result is `val`. A value
+/// in a gap is not detected. REQUIRES: `val` within the span of the rows, rows ascending and not
+/// touching.
 int getPresetField(int val, const bounds_t* bounds, unsigned int numBounds);
 
 /// Parameter value of the field value `val`, the inverse of getPresetField. A field value below
