@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -34,34 +35,29 @@ class FileWords : public PresetWords {
   NorArray content;
 };
 
+std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+std::string text(const char* format, ...) {
+  char line[256];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  return line;
+}
+
 // What the store does not come up with as it was left, and how bad that is.
-class Findings {
- public:
-  // Traces of a power cut that the store is made for; nothing is lost.
-  void note(const char* format, ...) __attribute__((format(printf, 2, 3))) {
-    va_list args;
-    va_start(args, format);
-    add("Note: ", format, args);
-    va_end(args);
-  }
+struct Findings {
+  // A trace of a power cut that the store is made for; nothing is lost.
+  void note(const std::string& line) { lines.push_back("Note: " + line); }
   // What no power cut explains, or what costs presets.
-  void damage(const char* format, ...) __attribute__((format(printf, 2, 3))) {
-    va_list args;
-    va_start(args, format);
-    add("Damage: ", format, args);
-    va_end(args);
+  void damage(const std::string& line) {
+    lines.push_back("Damage: " + line);
     damaged = true;
   }
 
   std::vector<std::string> lines;
   bool damaged = false;
-
- private:
-  void add(const char* kind, const char* format, va_list args) {
-    char text[256];
-    std::vsnprintf(text, sizeof text, format, args);
-    lines.push_back(kind + std::string(text));
-  }
 };
 
 // The version by which the log of block `blk` can be read, also of one that is not valid; or -1.
@@ -88,54 +84,56 @@ void judgeUnused(const presetView_t& view, unsigned int blkid, Findings& finding
   switch (blk.word) {
     case BLK_WORD_VALID& BLK_MASK_INVALID:
     case BLK_WORD_VALID_VER0& BLK_MASK_INVALID:
-      findings.note("block %u has been invalidated and not yet erased; %s.", blkid, rest);
+      findings.note(text("block %u has been invalidated and not yet erased; %s.", blkid, rest));
       return;
     case BLK_WORD_COPIED:
-      findings.note("block %u is a finished block copy that has not become valid; %s.", blkid,
-                    rest);
+      findings.note(
+          text("block %u is a finished block copy that has not become valid; %s.", blkid, rest));
       return;
     case REC_WORD_NONE:
-      findings.note("block %u was left in the middle of a block copy or of an erase; %s.", blkid,
-                    rest);
+      findings.note(
+          text("block %u was left in the middle of a block copy or of an erase; %s.", blkid, rest));
       return;
     default:
       break;
   }
   if (view.live >= 0) {
-    findings.note("block %u starts with 0x%04X 0x%04X, as a cut-off erase may leave it; %s.", blkid,
-                  blk.word, blk.verWord, rest);
+    findings.note(text("block %u starts with 0x%04X 0x%04X, as a cut-off erase may leave it; %s.",
+                       blkid, blk.word, blk.verWord, rest));
   } else if (blk.word == BLK_WORD_VALID) {
-    findings.damage("block %u has version word 0x%04X, which is no version known here; %s.", blkid,
-                    blk.verWord, rest);
+    findings.damage(text("block %u has version word 0x%04X, which is no version known here; %s.",
+                         blkid, blk.verWord, rest));
   } else {
     findings.damage(
-        "block %u starts with 0x%04X, which is no block word, and no other block is "
-        "valid; %s.",
-        blkid, blk.word, rest);
+        text("block %u starts with 0x%04X, which is no block word, and no other block is "
+             "valid; %s.",
+             blkid, blk.word, rest));
   }
 }
 
 void judgeLive(const presetView_t& view, unsigned int blkid, Findings& findings) {
   const presetBlkInfo_t& blk = view.blk[blkid];
   if (blk.last.state == REC_UNCONFIRMED) {
-    findings.note("the record at 0x%04X was started and never confirmed; block %u counts as full.",
-                  blk.last.addr, blkid);
+    findings.note(
+        text("the record at 0x%04X was started and never confirmed; block %u counts as full.",
+             blk.last.addr, blkid));
   } else if (blk.full) {
     findings.damage(
-        "the space behind the log of block %u is not erased at 0x%04X; "
-        "the block counts as full.",
-        blkid, blk.firstDirty);
+        text("the space behind the log of block %u is not erased at 0x%04X; "
+             "the block counts as full.",
+             blkid, blk.firstDirty));
   } else if (blk.firstDirty < getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE) {
-    findings.damage("the last word of block %u is not erased; the store does not use it.", blkid);
+    findings.damage(
+        text("the last word of block %u is not erased; the store does not use it.", blkid));
   }
   if (view.superseded > 0) {
     findings.note(
-        "records of block %u that are superseded and not marked deleted: %u; the store "
-        "rewrites the block without them.",
-        blkid, view.superseded);
+        text("records of block %u that are superseded and not marked deleted: %u; the store "
+             "rewrites the block without them.",
+             blkid, view.superseded));
   }
   if (blk.version == 0) {
-    findings.note("block %u is of version 0; the store rewrites it in version 1.", blkid);
+    findings.note(text("block %u is of version 0; the store rewrites it in version 1.", blkid));
   }
 }
 
@@ -151,9 +149,9 @@ Findings judge(const presetView_t& view) {
         break;
       case BLKV_OLD:
         findings.note(
-            "block %u is valid as well, as after a power cut at the end of a block copy; "
-            "the store takes block %u and erases this one.",
-            blkid, 1 - blkid);
+            text("block %u is valid as well, as after a power cut at the end of a block copy; "
+                 "the store takes block %u and erases this one.",
+                 blkid, 1 - blkid));
         break;
       case BLKV_UNUSED:
         judgeUnused(view, blkid, findings);
@@ -163,9 +161,9 @@ Findings judge(const presetView_t& view) {
     }
     if (blk.version >= 0 && blk.last.state == REC_CORRUPT) {
       findings.damage(
-          "the log of block %u is corrupt at 0x%04X: %s. The store gives the whole "
-          "block up and erases it.",
-          blkid, blk.last.addr, blk.last.fault);
+          text("the log of block %u is corrupt at 0x%04X: %s. The store gives the whole "
+               "block up and erases it.",
+               blkid, blk.last.addr, blk.last.fault));
     }
   }
   return findings;
@@ -315,9 +313,7 @@ int dump(const std::string& path, const Options& options) {
   return options.check && findings.damaged ? EXIT_DAMAGED : EXIT_SOUND;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   Options options;
   CLI::App app("Shows the content of preset store files and judges them as the store does.");
   app.add_flag("--map", options.map, "draw the use of each block instead of listing its records");
@@ -334,4 +330,15 @@ int main(int argc, char** argv) {
     status = std::max(status, dump(path, options));
   }
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {  // out of memory; the rest is told where it happens
+    std::fprintf(stderr, "presetdump: %s\n", error.what());
+    return EXIT_UNUSABLE;
+  }
 }

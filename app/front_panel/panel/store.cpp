@@ -111,7 +111,7 @@ bool list(const char*) {
 }
 
 bool write(const char* args) {
-  unsigned short type;
+  unsigned short type = 0;
   if (!parseType(args, type)) {
     return false;
   }
@@ -134,7 +134,7 @@ bool write(const char* args) {
 }
 
 bool read(const char* args) {
-  unsigned short type;
+  unsigned short type = 0;
   if (!parseType(args, type)) {
     return false;
   }
@@ -157,7 +157,7 @@ bool read(const char* args) {
 }
 
 bool remove(const char* args) {
-  unsigned short type;
+  unsigned short type = 0;
   if (!parseType(args, type)) {
     return false;
   }

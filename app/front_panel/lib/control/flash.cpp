@@ -104,6 +104,7 @@ const flash_part_t flash_part[9] = {
 
 const flash_part_t* p_flash_part = nullptr;
 
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the part stands at a fixed address
 volatile void* p_flash = reinterpret_cast<volatile void*>(std::uintptr_t{0x08000000});
 
 void flash_init() {}
