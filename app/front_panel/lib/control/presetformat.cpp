@@ -37,25 +37,52 @@ enum rank_t {
 };
 
 rank_t rankBlk(const PresetWords& words, unsigned int blkid, unsigned int ver) {
-  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
   bool seen[NUM_PRESETS] = {};
   bool asCopied = true;
-  presetRec_t rec = presetReadRec(words, presetLogStart(blkid, ver), end, ver);
-  while (rec.state == REC_LIVE || rec.state == REC_DELETED) {
+  const presetRec_t last = presetWalkLog(words, blkid, ver, [&](const presetRec_t& rec) {
     asCopied = asCopied && rec.state == REC_LIVE && !seen[rec.id];
     if (rec.state == REC_LIVE) {
       seen[rec.id] = true;
     }
-    rec = presetReadRec(words, rec.next, end, ver);
-  }
-  if (rec.state == REC_CORRUPT) {
+  });
+  if (last.state == REC_CORRUPT) {
     return RANK_CORRUPT;
   }
   if (ver == 0) {
     return RANK_VERSION0;
   }
-  asCopied = asCopied && rec.state == REC_END && presetFirstDirty(words, rec.addr, end) == end;
+  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
+  asCopied = asCopied && presetFirstDirty(words, last.addr, end) == end;
   return asCopied ? RANK_FINISHED_COPY : RANK_LOG;
+}
+
+// Tells whether record `a` is record `b` with some bits turned to ones, which may have made it
+// longer. Both are of version 1.
+bool hasGainedOnes(const PresetWords& words, const presetRec_t& a, const presetRec_t& b) {
+  bool gained = false;
+  for (unsigned int i = 0; a.addr + i < a.next && b.addr + i < b.next; i += 2) {
+    const unsigned int wordA = words.word(a.addr + i);
+    const unsigned int wordB = words.word(b.addr + i);
+    if ((wordA & wordB) != wordB) {
+      return false;
+    }
+    gained = gained || wordA != wordB;
+  }
+  return gained;
+}
+
+// Tells whether an erase of block `blkid` looks begun: a record in it is that of the other block
+// with some bits turned to ones. Both blocks look like finished copies.
+bool looksPartlyErased(const PresetWords& words, unsigned int blkid) {
+  unsigned int others[NUM_PRESETS] = {};  // store addresses, by id
+  presetWalkLog(words, 1 - blkid, 1, [&](const presetRec_t& rec) { others[rec.id] = rec.addr; });
+  bool found = false;
+  presetWalkLog(words, blkid, 1, [&](const presetRec_t& rec) {
+    const unsigned int addr = others[rec.id];
+    const unsigned int end = getBlkAddr(getBlkId(addr)) + FLASH_PARM_BLK_SIZE;
+    found = found || (addr != 0 && hasGainedOnes(words, rec, presetReadRec(words, addr, end, 1)));
+  });
+  return found;
 }
 
 }  // namespace
@@ -104,8 +131,7 @@ presetRec_t presetReadRec(const PresetWords& words, unsigned int addr, unsigned 
   if (rec.state == REC_LIVE && rec.size == 0) {
     return corrupt(addr, "its size is 0");
   }
-  const unsigned int room = end - rec.data;
-  if (rec.size > room || presetPadded(rec.size) > room) {
+  if (rec.size > end - rec.data) {  // an even number, so a pad byte fits with its payload
     return corrupt(addr, "its payload runs past the end of the block");
   }
   rec.next = rec.data + presetPadded(rec.size);
@@ -125,10 +151,13 @@ int presetLiveBlk(const PresetWords& words) {
   if (ver0 < 0 || ver1 < 0) {
     return ver1 >= 0 ? 1 : ver0 >= 0 ? 0 : -1;
   }
-  // Until the old block has been invalidated, nothing is written to either block, so where the
-  // contents do not tell the age, both hold every preset that has not changed since the copy.
-  return rankBlk(words, 0, static_cast<unsigned int>(ver0)) >
-                 rankBlk(words, 1, static_cast<unsigned int>(ver1))
-             ? 0
-             : 1;
+  const rank_t rank0 = rankBlk(words, 0, static_cast<unsigned int>(ver0));
+  const rank_t rank1 = rankBlk(words, 1, static_cast<unsigned int>(ver1));
+  if (rank0 != rank1) {
+    return rank0 > rank1 ? 0 : 1;
+  }
+  // Nothing else is written to either block until the old one is gone, so both hold every preset
+  // that has not changed since the copy began, and either will do: unless the old one has been
+  // invalidated, and a power cut in its erase has turned that bit back together with others.
+  return rank1 == RANK_FINISHED_COPY && looksPartlyErased(words, 1) ? 0 : 1;
 }

@@ -89,6 +89,20 @@ unsigned int presetLogStart(unsigned int blkid, unsigned int ver);
 presetRec_t presetReadRec(const PresetWords& words, unsigned int addr, unsigned int end,
                           unsigned int ver);
 
+/// Walks the log of block `blkid` in version `ver` and calls `take` with each complete record, live
+/// or deleted. Returns what ends the log: a record in another state.
+template <class Take>
+presetRec_t presetWalkLog(const PresetWords& words, unsigned int blkid, unsigned int ver,
+                          Take take) {
+  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
+  presetRec_t rec = presetReadRec(words, presetLogStart(blkid, ver), end, ver);
+  while (rec.state == REC_LIVE || rec.state == REC_DELETED) {
+    take(rec);
+    rec = presetReadRec(words, rec.next, end, ver);
+  }
+  return rec;
+}
+
 /// First address from `addr` on whose word is not erased; `end` when all are.
 unsigned int presetFirstDirty(const PresetWords& words, unsigned int addr, unsigned int end);
 

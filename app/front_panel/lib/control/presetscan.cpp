@@ -74,22 +74,20 @@ void takeRecord(const PresetWords& words, const presetRec_t& rec) {
 
 // Reads the log of block `blkid` into the index and finds its end. False when it is corrupt.
 bool readLog(const PresetWords& words, unsigned int blkid, unsigned int ver) {
-  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
-  presetRec_t rec = presetReadRec(words, presetLogStart(blkid, ver), end, ver);
-  while (rec.state == REC_LIVE || rec.state == REC_DELETED) {
+  const presetRec_t last = presetWalkLog(words, blkid, ver, [&words](const presetRec_t& rec) {
     if (rec.state == REC_LIVE) {
       takeRecord(words, rec);
     }
-    rec = presetReadRec(words, rec.next, end, ver);
-  }
-  if (rec.state == REC_CORRUPT) {
+  });
+  if (last.state == REC_CORRUPT) {
     return false;
   }
   // Nothing is ever programmed over dirty space, an unconfirmed record included: the block counts
   // as full. A stray last word alone only makes the block shorter by that word.
-  const unsigned int dirty = presetFirstDirty(words, rec.addr, end);
+  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
+  const unsigned int dirty = presetFirstDirty(words, last.addr, end);
   store.lastWordDirty = dirty == end - 2;
-  store.flashAddrEnd = dirty < end - 2 ? end : rec.addr;
+  store.flashAddrEnd = dirty < end - 2 ? end : last.addr;
   return true;
 }
 
