@@ -1,9 +1,10 @@
 // The write-behind service and its queues: what reaches the medium, in which order, and when.
+#include <algorithm>
 #include <list>
-#include <random>
 
 #include "fatal.h"
-#include "pflash.h"
+#include "pfmedium.h"
+#include "random.h"
 #include "store_rig.h"
 
 namespace {
@@ -83,15 +84,16 @@ TEST_F(Service, RecordsAreProgrammedWordByWord) {
 TEST_F(Service, AFullBlockIsCopiedThenInvalidatedThenErased) {
   startEmpty();
   rig.write(1, std::string(8000, 'a'));
-  rig.write(2, std::string(172, 'b'));  // 4 + 8006 + 178 leaves 4 bytes
+  rig.write(2, std::string(156, 'b'));  // 4 + 8006 + 162 leaves 20 bytes
   rig.drain();
-  rig.write(2, "new");
-  std::vector<Op> ops = run();
+  rig.write(2, "new");  // there is room for the first of the batch, not for both
+  rig.write(3, "a third");
+  const std::vector<Op> ops = run();
   EXPECT_EQ(ops.front(), word(8196, 0x6001));
   EXPECT_EQ(std::vector<Op>(ops.end() - 5, ops.end()),
             (std::vector<Op>{word(8194, 0), word(8192, 0xFFFE), word(8192, 0x7FFE), word(0, 0xEFFF),
                              erase(0)}));
-  EXPECT_EQ(ops.size(), 4003U + 1 + 6 + 5);
+  EXPECT_EQ(ops.size(), 4003U + 1 + 6 + 8 + 5);
 }
 
 // A batch and a copy may fill their block to the last byte.
@@ -111,12 +113,108 @@ TEST_F(Service, TheLastByteOfABlockIsUsed) {
 }
 
 TEST_F(Service, FormatErasesBothBlocksAndProgramsNothing) {
+  const Image starts[] = {Image(0).word(0x7FFE).word(0).record(0x2001, 0, "x"),
+                          Image(0).word(0x7FFF).record0(1, 0, "to be converted")};
+  for (const Image& start : starts) {
+    for (const unsigned int passes : {0U, 3U}) {
+      rig.restartOn(start);
+      rig.write(2, "something to do");
+      run(passes);
+      PresetMgr::format();
+      EXPECT_EQ(run(), (std::vector<Op>{erase(0), erase(1)}));
+      EXPECT_TRUE(rig.pass());
+    }
+  }
+}
+
+// A removal in a copy waits until the old block is gone; a rewrite does not join it a second time.
+TEST_F(Service, ACopyTakesEachEntryOnce) {
+  rig.restartOn(Image(0).word(0x7FFF).record0(1, 0, "a").record0(2, 1, "b").record0(3, 2, "c"));
+  run(6);  // the first record is in the target
+  rig.remove(1);
+  rig.write(4, "d");  // in the same entry
+  rig.write(3, "C");
+  const std::vector<Op> ops = run();
+  EXPECT_EQ(std::vector<Op>(ops.begin() + 9, ops.end()),
+            (std::vector<Op>{word(8194, 0), word(8192, 0xFFFE), word(8192, 0x7FFE), word(0, 0xEFFF),
+                             erase(0), word(8196, 0x1FFF), word(8220, 0x6004), word(8222, 0),
+                             word(8224, 1), word(8226, 0x64FF), word(8220, 0x3FFF)}));
+  EXPECT_EQ(rig.medium(8204, 14), "20 02 00 01 00 01 62 FF 20 03 00 02 00 01");
+}
+
+TEST_F(Service, AMediumThatDoesNotFinishStopsNothingElse) {
   startEmpty();
+  rig.part.setLatency(1000, 1000);
   rig.write(1, "x");
-  rig.drain();
-  PresetMgr::format();
-  EXPECT_EQ(run(), (std::vector<Op>{erase(0), erase(1)}));
-  EXPECT_TRUE(rig.pass());
+  EXPECT_EQ(run(900).size(), 1U);
+  EXPECT_EQ(PresetMgr::flush(), 1);
+  rig.write(2, "y");
+  rig.write(1, "z");
+  EXPECT_EQ(rig.read(1) + rig.read(2), "zy");
+}
+
+TEST(WithoutAMedium, TheStoreWorksInRAM) {
+  pfUseMedium(nullptr);
+  EXPECT_EQ(PresetMgr::flush(), 0);
+  for (unsigned int i = 0; i < 40; ++i) {
+    ASSERT_EQ(StoreRig::write(static_cast<unsigned short>(i % 3),
+                              std::string(2000, static_cast<char>(i))),
+              ERR_OK);
+    while (PresetMgr::flush() != 0) {
+    }
+  }
+  EXPECT_EQ(StoreRig::read(0), std::string(2000, 39));
+  resetPresetStore();
+  EXPECT_EQ(StoreRig::read(0), "");
+}
+
+// The queues against a list, at random.
+TEST(Queues, KeepTheirOrder) {
+  resetPresetStore();
+  PresetMgr handle;
+  Random random(3);
+  std::list<unsigned int> write, del;
+  const auto members = [](const list_t& list, unsigned int preset_t::*next,
+                          unsigned int preset_t::*prev) {
+    std::list<unsigned int> ids;
+    unsigned int last = NUM_PRESETS;
+    for (unsigned int id = list.head; id < NUM_PRESETS; id = presetStore.user[id].*next) {
+      EXPECT_EQ(presetStore.user[id].*prev, last);
+      ids.push_back(last = id);
+    }
+    EXPECT_EQ(list.tail, last);
+    EXPECT_EQ(list.size, ids.size());
+    return ids;
+  };
+  for (int i = 0; i < 20000; ++i) {
+    const unsigned int id = random.oneIn(9) ? NUM_PRESETS - 1 : random.below(8);
+    switch (random.below(4)) {
+      case 0:
+        insertWriteList(id);
+        write.remove(id);
+        write.push_back(id);
+        break;
+      case 1:
+        removeWriteList(id);
+        write.remove(id);
+        break;
+      case 2:
+        insertDelList(id);
+        if (std::find(del.begin(), del.end(), id) == del.end()) {
+          del.push_back(id);
+        }
+        break;
+      default:
+        dequeueDelList();
+        if (!del.empty()) {
+          del.pop_front();
+        }
+    }
+    ASSERT_EQ(members(presetStore.writeList, &preset_t::nextWrite, &preset_t::prevWrite), write);
+    ASSERT_EQ(members(presetStore.delList, &preset_t::nextDel, &preset_t::prevDel), del);
+  }
+  EXPECT_FATAL(insertWriteList(NUM_PRESETS), "id < NUM_PRESETS");
+  resetPresetStore();
 }
 
 TEST_F(Service, AVersion0BlockIsConvertedByServiceAlone) {

@@ -1,0 +1,350 @@
+// Power cuts: every workload is cut off after each of its flash operations, and inside those that
+// can be torn; the store restarts on what is left, and that recovery is cut off likewise. What a
+// drained flush had acknowledged is there, a change in flight is there as old or as new, nothing
+// else has appeared, and the store accepts and keeps the next write.
+//
+// CONTROL_TEST_THIN=n tries only every n-th cut, for slow machines.
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+
+#include "random.h"
+#include "store_rig.h"
+
+namespace {
+
+// Steps are words: w<type>,<size> writes, r<type> removes, p<n> makes n passes, f formats, and a
+// dot flushes until nothing is left.
+struct Workload {
+  const char* name;
+  NorArray start;
+  std::string steps;
+  unsigned int stride = 1;  // of the second cuts, where there are very many
+};
+
+void PrintTo(const Workload& workload, std::ostream* out) {
+  *out << workload.name;
+}
+
+unsigned int thin() {
+  const char* const text = std::getenv("CONTROL_TEST_THIN");
+  return text != nullptr && std::atoi(text) > 1 ? static_cast<unsigned int>(std::atoi(text)) : 1;
+}
+
+// What the store has shown since the last acknowledged state, which is the first.
+class Story {
+ public:
+  explicit Story(const Content& content = {}) : shown{content} {}
+
+  const Content& latest() const { return shown.back(); }
+  void accept(const Content& now) {
+    if (!(now == latest())) {
+      shown.push_back(now);
+    }
+  }
+  void acknowledge() { shown = {latest()}; }
+
+  // The entries that are in a state in which they never were; each is judged by itself.
+  std::vector<unsigned int> wrong(const Content& found) const {
+    std::vector<unsigned int> ids;
+    for (unsigned int id = 0; id < NUM_PRESETS; ++id) {
+      bool known = false;
+      for (const Content& content : shown) {
+        known = known || at(content, id) == at(found, id);
+      }
+      if (!known) {
+        ids.push_back(id);
+      }
+    }
+    return ids;
+  }
+
+ private:
+  static std::optional<Preset> at(const Content& content, unsigned int id) {
+    const auto it = content.find(id);
+    return it == content.end() ? std::nullopt : std::optional<Preset>(it->second);
+  }
+
+  std::vector<Content> shown;
+};
+
+class PowerCut : public testing::TestWithParam<Workload> {
+ protected:
+  ~PowerCut() override { std::printf("%llu power cuts\n", cutsTried); }
+
+  // Every cut of the workload, each followed by every (stride-th) cut of the recovery from it.
+  void cutEverywhere(const Workload& workload) {
+    const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
+    for (unsigned long long k = 1; k <= total && !HasFailure(); k += thin()) {
+      cutAt(workload, k, PfSimMedium::CUT_AFTER, 0, workload.stride);
+      const bool isErase = cutOff.erase;
+      for (unsigned int seed = 1; seed <= (isErase ? 200U : 2U); ++seed) {
+        cutAt(workload, k, PfSimMedium::CUT_INSIDE, seed,
+              isErase && seed <= 20 ? workload.stride : 0);
+      }
+    }
+  }
+
+  // A few cuts at random places, and the cuts of one recovery.
+  void cutSomewhere(const Workload& workload, Random& random) {
+    const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
+    for (unsigned int i = 0; i < 8 && total > 0; ++i) {
+      const unsigned long long k = 1 + random.below(static_cast<unsigned int>(total));
+      const PfSimMedium::Cut kind = i % 2 == 0 ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE;
+      cutAt(workload, k, kind, random.word(), i == 0 ? 3 : 0);
+    }
+  }
+
+ private:
+  void cutAt(const Workload& workload, unsigned long long k, PfSimMedium::Cut kind,
+             unsigned int seed, unsigned int stride) {
+    SCOPED_TRACE("operation " + std::to_string(k) + ", tear " + std::to_string(seed));
+    play(workload, k, kind, seed);
+    if (kind == PfSimMedium::CUT_AFTER || isTearPromised()) {
+      recover(stride, stride > 0 ? 1 + k % stride : 0);
+    }
+  }
+
+  // From power-up to the end of the workload or of the power. The number of its operations.
+  unsigned long long play(const Workload& workload, unsigned long long cut, PfSimMedium::Cut kind,
+                          unsigned int seed) {
+    rig.restartOn(workload.start);
+    rig.part.clearCounters();
+    rig.part.cutAt(cut, kind, seed);
+    story = Story(rig.content());
+    stamp = 0;
+    isFormatting = false;
+    std::istringstream steps(workload.steps);
+    for (std::string step; rig.part.powered() && steps >> step;) {
+      apply(step);
+    }
+    cutOff = rig.part.lastOperation();
+    return rig.part.counters().words + rig.part.counters().erases;
+  }
+
+  void apply(const std::string& step) {
+    char verb = 0;
+    unsigned int a = 0, b = 0;
+    std::sscanf(step.c_str(), "%c%u,%u", &verb, &a, &b);
+    Content expected = story.latest();
+    if (verb == 'w') {
+      return write(a, b);
+    }
+    if (verb == 'r') {
+      rig.remove(static_cast<unsigned short>(a));
+      for (const auto& [id, preset] : story.latest()) {
+        if (preset.type == a) {
+          expected.erase(id);
+          break;
+        }
+      }
+    } else if (verb == 'f') {
+      PresetMgr::format();
+      expected.clear();
+      isFormatting = true;
+    }
+    bool isDone = verb == '.' && rig.drain();
+    for (; verb == 'p' && a > 0; --a) {
+      isDone = rig.pass();
+    }
+    ASSERT_EQ(rig.content(), expected) << step;
+    story.accept(expected);
+    if (isDone && rig.part.powered()) {
+      story.acknowledge();
+      isFormatting = false;
+    }
+  }
+
+  // Writes bytes that no other write has. Exactly one entry changes, and to these.
+  void write(unsigned int type, unsigned int size) {
+    ++stamp;
+    std::string bytes(size, static_cast<char>('a' + stamp % 26));
+    bytes.replace(0, size < 2 ? size : 2, size < 2 ? size : 2, static_cast<char>(stamp));
+    const Preset preset = {static_cast<unsigned short>(type), bytes};
+    const int res = rig.write(preset.type, bytes);
+    const Content now = rig.content();
+    Content expected = story.latest();
+    for (const auto& [id, found] : now) {
+      if (res == ERR_OK && found == preset) {
+        expected[id] = preset;
+      }
+    }
+    ASSERT_EQ(now, expected);
+    ASSERT_EQ(res == ERR_OK, !(now == story.latest()));
+    story.accept(now);
+  }
+
+  // A tear has no promise where it leaves a block that is erased while it is valid, which only
+  // format does, or a head word with only other bits than the first programmed, which the format
+  // calls corrupt.
+  bool isTearPromised() const {
+    if (cutOff.erase) {
+      return !isFormatting;
+    }
+    const unsigned int left = rig.part.array().word(cutOff.addr);
+    return cutOff.before != 0xFFFF || cutOff.word >> 13 != 3 || left == 0xFFFF || left >> 15 == 0;
+  }
+
+  // Restarts on what the cut has left, looks, and writes on. A stride above 0 cuts that off, too,
+  // at operation `first` and every `stride` behind it.
+  void recover(unsigned int stride, unsigned long long first) {
+    ++cutsTried;
+    const NorArray left = rig.part.array();
+    rig.restart();
+    ASSERT_EQ(story.wrong(rig.content()), std::vector<unsigned int>()) << Print(rig.content());
+    const Content found = rig.content();
+    for (unsigned long long j = first; stride > 0; j += stride * thin()) {
+      SCOPED_TRACE("second cut at operation " + std::to_string(j));
+      rig.restartOn(left);
+      rig.part.cutAt(j, PfSimMedium::CUT_AFTER);
+      story = Story(found);  // what the first restart has shown stays
+      writeOn();
+      if (rig.drain() || HasFailure()) {
+        break;
+      }
+      ++cutsTried;
+      rig.restart();
+      ASSERT_EQ(story.wrong(rig.content()), std::vector<unsigned int>()) << Print(rig.content());
+      keepOn();
+    }
+    rig.restartOn(left);
+    keepOn();
+  }
+
+  // The store takes a write, comes to rest, and shows the same after a restart.
+  void keepOn() {
+    story = Story(rig.content());
+    writeOn();
+    ASSERT_TRUE(rig.drain());
+    ASSERT_EQ(rig.content(), story.latest());
+    rig.restart();
+    ASSERT_EQ(rig.content(), story.latest());
+  }
+
+  // A new preset, or in a full store a rewrite of one.
+  void writeOn() {
+    const Content before = story.latest();
+    write(0x1ABC, 5);
+    if (story.latest() == before) {
+      ASSERT_FALSE(before.empty());
+      const Preset any = before.rbegin()->second;
+      write(any.type, static_cast<unsigned int>(any.bytes.size()));
+      ASSERT_FALSE(story.latest() == before);
+    }
+  }
+
+  static std::string Print(const Content& content) { return testing::PrintToString(content); }
+
+  StoreRig rig;
+  Story story;
+  PfSimMedium::Operation cutOff = {};
+  unsigned int stamp = 0;
+  bool isFormatting = false;
+  unsigned long long cutsTried = 0;
+};
+
+Image block(unsigned int blkid) {
+  return Image(blkid * FLASH_PARM_BLK_SIZE).word(0x7FFE).word(0);
+}
+
+Image block0(unsigned int blkid) {
+  return Image(blkid * FLASH_PARM_BLK_SIZE).word(0x7FFF);
+}
+
+// A block with live presets of types 1 to 4 in entries 2 to 8, then deleted space up to `left`
+// bytes before its end.
+Image nearlyFull(unsigned int blkid, unsigned int left) {
+  Image image = block(blkid);
+  for (unsigned int i = 1; i <= 4; ++i) {
+    image.record(0x2000 + i, 2 * i, std::string(6 * i, static_cast<char>('A' + i)));
+  }
+  const unsigned int rest = (blkid + 1) * FLASH_PARM_BLK_SIZE - image.at - left - 6;
+  return image.record(7, 20, std::string(rest, 'x'));
+}
+
+const Workload WORKLOADS[] = {
+    {"append, rewrite, remove", NorArray(),
+     "w1,5 w2,8 . w1,7 p4 w3,1 w1,9 . r2 w1,3 p3 r1 w4,6 p9 w2,2 r3 . w2,4 p2 r2 . w5,10 ."},
+    {"one id over and over", NorArray(),
+     "w1,4 . r1 w2,6 p1 w2,8 p3 r2 . w1,4 . w1,6 p8 r1 w3,4 . r3 w3,2 p1 r3 p1 w1,4 . w1,6 p9 r1 . "
+     "w1,2 . r1 w2,2 p1 r2 p1 ."},
+    {"a full block is copied", nearlyFull(1, 60), "w5,20 . w2,40 . r1 w3,5 ."},
+    {"a batch outgrows the block", nearlyFull(0, 60), "w5,10 w6,10 p3 w6,200 w7,9 ."},
+    {"entries leave and join a copy", nearlyFull(0, 0),
+     "w1,9 p5 w2,11 w1,8 p10 r3 w5,4 p10 r2 w6,4 p7 r6 w4,4 p5 r1 w7,4 . r7 ."},
+    {"entries change places in a copy", nearlyFull(1, 0), "w2,5 p12 w1,7 w4,9 . w1,3 ."},
+    {"the target of a copy overflows",
+     block(0)
+         .record(0x2001, 0, std::string(200, 'a'))
+         .record(0x2002, 1, std::string(20, 'b'))
+         .record(0x2003, 2, std::string(30, 'c'))
+         .record(0x0004, 3, std::string(7900, 'd')),
+     "w2,30 p110 w1,10 w3,7960 p20 w4,6 p4 r3 . w1,8 ."},
+    {"version 0 is converted",
+     Image(8192)
+         .word(0x7FFF)
+         .record0(3, 0, "three")
+         .record0(0, 1, "gone")
+         .record0(4, 1, "four")
+         .record0(5, 299, "fivefive"),
+     "p3 w3,9 p9 r4 w6,3 . w5,1 ."},
+    {"format with something in flight", nearlyFull(0, 30),
+     "w1,4 p3 f p1 w2,6 . r2 w3,4 p1 f . w1,4 p10 f w4,4 . f p1 f ."},
+    {"two live records of one id",
+     block(1).record(0x2001, 5, "old").record(0x2002, 6, "two").record(0x2001, 5, "newer"),
+     "p7 r1 . w2,4 ."},
+    {"two live records removed", block(0).record(0x2001, 5, "old").record(0x2001, 5, "newer"),
+     "r1 w3,4 . w1,4 ."},
+    {"an unconfirmed record", block(0).record(0x2001, 5, "kept").record(0x6002, 6, "half"),
+     "p2 w1,4 . w2,4 ."},
+    {"a stray last word", nearlyFull(0, 12).seek(8190).word(0x1234), "w9,6 . w9,2 ."},
+    {"two valid blocks", nearlyFull(0, 20).seek(8192).word(0x7FFE).word(0).record(0x2001, 2, "BB"),
+     "p1 w1,6 p2 r1 w2,6 ."},
+    {"a corrupt log", block(0).record(0x2001, 300, "bad"), "p1 w1,6 ."},
+    {"everything", block0(1).record0(3, 0, "three").record0(4, 1, "four"),
+     "w1,5 . w9,8000 w3,9 . r9 w2,4 . w1,40 w4,44 . w1,50 p9 w3,7 r2 . w1,6 . r4 w2,6 p3 f w5,8 .",
+     40},
+};
+
+TEST_P(PowerCut, AnywhereAndOnceMoreInTheRecovery) {
+  cutEverywhere(GetParam());
+}
+
+std::string caseName(const testing::TestParamInfo<Workload>& info) {
+  std::string name = info.param.name;
+  for (char& c : name) {
+    c = std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
+  }
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Workloads, PowerCut, testing::ValuesIn(WORKLOADS), caseName);
+
+// Workloads that nobody thought of, each cut off at a few random places.
+using RandomPowerCut = PowerCut;
+TEST_F(RandomPowerCut, InARandomWorkload) {
+  const char* const more = std::getenv("CONTROL_TEST_SEEDS");
+  const unsigned int seeds = more != nullptr ? static_cast<unsigned int>(std::atoi(more)) : 800;
+  for (unsigned int seed = 1; seed <= seeds && !HasFailure(); seed += thin()) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    Random random(seed);
+    const unsigned int most = random.oneIn(3) ? 2500 : random.oneIn(2) ? 300 : 12;
+    std::ostringstream steps;
+    for (unsigned int n = 10 + random.below(60); n > 0; --n) {
+      const unsigned int verb = random.below(40);
+      if (verb < 12) {
+        steps << " w" << 1 + random.below(7) << ',' << 1 + random.below(most);
+      } else if (verb < 18) {
+        steps << " r" << 1 + random.below(7);
+      } else if (verb < 38) {
+        steps << " p" << 1 + random.below(random.oneIn(4) ? 300 : 12);
+      } else {
+        steps << (random.oneIn(8) ? " f" : " .");
+      }
+    }
+    const NorArray& start = WORKLOADS[random.below(std::size(WORKLOADS))].start;
+    cutSomewhere({"random", start, steps.str()}, random);
+  }
+}
+
+}  // namespace
