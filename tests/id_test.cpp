@@ -59,6 +59,8 @@ TEST(IdentityDeathTest, IsWhatTheStoreHasAndDefaultsForTheRest) {
   // Longer than a value may be.
   expectIdentity({{"SN", "112233445566"}, {"BRDREV", "0123456789ABC"}, {"BRDBLD", "10000000009"}},
                  "1122334455 0123456789 1000000000 found");
+  expectIdentity({{"BRDBLD", "9999999999"}}, "0000000000 A 4294967295 default");
+  expectIdentity({{"BRDBLD", "-2"}}, "0000000000 A 4294967294 default");
   expectIdentity({{"BRDREV", ""}, {"BRDBLD", "x"}}, "0000000000  0 found");
 }
 

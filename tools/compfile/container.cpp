@@ -73,7 +73,7 @@ std::string identityProblem(const Identity& identity, const std::string& tag) {
                {"the date", identity.date, room(header.creation_date)},
                {"the tag", tag, room(sub.vctag)}};
   for (const auto& each : texts) {
-    const std::string problem = textProblem(each.what, each.text, each.most);
+    std::string problem = textProblem(each.what, each.text, each.most);
     if (!problem.empty()) {
       return problem;
     }
@@ -99,7 +99,7 @@ class Rest {
 
   // Takes `size` bytes, or what there is.
   std::string data(std::size_t size) {
-    const std::string part = bytes.substr(at, size);
+    std::string part = bytes.substr(at, size);
     at += part.size();
     return part;
   }

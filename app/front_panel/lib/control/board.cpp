@@ -5,27 +5,34 @@
 #if BOARD_BARE_TARGET
 
 namespace {
-volatile mcf5407_t* const MODULES = reinterpret_cast<volatile mcf5407_t*>(MBAR_ADDRESS);
+
+template <class T>
+T* at(std::uintptr_t address) {
+  return reinterpret_cast<T*>(address);  // NOLINT(performance-no-int-to-ptr): fixed by the board
 }
 
+volatile mcf5407_t* const MODULES = at<volatile mcf5407_t>(MBAR_ADDRESS);
+
+}  // namespace
+
 boardVector_t* boardRomVectors() {
-  return reinterpret_cast<boardVector_t*>(BOOT_FLASH_ADDRESS);
+  return at<boardVector_t>(BOOT_FLASH_ADDRESS);
 }
 
 boardVector_t* boardRamVectors() {
-  return reinterpret_cast<boardVector_t*>(VECTOR_RAM_ADDRESS);
+  return at<boardVector_t>(VECTOR_RAM_ADDRESS);
 }
 
 unsigned char* bootFlash(std::size_t offset) {
-  return reinterpret_cast<unsigned char*>(BOOT_FLASH_ADDRESS) + offset;
+  return at<unsigned char>(BOOT_FLASH_ADDRESS) + offset;
 }
 
 void bootFlashCommand(unsigned short command) {
-  *reinterpret_cast<volatile unsigned short*>(BOOT_FLASH_ADDRESS) = command;
+  *at<volatile unsigned short>(BOOT_FLASH_ADDRESS) = command;
 }
 
 unsigned short bootFlashWord() {
-  return *reinterpret_cast<volatile unsigned short*>(BOOT_FLASH_ADDRESS);
+  return *at<volatile unsigned short>(BOOT_FLASH_ADDRESS);
 }
 
 #else
@@ -74,10 +81,7 @@ unsigned char* bootFlash(std::size_t offset) {
 }
 
 void bootFlashCommand(unsigned short command) {
-  // A busy flash takes no command but the one that asks for its status.
-  if (flashBusyReads == 0 || command == BOOT_FLASH_READ_STATUS) {
-    flashCommand = command;
-  }
+  flashCommand = command;
 }
 
 unsigned short bootFlashWord() {

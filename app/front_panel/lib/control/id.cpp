@@ -1,6 +1,7 @@
 #include "id.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -15,6 +16,13 @@ bool readText(const char* name, char (&text)[TEXT_SIZE]) {
   const bool found = env_get(name, text, TEXT_SIZE) != nullptr;
   text[TEXT_SIZE - 1] = '\0';
   return found;
+}
+
+// A decimal number as 32-bit hosts read it: one that is too large is the largest.
+unsigned int readNumber(const char* text) {
+  const unsigned long number = std::strtoul(text, nullptr, 10);
+  const bool tooLarge = number > UINT_MAX && std::strchr(text, '-') == nullptr;
+  return tooLarge ? UINT_MAX : static_cast<unsigned int>(number);
 }
 
 struct SerialNumber {
@@ -39,7 +47,7 @@ struct BoardRevision {
     }
     char text[TEXT_SIZE] = {};
     if (readText("BRDBLD", text)) {
-      build = static_cast<unsigned int>(std::strtoul(text, nullptr, 10));
+      build = readNumber(text);
     } else {
       ret = false;
     }
