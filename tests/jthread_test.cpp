@@ -131,9 +131,9 @@ TEST(JThreadTest, StartAndKillFromManyThreads) {
   Worker worker(sleepForEver);
   std::atomic<int> starts{0};
   std::atomic<int> kills{0};
-  std::vector<std::thread> callers;
-  for (int i = 0; i < 4; ++i) {
-    callers.emplace_back([&] {
+  std::vector<std::thread> callers(4);
+  for (std::thread& caller : callers) {
+    caller = std::thread([&] {
       for (int n = 0; n < 100; ++n) {
         starts += worker.Start() == 0 ? 1 : 0;
         worker.IsRunning();

@@ -31,8 +31,11 @@ std::string followLinks(std::string path) {
     if (length < 0) {
       return path;
     }
-    const std::string to(link, static_cast<std::size_t>(length));
-    path = to[0] == '/' ? to : directoryOf(path) + to;
+    std::string to(link, static_cast<std::size_t>(length));
+    if (to[0] != '/') {
+      to.insert(0, directoryOf(path));
+    }
+    path = to;
   }
   errno = ELOOP;
   failOn("cannot follow ", path);
