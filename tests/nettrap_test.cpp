@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <functional>
 #include <memory>
-#include <random>
 #include <thread>
 
 #include "loopback.h"
 #include "netdev.h"
+#include "random.h"
 
 // What the next send shall do with so many bytes: take some, or fail with errno. Null: all.
 static std::function<ssize_t(size_t)> onSend;
@@ -20,7 +20,10 @@ extern "C" ssize_t send(int sock, const void* buf, size_t size, int flags) {
 
 namespace {
 
-using namespace testing::internal;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
 
 // Answers Send with the words that it wrote to standard output.
 class NetTrapTest : public testing::Test {
@@ -52,7 +55,7 @@ class NetTrapTest : public testing::Test {
 };
 
 TEST_F(NetTrapTest, AnAbsentServerIsTriedAgainUntilItIsThereAndAGoneOneIsNot) {
-  const unsigned int before = openDescriptors();
+  const long before = openDescriptors();
   NetTrap trap(table, controls);
   unsetenv("TRAP_MANAGER");
   CaptureStdout();
@@ -144,10 +147,10 @@ TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
       server->appendTexts(got);
     }
   });
-  std::mt19937 random(6);
+  Random random(6);
   onSend = [&](size_t size) {
     errno = EINTR;
-    return random() % 8 == 0 ? -1 : static_cast<ssize_t>(1 + random() % size);
+    return random.oneIn(8) ? -1 : random.between(1, static_cast<int>(size));
   };
   CaptureStdout();
   for (unsigned int number = 1001; number < 2000; ++number) {
@@ -170,8 +173,8 @@ TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
 // reads all that has come. Every trap that Send calls delivered was read by one server or another,
 // in order, none twice, and no half command stands in front of one.
 TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
-  std::mt19937 random(5);
-  const unsigned int before = openDescriptors();
+  Random random(5);
+  const long before = openDescriptors();
   // The address with a port is what snmptrap takes; the sender never connects to it.
   setenv("TRAP_MANAGER", "192.0.2.1:16200", 1);
   std::vector<std::string> delivered, got;
@@ -186,17 +189,17 @@ TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
     NetReconnectTrap trap(table, controls);
     trap.Init();
     for (unsigned int number = 1001; number < 2000; ++number) {
-      if (random() % 4 == 0) {
+      if (random.oneIn(4)) {
         if (server) {
           server.reset();
         } else {
           startServer();
         }
       }
-      if (random() % 50 == 0) {
+      if (random.oneIn(50)) {
         trap.Exit();
       }
-      breaks = random() % 10 == 0;
+      breaks = random.oneIn(10);
       const bool sent = deliver(trap, number) == 0;
       ASSERT_EQ(sent, server != nullptr && !breaks);
       if (server) {

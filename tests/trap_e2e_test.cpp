@@ -1,9 +1,17 @@
 // From a confirmed setting to an SNMP manager: the panel, the trap generation server, and the
 // snmptrap and snmptrapd of net-snmp, on loopback ports.
+#include <atomic>
+
 #include "loopback.h"
+#include "netdev.h"
 #include "process.h"
 
 namespace {
+
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
 
 class TrapEndToEnd : public testing::Test {
  protected:
@@ -59,7 +67,7 @@ TEST_F(TrapEndToEnd, AConfirmedChangeArrivesAlsoWhenItsServerWasAway) {
   }
   panel->type("set mute 2 on\n");
   EXPECT_TRUE(panel->says("waits for confirm"));
-  panel->type("set limit 30\nwait 2\nconfirm\n");
+  panel->type("set limit 30\nwait 1\nconfirm\n");
   EXPECT_TRUE(arrives(1013));
   EXPECT_TRUE(arrives(1007)) << "the alarm of the last channel's temperature";
   EXPECT_TRUE(panel->says("2 settings confirmed"));
@@ -85,6 +93,68 @@ TEST_F(TrapEndToEnd, AConfirmedChangeArrivesAlsoWhenItsServerWasAway) {
   EXPECT_EQ(panel->wait(), 0);
   EXPECT_EQ(server->end(), 0);
   EXPECT_EQ(arrived(), 28U);
+}
+
+// A device that sends all the time while its server is restarted: what it counts as delivered
+// arrives, each trap once, and nothing else does.
+TEST_F(TrapEndToEnd, AServerThatIsRestartedLosesNothingThatItTook) {
+  TrapIndex table[] = {{9, 0, 1, 1, 0}, {0, 0, 0, 0, 0}};
+  CtrlReadWrite* none[] = {nullptr};
+  startServer();
+  CaptureStdout();
+  CaptureStderr();
+  NetReconnectTrap trap(table, none);
+  trap.Init();
+  CmdStsIface iface(&trap);
+  std::atomic<bool> done{false};
+  std::vector<unsigned int> delivered;
+  std::thread device([&] {
+    for (unsigned int state = 0; !done; ++state) {
+      if (iface.sendStatus(9, 0, &state, sizeof state) == 0) {
+        delivered.push_back(1000 + state);
+      }
+      usleep(5000);
+    }
+  });
+  for (int restart = 0; restart < 5; ++restart) {
+    usleep(300000);
+    server->end();
+    usleep(20000);
+    startServer();
+  }
+  done = true;
+  device.join();
+  GetCapturedStdout();
+  GetCapturedStderr();
+  EXPECT_EQ(server->end(), 0);
+  EXPECT_TRUE(comesTrue([&] { return arrived() >= delivered.size(); }));
+  EXPECT_EQ(arrived(), delivered.size());
+  for (const unsigned int number : delivered) {
+    ASSERT_TRUE(arrives(number));
+  }
+  EXPECT_GT(delivered.size(), 100U);
+}
+
+// Switched off they watch nothing; switched on again, what differs from the last report is told.
+TEST(PanelTraps, ArePrintedAndSwitchedOffAndOn) {
+  const TempDir dir;
+  Process panel({PANEL, "--traps", "print"}, "log");
+  panel.type(
+      "set mute 1 on\nwait 1\nconfirm\nwait 1\ntraps off\nset mute 1 off\nconfirm\n"
+      "wait 1\ntraps\ntraps maybe\ntraps on\nwait 1\nquit\n");
+  EXPECT_EQ(panel.wait(), 1) << "one command is refused";
+  const std::string all = panel.output();
+  size_t at = 0;
+  for (const char* const line :
+       {"| Trap 1010: mute[1] on: no\n", "| 1 setting confirmed", "| Trap 1011: mute[1] on: yes\n",
+        "| traps are off\n", "| traps are off; they are printed\n",
+        "| mute[1] on               1010/1011  no   yes, pending\n",
+        "| error: traps are on or off, not maybe\n", "| traps are on\n",
+        "| Trap 1010: mute[1] on: no\n"}) {
+    at = all.find(line, at);
+    ASSERT_NE(at, all.npos) << line << all;
+    at += 1;
+  }
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // Trap managers, status messages, trap numbers and the update pass, without a socket.
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "fatal.h"
+#include "random.h"
 #include "simplectrltrap.h"
 #include "trapupdate.h"
 
@@ -15,13 +15,13 @@ namespace {
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 using Bytes = std::vector<unsigned char>;
+using Texts = std::vector<std::string>;
 
 TrapIndex noTraps[] = {{0, 0, 0, 0, 0}};
 CtrlReadWrite* noControls[] = {nullptr};
 
 // Keeps what it is given and answers as it is told.
-class Recorder : public NetTrap {
- public:
+struct Recorder : NetTrap {
   Recorder() : NetTrap(noTraps, noControls) {}
   int Send(const void* buf, unsigned int size) override {
     const unsigned char* const bytes = static_cast<const unsigned char*>(buf);
@@ -33,21 +33,13 @@ class Recorder : public NetTrap {
 };
 
 // A variable that is whatever bytes the test puts in it; it counts how often it is read.
-class Variable : public ReadVarMgr {
- public:
+struct Variable : ReadVarMgr {
   void get(void* buf, unsigned int size) const override {
     ++reads;
-    for (unsigned int i = 0; i < size; ++i) {
-      static_cast<unsigned char*>(buf)[i] = value[i];
-    }
+    std::memcpy(buf, value.data(), size);
   }
   Bytes value = Bytes(8);
   mutable unsigned int reads = 0;
-};
-
-struct Random : std::mt19937 {
-  using std::mt19937::mt19937;
-  unsigned int below(unsigned int end) { return static_cast<unsigned int>((*this)() % end); }
 };
 
 template <class T>
@@ -66,6 +58,16 @@ Bytes message(unsigned int var, unsigned int index, const Bytes& body) {
   return all;
 }
 
+int hookResult = 0;
+Texts hooked;
+int hook(int var, int specific, const char* kind) {
+  hooked.push_back(std::to_string(var) + " " + std::to_string(specific) + " " + kind);
+  return hookResult;
+}
+std::string called(unsigned int var, unsigned int specific) {
+  return std::to_string(var) + " " + std::to_string(specific) + " Trap";
+}
+
 TEST(CmdStsIface, BuildsMessagesUpToItsBufferAndRefusesLongerOnes) {
   Recorder trap;
   CmdStsIface iface(&trap);
@@ -75,34 +77,27 @@ TEST(CmdStsIface, BuildsMessagesUpToItsBufferAndRefusesLongerOnes) {
     EXPECT_EQ(iface.sendStatus(0x12345, 0xABCDE, size == 0 ? nullptr : body.data(), size), 5);
     EXPECT_EQ(trap.messages.back(), message(0x2345, 0xBCDE, body));
   }
-  const size_t sent = trap.messages.size();
   for (const unsigned int size : {505U, 0xFFFFFFF8U, 0xFFFFFFFFU}) {  // size + 8 may wrap
     CaptureStdout();
     EXPECT_EQ(iface.sendStatus(1, 0, "", size), -1);
     EXPECT_EQ(GetCapturedStdout(), "CmdStsIface::sendStatus, mem buffer not enught(" +
                                        std::to_string(static_cast<int>(size + 8)) + ":512)\n");
   }
-  EXPECT_EQ(trap.messages.size(), sent);
+  EXPECT_EQ(trap.messages.size(), 4U);
 }
 
-// Adds `extra` bytes behind the state word.
-class WatchedBytes : public CtrlTrapMgr {
- public:
-  WatchedBytes(const Variable& var, unsigned int size, void* body, unsigned int bodySize)
-      : CtrlTrapMgr(77, 0x0201, var, buffers, size, body, bodySize) {
-    buffers[0] = memory + 4;
-    buffers[1] = memory + 16;
-  }
+// A manager on a variable of any size, which adds `extra` bytes behind the state word.
+struct Watch : CtrlTrapMgr {
+  Watch(const Variable& var, unsigned int size, Bytes& body)
+      : CtrlTrapMgr(77, 0x0201, var, buffers, size, body.empty() ? nullptr : body.data(),
+                    static_cast<unsigned int>(body.size())) {}
   unsigned int getAuxData(void* buf, unsigned int size) override {
-    const unsigned int n = extra < size ? extra : size;
-    std::memset(buf, 0xEE, n);
-    return n;
+    std::memset(buf, 0xEE, std::min(extra, size));
+    return std::min(extra, size);
   }
   unsigned int extra = 0;
-
- private:
   unsigned char memory[28] = {9, 9, 9, 9, 1, 1, 1, 1, 1, 1, 1, 1, 9, 9, 9, 9};
-  void* buffers[2];
+  void* buffers[2] = {memory + 4, memory + 16};
 };
 
 // The rule as two lines: a message is due when nothing has been delivered or the value differs
@@ -111,26 +106,24 @@ TEST(CtrlTrapMgr, FollowsTheReferenceThroughRandomValuesAndFailures) {
   Random random(3);
   for (int round = 0; round < 400; ++round) {
     const unsigned int size = 1 + random.below(8);
-    Bytes body(random.below(2) == 0 ? 0 : 8 + random.below(12));
+    Bytes body(random.oneIn(2) ? 0 : 8 + random.below(12));
     Recorder trap;
     CmdStsIface iface(&trap);
     Variable var;
-    WatchedBytes mgr(var, size, body.empty() ? nullptr : body.data(),
-                     static_cast<unsigned int>(body.size()));
+    Watch mgr(var, size, body);
     std::optional<Bytes> delivered;
-    for (int poll = 0; poll < 60; ++poll) {
+    for (unsigned int poll = 1; poll <= 60; ++poll) {
       var.value[random.below(size)] = static_cast<unsigned char>(random.below(2));
       const Bytes now(var.value.begin(), var.value.begin() + size);
-      const bool connected = random.below(8) != 0;
+      const bool connected = !random.oneIn(8);
       mgr.ctrlInitTraps(connected ? &iface : nullptr);
       mgr.extra = random.below(12);
-      trap.answer = random.below(3) == 0 ? (random.below(2) == 0 ? -1 : 5) : 0;
+      trap.answer = random.oneIn(3) ? random.between(-1, 5) : 0;
       trap.messages.clear();
-      const unsigned int reads = var.reads;
 
       const bool due = connected && delivered != now;
       ASSERT_EQ(mgr.serviceTraps(), due && trap.answer != 0);
-      ASSERT_EQ(var.reads, reads + 1) << "a poll reads the variable, connected or not";
+      ASSERT_EQ(var.reads, poll) << "each poll reads the variable, connected or not";
       ASSERT_EQ(trap.messages.size(), due ? 1U : 0U);
       if (due) {
         unsigned int word = 0;
@@ -139,63 +132,43 @@ TEST(CtrlTrapMgr, FollowsTheReferenceThroughRandomValuesAndFailures) {
         }
         Bytes expected;
         append(expected, word);
-        if (!body.empty()) {
-          expected.resize(4 + std::min<size_t>(mgr.extra, body.size() - 4), 0xEE);
-        }
+        expected.resize(body.empty() ? 4 : 4 + std::min<size_t>(mgr.extra, body.size() - 4), 0xEE);
         ASSERT_EQ(trap.messages[0], message(77, 0x0201, expected));
-        if (trap.answer == 0) {
-          delivered = now;
-        }
+        delivered = trap.answer == 0 ? now : delivered;
       }
     }
   }
 }
 
-class Event : public CtrlEventTrapMgr {
- public:
+struct Event : CtrlEventTrapMgr {
   using CtrlEventTrapMgr::CtrlEventTrapMgr;
   bool needTrap() override { return due; }
   void postTx(int err) override { told.push_back(err); }
   unsigned int getAuxData(void* buf, unsigned int size) override {
     return excess ? size + 1 : CtrlEventTrapMgr::getAuxData(buf, size);
   }
-  bool due = true;
-  bool excess = false;
+  bool due = true, excess = false;
   std::vector<int> told;
 };
-
-int hookResult = 0;
-std::vector<std::string> hooked;
-int hook(int var, int specific, const char* kind) {
-  hooked.push_back(std::to_string(var) + " " + std::to_string(specific) + " " + kind);
-  return hookResult;
-}
-
-std::string hookedText(unsigned int var, unsigned int specific) {
-  return std::to_string(var) + " " + std::to_string(specific) + " Trap";
-}
 
 // A short body in a buffer of just its size, so that the sanitizer sees a read behind it.
 TEST(CtrlEventTrapMgr, ReportsEventsAndShortBodiesAreNotReadPastTheirEnd) {
   TrapIndex table[] = {{9, 1, 1, 1, 0}, {0, 0, 0, 0, 0}};
   NetHookTrap trap(table, noControls, hook);
   CmdStsIface iface(&trap);
+  Bytes lowFirst;
+  append(lowFirst, 1U);
   for (unsigned int size = 0; size <= 8; ++size) {
-    hooked.clear();
     Bytes body(size);
     Event event(9, 0, size == 0 ? nullptr : body.data(), size);
     event.ctrlInitTraps(&iface);
     hookResult = size % 2 == 0 ? 0 : 5;
+    hooked.clear();
     EXPECT_EQ(event.serviceTraps(), hookResult != 0);
-    EXPECT_EQ(event.told, std::vector<int>{hookResult});
     event.due = false;
     EXPECT_FALSE(event.serviceTraps());
-    EXPECT_EQ(event.told.size(), 1U);
-    const bool wordWhole = size == 0 || size >= 4;
-    const std::uint16_t one = 1;
-    unsigned char low = 0;
-    std::memcpy(&low, &one, 1);
-    EXPECT_EQ(hooked, std::vector<std::string>{hookedText(9, wordWhole || low == 1 ? 1001 : 1000)});
+    EXPECT_EQ(event.told, std::vector<int>{hookResult});
+    EXPECT_EQ(hooked, Texts{called(9, size == 0 || size >= 4 ? 1001 : 1000U + lowFirst[0])});
 
     Bytes direct = message(9, 0, Bytes(size, 0xFF));
     const unsigned int word = size >= 4 ? 0xFFFFFFFFU : (1U << 8 * size) - 1;
@@ -203,13 +176,8 @@ TEST(CtrlEventTrapMgr, ReportsEventsAndShortBodiesAreNotReadPastTheirEnd) {
     EXPECT_EQ(trap.Send(direct.data(), static_cast<unsigned int>(direct.size())), hookResult);
     direct.resize(size + 12, 0x55);  // what lies behind the body is not the body
     trap.Send(direct.data(), static_cast<unsigned int>(direct.size()));
-    EXPECT_EQ(hooked, std::vector<std::string>(2, hookedText(9, 1000 + word)));
+    EXPECT_EQ(hooked, Texts(2, called(9, 1000 + word)));
   }
-  char body[8];
-  Event overlong(9, 0, body, sizeof body);
-  overlong.excess = true;
-  overlong.ctrlInitTraps(&iface);
-  EXPECT_FATAL(overlong.serviceTraps(), "aux <= room");
 }
 
 // Every element is numbered by going through them one by one, as the tables are read.
@@ -219,7 +187,7 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
     std::vector<TrapIndex> table;
     for (unsigned int row = 0, rows = random.below(6); row < rows; ++row) {
       table.push_back({100 + row, random.below(50), 1 + random.below(4), 1 + random.below(4),
-                       random.below(3) == 0 ? 5000 + 100 * row : 0});
+                       random.oneIn(3) ? 5000 + 100 * row : 0});
     }
     table.push_back({0, 8, 8, 8, 7});
     std::vector<TrapIndex> expected = table;
@@ -229,13 +197,12 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
     for (TrapIndex* row = expected.data(); row->m_varid != 0; ++row) {
       if (row == expected.data() || row->m_base == 0) {
         row->m_base = next;
-        for (unsigned int element = 0; element < row->m_d1 * row->m_d2; ++element) {
-          next += 2;
-        }
+        next += 2 * row->m_d1 * row->m_d2;
       }
-      log += "varid[" + std::to_string(row->m_varid) + "], ctrl_id[" +
-             std::to_string(row->m_controlid) + "], d1[" + std::to_string(row->m_d1) + "], d2[" +
-             std::to_string(row->m_d2) + "], base[" + std::to_string(row->m_base) + "]\n";
+      char line[100];
+      std::snprintf(line, sizeof line, "varid[%u], ctrl_id[%u], d1[%u], d2[%u], base[%u]\n",
+                    row->m_varid, row->m_controlid, row->m_d1, row->m_d2, row->m_base);
+      log += line;
     }
     CaptureStdout();
     NetHookTrap trap(table.data(), noControls, hook);
@@ -243,31 +210,29 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
     ASSERT_EQ(table[0].m_base, 1000U);
 
     CmdStsIface iface(&trap);
-    for (const TrapIndex& row : expected) {
-      unsigned int number = row.m_base;
-      for (unsigned int i2 = 0; row.m_varid != 0 && i2 < row.m_d2; ++i2) {
-        for (unsigned int i1 = 0; i1 < row.m_d1; ++i1) {
-          for (unsigned int state = 0; state < 2; ++state, ++number) {
-            unsigned int control = 999;
-            const unsigned int index = i2 << 8 | i1;
-            ASSERT_EQ(trap.Lookup_specific(row.m_varid, index, static_cast<int>(state), control),
-                      static_cast<int>(number));
-            ASSERT_EQ(control, row.m_controlid);
-            hooked.clear();
-            hookResult = static_cast<int>(random.below(3)) - 1;
-            ASSERT_EQ(iface.sendStatus(row.m_varid, index, &state, 4), hookResult);
-            ASSERT_EQ(hooked, std::vector<std::string>{hookedText(row.m_varid, number)});
-          }
+    unsigned int control = 999;
+    for (const TrapIndex* row = expected.data(); row->m_varid != 0; ++row) {
+      unsigned int number = row->m_base;
+      for (unsigned int element = 0; element < row->m_d1 * row->m_d2; ++element) {
+        const unsigned int index = element % row->m_d1 | element / row->m_d1 << 8;
+        for (unsigned int state = 0; state < 2; ++state, ++number) {
+          ASSERT_EQ(trap.Lookup_specific(row->m_varid, index, static_cast<int>(state), control),
+                    static_cast<int>(number));
+          ASSERT_EQ(control, row->m_controlid);
+          hooked.clear();
+          hookResult = random.between(-1, 1);
+          ASSERT_EQ(iface.sendStatus(row->m_varid, index, &state, 4), hookResult);
+          ASSERT_EQ(hooked, Texts{called(row->m_varid, number)});
         }
       }
     }
-    unsigned int control = 999;
-    ASSERT_EQ(trap.Lookup_specific(99, 0, 0, control), 0);
-    ASSERT_EQ(control, 999U);
+    control = 999;
     hooked.clear();
     CaptureStdout();
     ASSERT_EQ(iface.sendStatus(99, 0x0102, &control, 4), -1);
     ASSERT_EQ(GetCapturedStdout(), "NetTrap::Send, wrong varid/index[99/0x0102]\n");
+    ASSERT_EQ(trap.Lookup_specific(99, 0, 0, control), 0);
+    ASSERT_EQ(control, 999U);
     ASSERT_TRUE(hooked.empty());
   }
 }
@@ -279,30 +244,26 @@ TEST(UpdateTraps, OnePassServesEveryManagerAndReportsAFailure) {
   CtrlIntTrapMgr a(10, 0, var, nullptr, 0), b(11, 0, var, nullptr, 0), c(12, 0, var, nullptr, 0);
   CtrlTrapMgr* const all[] = {&a, &b, &c, nullptr};  // b has no row in the table: it always fails
   CtrlTrapMgr* const good[] = {&a, &c, nullptr};
-  CtrlTrapMgr* const none[] = {nullptr};
   hookResult = 0;
   hooked.clear();
   EXPECT_FALSE(updateTraps(all, &device, false));
-  EXPECT_FALSE(updateTraps(none, &device, true));
+  EXPECT_FALSE(updateTraps(good + 2, &device, true));
   EXPECT_EQ(var.reads, 0U);
   EXPECT_TRUE(updateTraps(all, &device, true));
-  EXPECT_EQ(hooked, (std::vector<std::string>{hookedText(10, 1000), hookedText(12, 1002)}));
   EXPECT_TRUE(updateTraps(all, &device, true));
   EXPECT_FALSE(updateTraps(good, &device, true));
-  EXPECT_EQ(hooked.size(), 2U) << "nothing changed";
+  EXPECT_EQ(hooked, (Texts{called(10, 1000), called(12, 1002)})) << "nothing has changed since";
   var.value[3] = 1;
   EXPECT_FALSE(updateTraps(good, &device, false));
   EXPECT_EQ(hooked.size(), 2U);
   EXPECT_FALSE(updateTraps(good, &device, true));
-  EXPECT_EQ(hooked.back(), hookedText(12, 1003)) << "a change made while disabled comes later";
+  EXPECT_EQ(hooked.back(), called(12, 1003)) << "a change made while disabled comes later";
   EXPECT_TRUE(get_trap_flag_status());
-  EXPECT_FALSE(trap_enable_flag);
-  EXPECT_FALSE(trap_enable_timer.isRunning());
+  EXPECT_FALSE(trap_enable_flag || trap_enable_timer.isRunning());
   EXPECT_EQ(BYTE_MASK, 255U);
 }
 
-class Switch : public CtrlReadWrite {
- public:
+struct Switch : CtrlReadWrite {
   Switch(unsigned int id, unsigned int ind, int v) : CtrlReadWrite(id, ind), value(v) {}
   CTRL_DATA_TYPE getType() const override { return DATA_TYPE_INT; }
   void get(void* buf, unsigned int size) override { ReadVarMgr::setBufInt(buf, size, value); }
@@ -310,21 +271,16 @@ class Switch : public CtrlReadWrite {
   bool validate(const void*, unsigned int) const override { return true; }
   int set(const void*, unsigned int) override { return 0; }
   int confirm() override { return 0; }
-
- private:
   const int value;
 };
 
 TEST(NetTrap, SendEnableReadsTheFirstControlWithBothNumbers) {
   Switch off(5, 1, 0), on(5, 2, 5), hidden(5, 1, 1), other(6, 2, 0), high(7, 0, 1 << 24);
   CtrlReadWrite* controls[] = {&off, &on, &hidden, &other, &high, nullptr};
-  NetTrap trap(noTraps, controls);
-  const NetTrap empty(noTraps, noControls);
-  EXPECT_FALSE(trap.Send_enable(5, 1));
+  const NetTrap trap(noTraps, controls), empty(noTraps, noControls);
   EXPECT_TRUE(trap.Send_enable(5, 2));
-  EXPECT_FALSE(trap.Send_enable(6, 2));
-  EXPECT_FALSE(trap.Send_enable(6, 1));
   EXPECT_TRUE(trap.Send_enable(7, 0));
+  EXPECT_FALSE(trap.Send_enable(5, 1) || trap.Send_enable(6, 2) || trap.Send_enable(6, 1));
   EXPECT_FALSE(empty.Send_enable(5, 2));
 }
 
@@ -341,6 +297,9 @@ TEST(TrapsDeathTest, FaultsOfTheApplicationsTablesStopTheProcess) {
   CtrlTrapMgr* const none[] = {nullptr};
   NetDevice device(table, noControls, hook);
   CtrlTrapMgr holes(1, 0, var, missing, 4, nullptr, 0);
+  Event overlong(1, 0, body, sizeof body);
+  overlong.excess = true;
+  overlong.ctrlInitTraps(&iface);
   EXPECT_FATAL(NetTrap(nullptr, noControls), "index_array != nullptr");
   EXPECT_FATAL(NetTrap(table, nullptr), "ctrl_table != nullptr");
   EXPECT_FATAL(NetHookTrap(table, noControls, nullptr), "trap_func != nullptr");
@@ -355,6 +314,7 @@ TEST(TrapsDeathTest, FaultsOfTheApplicationsTablesStopTheProcess) {
   EXPECT_FATAL(iface.sendStatus(1, 0, nullptr, 4), "data != nullptr");
   EXPECT_FATAL(Event(1, 0, body, 0), "(trap_data == nullptr) == (trap_data_size == 0)");
   EXPECT_FATAL(Event(1, 0, nullptr, 4), "(trap_data == nullptr) == (trap_data_size == 0)");
+  EXPECT_FATAL(overlong.serviceTraps(), "aux <= room");
   EXPECT_FATAL(CtrlTrapMgr(1, 0, var, nullptr, 4, nullptr, 0), "state_array != nullptr");
   EXPECT_FATAL(CtrlTrapMgr(1, 0, var, buffers, 0, nullptr, 0), "state_size > 0");
   EXPECT_FATAL(CtrlTrapMgr(1, 0, var, buffers, 8, body, 7), "trap_data_size >= state_size");

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -27,15 +27,10 @@ class TrapPortLock {
   const int file;
 };
 
-/// The number of descriptors that this process has open.
-inline unsigned int openDescriptors() {
-  DIR* const dir = opendir("/proc/self/fd");
-  unsigned int count = 0;
-  while (readdir(dir) != nullptr) {
-    ++count;
-  }
-  closedir(dir);
-  return count;
+/// The number of descriptors that a process has open, this one or another.
+inline long openDescriptors(pid_t pid = getpid()) {
+  const std::filesystem::directory_iterator all("/proc/" + std::to_string(pid) + "/fd");
+  return std::distance(begin(all), end(all));
 }
 
 inline sockaddr_in loopbackAddress(unsigned short port) {

@@ -68,14 +68,7 @@ class Process {
   bool says(const std::string& text) const {
     return comesTrue([&] { return output().find(text) != std::string::npos; });
   }
-  unsigned int descriptors() const {
-    unsigned int count = 0;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
-      count += entry.path().empty() ? 0 : 1;
-    }
-    return count;
-  }
+  pid_t id() const { return pid; }
   /// Sends `signal` and waits. Its exit status, or -1 when a signal ended it.
   int end(int signal = SIGTERM) {
     if (pid == 0) {

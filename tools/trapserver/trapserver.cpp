@@ -22,8 +22,9 @@ namespace {
 
 constexpr size_t MAX_CONNECTIONS = 64;
 constexpr size_t READ_BLOCK = 4096;
-constexpr size_t MAX_AT_STOP = 16 * READ_BLOCK;  // read from one connection at the end
-constexpr std::chrono::seconds TIME_TO_STOP{5};  // for the traps that are still to be sent
+constexpr size_t MAX_AT_STOP = 16 * READ_BLOCK;           // read from one connection at the end
+constexpr std::chrono::milliseconds TIME_TO_NOTICE{200};  // for clients, that the server ends
+constexpr std::chrono::seconds TIME_TO_STOP{5};           // for the traps that are still to be sent
 constexpr std::chrono::milliseconds PAUSE{100};
 constexpr std::chrono::seconds UNTIL_NEXT_LOOK{60};  // poll needs some limit
 
@@ -92,6 +93,9 @@ int TrapServer::run() {
   while (!stopping || !connections.empty()) {
     wait();
     takeSignals();
+    if (Clock::now() >= readBy) {
+      readRest();
+    }
     for (auto next = connections.begin(); next != connections.end();) {
       Connection& connection = *next;
       reap(connection);
@@ -115,10 +119,7 @@ int TrapServer::run() {
 void TrapServer::wait() {
   std::vector<pollfd> events = {{signals, POLLIN, 0}, {listener, POLLIN, 0}};
   std::vector<Connection*> readers;
-  Clock::time_point until = Clock::now() + UNTIL_NEXT_LOOK;
-  if (stopping) {
-    until = std::min(until, stopBy);
-  }
+  Clock::time_point until = std::min({Clock::now() + UNTIL_NEXT_LOOK, readBy, stopBy});
   for (Connection& connection : connections) {
     if (connection.child != 0) {
       until = std::min(until, connection.due);
@@ -147,13 +148,25 @@ void TrapServer::takeSignals() {
   }
 }
 
-// No more clients and no more input but what has arrived; that is still sent.
+// Takes no more clients and tells those that are there. One that has sent at this very moment, not
+// yet knowing, is still heard for a while, so that what it counts as delivered is sent.
 void TrapServer::stop() {
   std::puts("stopping");
   stopping = true;
+  readBy = Clock::now() + TIME_TO_NOTICE;
   stopBy = Clock::now() + TIME_TO_STOP;
+  while (takeClient()) {
+  }
   close(listener);
   listener = -1;
+  for (const Connection& connection : connections) {
+    shutdown(connection.sock, SHUT_WR);
+  }
+}
+
+// The last input of every connection: what has arrived by now.
+void TrapServer::readRest() {
+  readBy = Clock::time_point::max();
   for (Connection& connection : connections) {
     while (!connection.ended && connection.input.size() < MAX_AT_STOP) {
       const size_t before = connection.input.size();
@@ -166,22 +179,24 @@ void TrapServer::stop() {
   }
 }
 
-void TrapServer::takeClient() {
+// False when nobody waits, or the system has no descriptor left.
+bool TrapServer::takeClient() {
   const int sock = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (sock < 0) {
     if (errno == EMFILE || errno == ENFILE) {
       std::puts("no descriptor for a client");
       std::this_thread::sleep_for(PAUSE);  // the client waits, and poll would report it at once
     }
-    return;
+    return false;
   }
   const unsigned int number = ++clients;
   if (connections.size() >= MAX_CONNECTIONS) {
     std::printf("client %u: refused, there are %zu already\n", number, MAX_CONNECTIONS);
     close(sock);
-    return;
+  } else {
+    connections.emplace_back(sock, number);
   }
-  connections.emplace_back(sock, number);
+  return true;
 }
 
 void TrapServer::read(Connection& from) {
@@ -202,7 +217,7 @@ void TrapServer::refuse(Connection& from, const char* why, const std::string& te
 
 // Looks at what has come until a trap is under way or nothing whole is left.
 void TrapServer::proceed(Connection& with) {
-  if (stopping && Clock::now() >= stopBy && !with.input.empty()) {
+  if (Clock::now() >= stopBy && !with.input.empty()) {
     refuse(with, "no time left", with.input);
   }
   while (with.child == 0) {
@@ -291,7 +306,7 @@ void TrapServer::reap(Connection& with) {
     return;
   }
   const Clock::time_point now = Clock::now();
-  if (!with.late && (now >= with.due || (stopping && now >= stopBy))) {
+  if (!with.late && (now >= with.due || now >= stopBy)) {
     kill(with.child, SIGKILL);
     with.late = true;
     with.due = now + UNTIL_NEXT_LOOK;

@@ -54,19 +54,21 @@ class TrapServer {
   bool start();
   void wait();
   void takeSignals();
-  void takeClient();
+  bool takeClient();
   void read(Connection& from);
   void refuse(Connection& from, const char* why, const std::string& text);
   void proceed(Connection& with);
   void spawn(Connection& with);
   void reap(Connection& with);
   void stop();
+  void readRest();
 
   const TrapServerOptions options;
   int listener = -1;
   int signals = -1;
   bool stopping = false;
-  Clock::time_point stopBy;
+  Clock::time_point readBy = Clock::time_point::max();  // when no more input is taken
+  Clock::time_point stopBy = Clock::time_point::max();  // when no more traps are sent
   unsigned int clients = 0;
   std::list<Connection> connections;
 };

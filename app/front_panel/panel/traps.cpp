@@ -218,8 +218,8 @@ bool trapsPass() {
 }
 
 void trapsService() {
-  constexpr unsigned int PASS_MS = 1000;
-  constexpr unsigned int RETRY_MS = 5000;  // each failed pass prints what the library says of it
+  constexpr unsigned int PASS_MS = 500;
+  constexpr unsigned int RETRY_MS = 3000;  // each failed pass prints what the library says of it
   static Timer next(false);
   if (next.isTimeoutExpired()) {
     next.setTimeout(trapsPass() ? PASS_MS : RETRY_MS);

@@ -1,7 +1,7 @@
 // Traps: what the panel tells a management side, and the commands that show and switch it.
 //
 // A trap watches a condition on confirmed values: a channel that is too hot, a muted channel, a
-// band that is switched off. Each condition has two trap numbers, for no and for yes. Once a
+// band that is switched off. Each condition has two trap numbers, for no and for yes. Twice a
 // second a pass of the library polls them all; what could not be delivered stays pending. The
 // traps are printed here, or sent to the trap generation server (tools/trapserver). Main thread
 // only; nothing stops the process.

@@ -1,4 +1,7 @@
-// The base class of communication devices. No data; owns nothing; any thread.
+// The base class of communication devices.
+//
+// It has no data, owns nothing and never stops the process; its one operation, the destructor, may
+// run on any thread.
 #pragma once
 
 /// A device through which messages leave the process.

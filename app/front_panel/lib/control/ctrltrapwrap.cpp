@@ -19,6 +19,13 @@ CtrlTrapMgr::CtrlTrapMgr(unsigned int id, unsigned int idx, const ReadVarMgr& tr
 
 CtrlTrapMgr::~CtrlTrapMgr() = default;
 
+// Two states, by force_send. The reference is the other buffer: the value last delivered.
+//
+//   state    | a poll reads    | message | passed on                           | not passed on
+//   Forced   | anything        | yes     | Tracking, the reading is reference  | Forced
+//   Tracking | the reference   | no      |                                     |
+//   Tracking | something else  | yes     | Tracking, the reading is reference  | no change
+
 bool CtrlTrapMgr::needTrap() {
   CTRL_ASSERT(cur < 2);
   CTRL_ASSERT(state_array[cur] != nullptr);

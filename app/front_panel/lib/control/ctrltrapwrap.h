@@ -7,11 +7,6 @@
 // variable, belong to the application or to the derived class and live as long as the manager;
 // they are value buffers, most significant byte first. One thread; a missing buffer or an empty
 // one stops the process.
-//
-//   state    | a poll reads    | message | passed on                        | not passed on
-//   Forced   | anything        | yes     | Tracking, the reading counts now | Forced
-//   Tracking | what counts     | no      |                                  |
-//   Tracking | something else  | yes     | Tracking, the reading counts now | what counted counts
 #pragma once
 
 #include "ctrleventwrap.h"

@@ -6,9 +6,6 @@
 // message, a message without a header, a Send before Init where a socket is used, and an index
 // whose second subscript lies outside its row.
 //
-// Each element of a control has two consecutive trap numbers, for state word 0 and for state word
-// 1: m_base + 2 * (i2 * m_d1 + i1), and one more.
-//
 // NetTrap sends each trap as one snmptrap command, a text with its zero byte, over TCP to the trap
 // generation server of this device (docs/formats.md). NetHookTrap calls the application instead.
 #pragma once
@@ -17,7 +14,9 @@
 #include "comdevice.h"
 #include "ctrlwrap.h"
 
-/// A row of the trap table, which ends at the first row with m_varid 0.
+/// A row of the trap table, which ends at the first row with m_varid 0. Each element of the control
+/// has two consecutive trap numbers, for state word 0 and for state word 1:
+/// m_base + 2 * (i2 * m_d1 + i1), and one more, where i1 and i2 are the subscripts in the index.
 struct TrapIndex {
   unsigned int m_varid;      ///< variable id
   unsigned int m_controlid;  ///< the application's number of the control
