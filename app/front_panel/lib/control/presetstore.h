@@ -4,17 +4,6 @@
 // presetservice.cpp (write-behind service), presetqueue.cpp (queues and RAM copy) and the tests;
 // applications use presetmgr.h. One instance per process, in static memory, without a lock: all of
 // this belongs to the store's thread. Every REQUIRES and invariant is a fatal assertion.
-//
-// What stays true between two passes of the service:
-// (1) Every entry that is not erased has a payload in ramCopy. It is on the medium, or the entry is
-//     on writeList, or its record is in flight.
-// (2) serv[1] is empty on every entry but the one whose record is in flight.
-// (3) An erased entry has no payload, but for one whose record is in flight.
-// (4) An entry is on delList exactly while the record of a removed preset of its id stands in the
-//     log that the store appends to, or is being marked deleted. No record of the id is started
-//     meanwhile, so a delete cannot hit a later record.
-// (5) The old block of a block copy keeps its valid block word until every live entry has a
-//     complete record in the target.
 #pragma once
 
 #include "flash_config.h"
@@ -80,6 +69,17 @@ enum servAction_t {
   ACT_BLK_INVALID = 7,  ///< a word that nothing but its completion follows: mask 0xEFFF on the
                         ///< word of a block that is given up, or any word that format overtook
 };
+
+// What stays true between two passes of the service:
+// (1) Every entry that is not erased has a payload in ramCopy. It is on the medium, or the entry is
+//     on writeList, or its record is in flight.
+// (2) serv[1] is empty on every entry but the one whose record is in flight.
+// (3) An erased entry has no payload, but for one whose record is in flight.
+// (4) An entry is on delList exactly while the record of a removed preset of its id stands in the
+//     log that the store appends to, or is being marked deleted. No record of the id is started
+//     meanwhile, so a delete cannot hit a later record.
+// (5) The old block of a block copy keeps its valid block word until every live entry has a
+//     complete record in the target.
 
 /// The index, the RAM copy and the state of the blocks.
 struct presetStore_t {
