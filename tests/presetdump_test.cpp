@@ -74,7 +74,7 @@ NorArray patched(NorArray image, const std::vector<Patch>& patches) {
 
 // A live block 1 with one preset of type 5 in entry 2 and a removed one behind it.
 NorArray example() {
-  return Image(8192).word(0x7FFE).word(0).record(0x2005, 2, "ABC").record(0x0007, 0, "XY");
+  return Image("@8192 7FFE 0 live:5,2,ABC dead:7,0,XY");
 }
 
 TEST_F(PresetDump, ShowsBlocksRecordsAndRoom) {

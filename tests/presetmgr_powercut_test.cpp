@@ -17,7 +17,7 @@ namespace {
 // dot flushes until nothing is left.
 struct Workload {
   const char* name;
-  NorArray start;
+  std::string start;  // the text of an Image
   std::string steps;
   unsigned int stride = 1;  // of the second cuts, where there are very many
 };
@@ -74,6 +74,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
 
   // Every cut of the workload, each followed by every (stride-th) cut of the recovery from it.
   void cutEverywhere(const Workload& workload) {
+    start = Image(workload.start);
     const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
     for (unsigned long long k = 1; k <= total && !HasFailure(); k += thin()) {
       cutAt(workload, k, PfSimMedium::CUT_AFTER, 0, workload.stride);
@@ -87,6 +88,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
 
   // A few cuts at random places, and the cuts of one recovery.
   void cutSomewhere(const Workload& workload, Random& random) {
+    start = Image(workload.start);
     const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
     for (unsigned int i = 0; i < 8 && total > 0; ++i) {
       const unsigned long long k = 1 + random.below(static_cast<unsigned int>(total));
@@ -108,7 +110,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
   // From power-up to the end of the workload or of the power. The number of its operations.
   unsigned long long play(const Workload& workload, unsigned long long cut, PfSimMedium::Cut kind,
                           unsigned int seed) {
-    rig.restartOn(workload.start);
+    rig.restartOn(start);
     rig.part.clearCounters();
     rig.part.cutAt(cut, kind, seed);
     story = Story(rig.content());
@@ -236,6 +238,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
   static std::string Print(const Content& content) { return testing::PrintToString(content); }
 
   StoreRig rig;
+  NorArray start;
   Story story;
   PfSimMedium::Operation cutOff = {};
   unsigned int stamp = 0;
@@ -243,65 +246,42 @@ class PowerCut : public testing::TestWithParam<Workload> {
   unsigned long long cutsTried = 0;
 };
 
-Image block(unsigned int blkid) {
-  return Image(blkid * FLASH_PARM_BLK_SIZE).word(0x7FFE).word(0);
-}
-
-Image block0(unsigned int blkid) {
-  return Image(blkid * FLASH_PARM_BLK_SIZE).word(0x7FFF);
-}
-
-// A block with live presets of types 1 to 4 in entries 2 to 8, then deleted space up to `left`
-// bytes before its end.
-Image nearlyFull(unsigned int blkid, unsigned int left) {
-  Image image = block(blkid);
-  for (unsigned int i = 1; i <= 4; ++i) {
-    image.record(0x2000 + i, 2 * i, std::string(6 * i, static_cast<char>('A' + i)));
-  }
-  const unsigned int rest = (blkid + 1) * FLASH_PARM_BLK_SIZE - image.at - left - 6;
-  return image.record(7, 20, std::string(rest, 'x'));
-}
-
 const Workload WORKLOADS[] = {
-    {"append, rewrite, remove", NorArray(),
+    {"append, rewrite, remove", "",
      "w1,5 w2,8 . w1,7 p4 w3,1 w1,9 . r2 w1,3 p3 r1 w4,6 p9 w2,2 r3 . w2,4 p2 r2 . w5,10 ."},
-    {"one id over and over", NorArray(),
+    {"one id over and over", "",
      "w1,4 . r1 w2,6 p1 w2,8 p3 r2 . w1,4 . w1,6 p8 r1 w3,4 . r3 w3,2 p1 r3 p1 w1,4 . w1,6 p9 r1 . "
      "w1,2 . r1 w2,2 p1 r2 p1 ."},
-    {"a full block is copied", nearlyFull(1, 60), "w5,20 . w2,40 . r1 w3,5 ."},
-    {"a batch outgrows the block", nearlyFull(0, 60), "w5,10 w6,10 p3 w6,200 w7,9 ."},
-    {"entries leave and join a copy", nearlyFull(0, 0),
+    {"a full block is copied",
+     "@8192 7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8038",
+     "w5,20 . w2,40 . r1 w3,5 ."},
+    {"a batch outgrows the block",
+     "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8038",
+     "w5,10 w6,10 p3 w6,200 w7,9 ."},
+    {"entries leave and join a copy",
+     "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8098",
      "w1,9 p5 w2,11 w1,8 p10 r3 w5,4 p10 r2 w6,4 p7 r6 w4,4 p5 r1 w7,4 . r7 ."},
-    {"entries change places in a copy", nearlyFull(1, 0), "w2,5 p12 w1,7 w4,9 . w1,3 ."},
+    {"entries change places in a copy",
+     "@8192 7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8098",
+     "w2,5 p12 w1,7 w4,9 . w1,3 ."},
     {"the target of a copy overflows",
-     block(0)
-         .record(0x2001, 0, std::string(200, 'a'))
-         .record(0x2002, 1, std::string(20, 'b'))
-         .record(0x2003, 2, std::string(30, 'c'))
-         .record(0x0004, 3, std::string(7900, 'd')),
+     "7FFE 0 live:1,0,*200 live:2,1,*20 live:3,2,*30 dead:4,3,*7900",
      "w2,30 p110 w1,10 w3,7960 p20 w4,6 p4 r3 . w1,8 ."},
     {"version 0 is converted",
-     Image(8192)
-         .word(0x7FFF)
-         .record0(3, 0, "three")
-         .record0(0, 1, "gone")
-         .record0(4, 1, "four")
-         .record0(5, 299, "fivefive"),
+     "@8192 7FFF live0:3,0,three dead0:9,1,gone live0:4,1,four live0:5,299,fivefive",
      "p3 w3,9 p9 r4 w6,3 . w5,1 ."},
-    {"format with something in flight", nearlyFull(0, 30),
+    {"format with something in flight",
+     "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8068",
      "w1,4 p3 f p1 w2,6 . r2 w3,4 p1 f . w1,4 p10 f w4,4 . f p1 f ."},
-    {"two live records of one id",
-     block(1).record(0x2001, 5, "old").record(0x2002, 6, "two").record(0x2001, 5, "newer"),
+    {"two live records of one id", "@8192 7FFE 0 live:1,5,old live:2,6,two live:1,5,newer",
      "p7 r1 . w2,4 ."},
-    {"two live records removed", block(0).record(0x2001, 5, "old").record(0x2001, 5, "newer"),
-     "r1 w3,4 . w1,4 ."},
-    {"an unconfirmed record", block(0).record(0x2001, 5, "kept").record(0x6002, 6, "half"),
-     "p2 w1,4 . w2,4 ."},
-    {"a stray last word", nearlyFull(0, 12).seek(8190).word(0x1234), "w9,6 . w9,2 ."},
-    {"two valid blocks", nearlyFull(0, 20).seek(8192).word(0x7FFE).word(0).record(0x2001, 2, "BB"),
+    {"two live records removed", "7FFE 0 live:1,5,old live:1,5,newer", "r1 w3,4 . w1,4 ."},
+    {"an unconfirmed record", "7FFE 0 live:1,5,kept open:2,6,half", "p2 w1,4 . w2,4 ."},
+    {"a stray last word", "7FFE 0 live:1,2,*6 dead:7,20,*8154 @8190 1234", "w9,6 . w9,2 ."},
+    {"two valid blocks", "7FFE 0 live:1,2,aa dead:7,20,*20 @8192 7FFE 0 live:1,2,bb",
      "p1 w1,6 p2 r1 w2,6 ."},
-    {"a corrupt log", block(0).record(0x2001, 300, "bad"), "p1 w1,6 ."},
-    {"everything", block0(1).record0(3, 0, "three").record0(4, 1, "four"),
+    {"a corrupt log", "7FFE 0 live:1,300,bad", "p1 w1,6 ."},
+    {"everything", "@8192 7FFF live0:3,0,three live0:4,1,four",
      "w1,5 . w9,8000 w3,9 . r9 w2,4 . w1,40 w4,44 . w1,50 p9 w3,7 r2 . w1,6 . r4 w2,6 p3 f w5,8 .",
      40},
 };
@@ -342,8 +322,8 @@ TEST_F(RandomPowerCut, InARandomWorkload) {
         steps << (random.oneIn(8) ? " f" : " .");
       }
     }
-    const NorArray& start = WORKLOADS[random.below(std::size(WORKLOADS))].start;
-    cutSomewhere({"random", start, steps.str()}, random);
+    const Workload& other = WORKLOADS[random.below(std::size(WORKLOADS))];
+    cutSomewhere({"random", other.start, steps.str()}, random);
   }
 }
 

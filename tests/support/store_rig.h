@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "pfmedium_sim.h"
@@ -122,36 +123,52 @@ class StoreRig {
   PfSimMedium part;
 };
 
-/// Builds the content of a medium word by word.
+/// The content of a medium from a text: words in hexadecimal, records, and @address, in decimal, to
+/// go on elsewhere. A record is live:type,id,payload in decimal; dead: is a deleted one, open: one
+/// that was never confirmed, live0: and dead0: are records of version 0. A payload of *n is n
+/// bytes.
 class Image : public NorArray {
  public:
-  explicit Image(unsigned int start = 0) : at(start) {}
-
-  Image& seek(unsigned int addr) {
-    at = addr;
-    return *this;
+  explicit Image(const std::string& text) {
+    std::istringstream in(text);
+    for (std::string token; in >> token;) {
+      if (token[0] == '@') {
+        at = static_cast<unsigned int>(std::stoul(token.substr(1)));
+      } else if (token.find(':') != std::string::npos) {
+        record(token);
+      } else {
+        word(static_cast<unsigned int>(std::stoul(token, nullptr, 16)));
+      }
+    }
   }
-  Image& word(unsigned int value) {
+
+ private:
+  void word(unsigned int value) {
     program(at, static_cast<unsigned short>(value));
     at += 2;
-    return *this;
-  }
-  /// Payload bytes; an odd last one is padded with 0xFF.
-  Image& payload(const std::string& data) {
-    for (unsigned int i = 0; i < data.size(); i += 2) {
-      const unsigned int low = i + 1 < data.size() ? static_cast<unsigned char>(data[i + 1]) : 255;
-      word(static_cast<unsigned char>(data[i]) * 256U + low);
-    }
-    return *this;
-  }
-  /// A record of version 1.
-  Image& record(unsigned int head, unsigned int id, const std::string& data) {
-    return word(head).word(id).word(static_cast<unsigned int>(data.size())).payload(data);
-  }
-  /// A record of version 0.
-  Image& record0(unsigned int head, unsigned int id, const std::string& data) {
-    return word(head).word(id).word(0).word(static_cast<unsigned int>(data.size())).payload(data);
   }
 
-  unsigned int at;
+  void record(const std::string& token) {
+    const bool ver0 = token[4] == '0';
+    unsigned int head = 0, id = 0;
+    int end = 0;
+    std::sscanf(token.c_str() + token.find(':'), ":%u,%u,%n", &head, &id, &end);
+    std::string data = token.substr(token.find(':') + static_cast<unsigned int>(end));
+    if (data[0] == '*') {
+      data = std::string(std::stoul(data.substr(1)), 'p');
+    }
+    head |= ver0 || token[0] == 'd' ? 0 : token[0] == 'l' ? 0x2000 : 0x6000;
+    word(ver0 && token[0] == 'd' ? 0 : head);
+    word(id);
+    if (ver0) {
+      word(0);
+    }
+    word(static_cast<unsigned int>(data.size()));
+    data.resize(presetPadded(static_cast<unsigned int>(data.size())), '\xFF');
+    for (const char c : data) {
+      bytes[at++] = static_cast<unsigned char>(c);
+    }
+  }
+
+  unsigned int at = 0;
 };
