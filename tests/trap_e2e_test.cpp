@@ -22,10 +22,9 @@ class TrapEndToEnd : public testing::Test {
     writeWhole("trapd.conf", "authCommunity log fabric\n");
     const std::string manager = "127.0.0.1:" + std::to_string(freePort(SOCK_DGRAM));
     setenv("TRAP_MANAGER", manager.c_str(), 1);
-    setenv("PATH", (std::string(getenv("PATH")) + ":/usr/sbin").c_str(), 1);
     trapd = std::make_unique<Process>(
-        std::vector<std::string>{"snmptrapd", "-f", "-n", "-C", "-c", "trapd.conf", "-M", MIBS,
-                                 "-m", "TAMRISVANE-MIB", "-Lo", "udp:" + manager},
+        std::vector<std::string>{"/usr/sbin/snmptrapd", "-f", "-n", "-C", "-c", "trapd.conf", "-M",
+                                 MIBS, "-m", "TAMRISVANE-MIB", "-Lo", "udp:" + manager},
         "trapd.log");
     EXPECT_TRUE(trapd->says("NET-SNMP version"));
   }

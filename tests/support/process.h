@@ -37,6 +37,7 @@ class Process {
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     input = ends[1];
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (const std::string& word : words) {
       argv.push_back(const_cast<char*>(word.c_str()));
     }

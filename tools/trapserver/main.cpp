@@ -2,10 +2,13 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 
 #include "trapserver.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int serve(int argc, char** argv) {
   TrapServerOptions options;
   std::string mibs;
   CLI::App app{
@@ -25,5 +28,19 @@ int main(int argc, char** argv) {
     setenv("MIBS", "TAMRISVANE-MIB", 1);
   }
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  if (std::getenv("MIBS") == nullptr) {
+    std::puts("without --mibs, snmptrap has to know the names of TAMRISVANE-MIB by itself");
+  }
   return TrapServer(options).run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return serve(argc, argv);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "trapserver: %s\n", e.what());
+    return 1;
+  }
 }
