@@ -18,13 +18,17 @@
 /// trees of this machine.
 class TrapPortLock {
  public:
-  TrapPortLock() : file(open("/tmp/front_panel_trap_port.lock", O_RDONLY | O_CREAT, 0666)) {
-    EXPECT_EQ(flock(file, LOCK_EX), 0) << "the lock file of the trap port: " << strerror(errno);
+  TrapPortLock() : file(open(PATH, O_RDONLY | O_CLOEXEC)) {
+    if (file < 0) {  // only then: a system may refuse O_CREAT on the file of another user
+      file = open(PATH, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
+    }
+    EXPECT_EQ(flock(file, LOCK_EX), 0) << PATH << ": " << strerror(errno);
   }
   ~TrapPortLock() { close(file); }
 
  private:
-  const int file;
+  static constexpr char PATH[] = "/tmp/front_panel_trap_port.lock";
+  int file;
 };
 
 /// The number of descriptors that a process has open, this one or another.
