@@ -5,25 +5,8 @@
 
 namespace {
 
-bool isComplete(const presetRec_t& rec) {
-  return rec.state == REC_LIVE || rec.state == REC_DELETED;
-}
-
 unsigned int blkEnd(unsigned int blkid) {
   return getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE;
-}
-
-// Walks the log of valid block `blkid` with `take` on every complete record; the one that ends it.
-template <class Take>
-presetRec_t walk(const PresetWords& words, unsigned int blkid, int version, Take take) {
-  const unsigned int ver = static_cast<unsigned int>(version);
-  const unsigned int end = blkEnd(blkid);
-  presetRec_t rec = presetReadRec(words, presetLogStart(blkid, ver), end, ver);
-  while (isComplete(rec)) {
-    take(rec);
-    rec = presetReadRec(words, rec.next, end, ver);
-  }
-  return rec;
 }
 
 presetBlkInfo_t viewBlk(const PresetWords& words, unsigned int blkid, int live) {
@@ -36,7 +19,8 @@ presetBlkInfo_t viewBlk(const PresetWords& words, unsigned int blkid, int live) 
     blk.view = blk.firstDirty == end ? BLKV_ERASED : BLKV_UNUSED;
     return blk;
   }
-  blk.last = walk(words, blkid, blk.version, [](const presetRec_t&) {});
+  blk.last = presetWalkLog(words, blkid, static_cast<unsigned int>(blk.version),
+                           [](const presetRec_t&) {});
   blk.firstDirty = presetFirstDirty(words, blk.last.addr, end);
   if (blk.last.state == REC_CORRUPT) {
     blk.view = BLKV_LOST;
@@ -99,13 +83,14 @@ presetView_t presetView(const PresetWords& words) {
     return view;
   }
   unsigned int size[NUM_PRESETS] = {};
-  walk(words, blkid, view.blk[blkid].version, [&](const presetRec_t& rec) {
-    if (rec.state == REC_LIVE) {
-      view.superseded += size[rec.id] != 0 ? 1 : 0;
-      view.record[rec.id] = rec.addr;
-      size[rec.id] = rec.size;
-    }
-  });
+  presetWalkLog(words, blkid, static_cast<unsigned int>(view.blk[blkid].version),
+                [&](const presetRec_t& rec) {
+                  if (rec.state == REC_LIVE) {
+                    view.superseded += size[rec.id] != 0 ? 1 : 0;
+                    view.record[rec.id] = rec.addr;
+                    size[rec.id] = rec.size;
+                  }
+                });
   for (const unsigned int bytes : size) {
     view.presets += bytes != 0 ? 1 : 0;
     view.payload += bytes;
@@ -129,11 +114,14 @@ void presetMap(const PresetWords& words, const presetView_t& view, unsigned int 
   if (live) {
     const unsigned int ver = static_cast<unsigned int>(blk.version);
     countBytes(cells, &Cell::live, 0, presetLogStart(blkid, ver) - start);
-    logEnd = walk(words, blkid, blk.version, [&](const presetRec_t& rec) {
-               const bool current = rec.state == REC_LIVE && view.record[rec.id] == rec.addr;
-               countBytes(cells, current ? &Cell::live : &Cell::deleted, rec.addr - start,
-                          rec.next - start);
-             }).addr;
+    logEnd = presetWalkLog(words, blkid, static_cast<unsigned int>(blk.version),
+                           [&](const presetRec_t& rec) {
+                             const bool current =
+                                 rec.state == REC_LIVE && view.record[rec.id] == rec.addr;
+                             countBytes(cells, current ? &Cell::live : &Cell::deleted,
+                                        rec.addr - start, rec.next - start);
+                           })
+                 .addr;
   }
   for (unsigned int addr = logEnd; addr < blkEnd(blkid); addr += 2) {
     if (words.word(addr) != REC_WORD_NONE) {
