@@ -1,16 +1,13 @@
 // Preset store: up to 300 typed payloads that survive a power cut, and the handles to them.
 //
-// A PresetMgr is a small handle on one entry of the one store of the process. All its operations
-// work on the store's RAM copy and never wait for the medium; PresetMgr::service, called
-// periodically, brings the medium (pflash.h) into line in the background. A payload is opaque
-// bytes under a 13-bit type; several entries may have the same type, and an entry's number means
-// nothing to the caller.
+// A PresetMgr is a handle on one entry of the one store of the process. Its operations work on a
+// RAM copy and never wait; service, called periodically, brings the medium (pflash.h) into line. A
+// payload is opaque bytes under a 13-bit type. Several entries may have one type.
 //
-// The store's memory is static and nothing allocates. There is no lock: handles, service, flush,
-// format and setFactory run on one thread, or the caller serialises them. The first of them runs
-// the start-up scan and takes as long as reading a block word by word. The process is stopped by a
-// null buffer where bytes have to move, and by a fault in the store's own bookkeeping; the content
-// of the medium never stops it.
+// All memory is static, nothing allocates, and there is no lock: everything here runs on one
+// thread. The first call runs the start-up scan and takes as long as reading a block word by word.
+// A null buffer and a fault in the store's own bookkeeping stop the process, the medium's content
+// never.
 #pragma once
 
 /// Entries in each index table.
