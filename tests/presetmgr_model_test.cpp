@@ -143,6 +143,8 @@ class Model : public testing::Test {
       c = static_cast<char>(random.word());
     }
     const bool isWritable = handle.isOpen && handle.isWriter && !handle.isLost;
+    EXPECT_EQ(handle.mgr.write(bytes.data(), 0xFFFFFFFF - random.below(8)),
+              isWritable ? ERR_WRITE_FAILED : ERR_NOT_OPEN);
     if (isWritable && entries[handle.id].preset && random.oneIn(4)) {
       bytes = entries[handle.id].preset->bytes;  // the same once more
     }

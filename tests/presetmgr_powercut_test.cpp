@@ -277,7 +277,7 @@ const Workload WORKLOADS[] = {
      "p7 r1 . w2,4 ."},
     {"two live records removed", "7FFE 0 live:1,5,old live:1,5,newer", "r1 w3,4 . w1,4 ."},
     {"an unconfirmed record", "7FFE 0 live:1,5,kept open:2,6,half", "p2 w1,4 . w2,4 ."},
-    {"a stray last word", "7FFE 0 live:1,2,*6 dead:7,20,*8154 @8190 1234", "w9,6 . w9,2 ."},
+    {"a stray last word", "7FFE 0 live:1,2,*6 dead:7,20,*8154 @8190 1234", "w9,10 . w9,2 ."},
     {"two valid blocks", "7FFE 0 live:1,2,aa dead:7,20,*20 @8192 7FFE 0 live:1,2,bb",
      "p1 w1,6 p2 r1 w2,6 ."},
     {"a corrupt log", "7FFE 0 live:1,300,bad", "p1 w1,6 ."},
