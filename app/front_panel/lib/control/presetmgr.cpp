@@ -63,7 +63,8 @@ PresetMgr::~PresetMgr() {
   close();
 }
 
-// True while the entry is still the one that was opened: no format or setFactory since.
+// True while the entry is still the one that was opened: no format or setFactory since. After one,
+// the entry may be in use by another handle.
 bool PresetMgr::isCurrent() const {
   return epoch == (userPreset ? store.userEpoch : store.factoryEpoch);
 }
@@ -165,7 +166,7 @@ int PresetMgr::close() {
 }
 
 int PresetMgr::write(const void* buf, unsigned int len) {
-  if (!isOpenForWriting() || !isCurrent() || store.user[id].useCount == 0) {
+  if (!isOpenForWriting() || !isCurrent()) {
     return ERR_NOT_OPEN;
   }
   if (len == 0 || !fitsBlock(id, len)) {
@@ -194,9 +195,6 @@ int PresetMgr::read(void* buf, unsigned int& len) {
     return ERR_NOT_OPEN;
   }
   const preset_t& preset = (userPreset ? store.user : store.factory)[id];
-  if (preset.useCount == 0) {
-    return ERR_NOT_OPEN;
-  }
   if (preset.erased) {
     return ERR_READ_FAILED;
   }
