@@ -168,6 +168,19 @@ TEST_F(Service, WhatMovesATimer) {
   EXPECT_FALSE(presetStore.incTimeoutStarted || presetStore.absTimeoutStarted);
 }
 
+TEST_F(Service, AllEntriesAreUsed) {
+  for (unsigned int i = 0; i < NUM_PRESETS; ++i) {
+    ASSERT_EQ(rig.write(static_cast<unsigned short>(i), "x"), ERR_OK);
+  }
+  EXPECT_EQ(rig.write(300, "x"), ERR_NOT_FOUND);
+  rig.remove(299);
+  EXPECT_EQ(rig.write(300, "y"), ERR_OK);
+  ASSERT_TRUE(rig.drain());
+  rig.restart();
+  EXPECT_EQ(rig.content().size(), NUM_PRESETS);
+  EXPECT_EQ(rig.content()[299], (Preset{300, "y"}));
+}
+
 TEST(WithoutAMedium, TheStoreWorksInRAM) {
   EXPECT_EQ(PresetMgr::flush(), 0);
   for (unsigned int i = 0; i < 40; ++i) {

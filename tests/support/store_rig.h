@@ -37,14 +37,17 @@ class StoreRig {
   /// One pass; true when the store is idle.
   bool pass(bool forceWrite = true) {
     part.beginPass();
-    return doService(forceWrite);
+    if (forceWrite) {
+      return PresetMgr::flush() == 0;
+    }
+    PresetMgr::service();
+    return presetService.action == ACT_NONE;
   }
 
   /// Flushes until nothing is left. False when power is lost on the way.
   bool drain() {
     for (int passes = 0; passes < 200000; ++passes) {
-      part.beginPass();
-      if (PresetMgr::flush() == 0) {
+      if (pass()) {
         return true;
       }
       if (!part.powered()) {
