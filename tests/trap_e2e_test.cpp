@@ -22,9 +22,11 @@ class TrapEndToEnd : public testing::Test {
     writeWhole("trapd.conf", "authCommunity log fabric\n");
     const std::string manager = "127.0.0.1:" + std::to_string(freePort(SOCK_DGRAM));
     setenv("TRAP_MANAGER", manager.c_str(), 1);
+    // Each trap on one line, without names of hosts, which a resolver would be asked for.
     trapd = std::make_unique<Process>(
         std::vector<std::string>{"/usr/sbin/snmptrapd", "-f", "-n", "-C", "-c", "trapd.conf", "-M",
-                                 MIBS, "-m", "TAMRISVANE-MIB", "-Lo", "udp:" + manager},
+                                 MIBS, "-m", "TAMRISVANE-MIB", "-F", "%P %N %W (%q) %v\n", "-Lo",
+                                 "udp:" + manager},
         "trapd.log");
     EXPECT_TRUE(trapd->says("NET-SNMP version"));
   }
@@ -37,9 +39,14 @@ class TrapEndToEnd : public testing::Test {
     panel = std::make_unique<Process>(std::vector<std::string>{PANEL, "--traps", "server"},
                                       "panel.log");
   }
+  // snmptrapd of net-snmp 5.9 writes a dot in front of the number where it formats it by itself.
   bool arrives(unsigned int specific) const {
-    return trapd->says("tamrisvaneTraps.1 Enterprise Specific Trap (" + std::to_string(specific) +
-                       ")");
+    const std::string before = "tamrisvaneTraps.1 Enterprise Specific (";
+    const std::string after = std::to_string(specific) + ")";
+    return comesTrue([&] {
+      const std::string log = trapd->output();
+      return log.find(before + after) != log.npos || log.find(before + "." + after) != log.npos;
+    });
   }
   unsigned int arrived() const {
     const std::string log = trapd->output();

@@ -71,8 +71,10 @@ class TrapServerTest : public testing::Test {
     server = std::make_unique<Process>(
         std::vector<std::string>{TRAPSERVER, "--port", "0", "--seconds", "1", "--snmptrap", script},
         "log");
-    EXPECT_TRUE(server->says("listening on 127.0.0.1:"));
-    port = static_cast<unsigned short>(std::stoul(server->output().substr(23)));
+    const std::string before = "listening on 127.0.0.1:";
+    EXPECT_TRUE(server->says(before));
+    const std::string said = server->output();
+    port = static_cast<unsigned short>(std::stoul(said.substr(said.find(before) + before.size())));
   }
   static std::string ran(unsigned int specific) {
     return "[-v][1][-c][fabric][udp:127.0.0.1:16200][tamrisvaneTraps.1][][6][" +
