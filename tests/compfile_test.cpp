@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "component_writer.h"
+#include "program.h"
 #include "random.h"
-#include "shell.h"
 #include "tempdir.h"
 
 namespace {
@@ -22,7 +22,11 @@ using testing::HasSubstr;
 class CompFile : public testing::Test {
  protected:
   // Runs the program; what it writes, messages included. `status` becomes its exit status.
-  std::string run(const std::string& args) { return runShell(COMPFILE " " + args, status); }
+  std::string run(const std::string& args) {
+    const ProgramResult result = runProgram(COMPFILE " " + args);
+    status = result.status;
+    return result.output;
+  }
 
   // A refusal that names the reason.
   void expectRefused(const std::string& args, const std::string& reason) {

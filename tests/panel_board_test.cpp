@@ -6,7 +6,7 @@
 #include <string>
 
 #include "component_writer.h"
-#include "shell.h"
+#include "program.h"
 #include "tempdir.h"
 
 namespace {
@@ -18,7 +18,9 @@ class PanelBoard : public testing::Test {
  protected:
   std::string panel(const std::string& command) {
     writeWhole("input", command + "\n");
-    return runShell(PANEL " < input", status);
+    const ProgramResult result = runProgram(PANEL " < input");
+    status = result.status;
+    return result.output;
   }
 
   const TempDir dir;
