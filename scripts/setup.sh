@@ -12,7 +12,16 @@ PACKAGES=(
   libxml2-utils                         # tests: checks that files are well-formed
   libbenchmark-dev libboost-dev         # the benchmarks, and what they compare with
 )
-CLANG_PACKAGES=(clang)                  # for the preset "clang" only
+# What a preset needs besides.
+preset_packages() {
+  case "$1" in
+    clang) echo clang ;;
+    asan) echo clang libclang-rt-14-dev ;;
+    m68k | mcf5407) echo g++-m68k-linux-gnu qemu-user googletest ;;
+    i686) echo g++-i686-linux-gnu googletest ;;
+    coverage) echo gcovr ;;
+  esac
+}
 
 say() { echo "$*" >&2; }
 
@@ -52,8 +61,8 @@ install_packages() {
 # build PRESET [TARGET]: configures the preset if that was not done and builds it.
 build() {
   local preset="$1" dir="build/$1"
-  install_packages "${PACKAGES[@]}"
-  [[ "$preset" != clang ]] || install_packages "${CLANG_PACKAGES[@]}"
+  # shellcheck disable=SC2046 # one word per package
+  install_packages "${PACKAGES[@]}" $(preset_packages "$preset")
   mkdir -p build
   if [[ ! -f "$dir/build.ninja" ]]; then
     say "Configuring $dir ..."
