@@ -157,6 +157,7 @@ void TrapServer::stop() {
   stopBy = Clock::now() + TIME_TO_STOP;
   while (takeClient()) {
   }
+  shutdown(listener, SHUT_RDWR);  // at once, also where a child that starts still has a copy
   close(listener);
   listener = -1;
   for (const Connection& connection : connections) {
