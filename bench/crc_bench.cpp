@@ -5,6 +5,7 @@
 // processor; long ones multiply where the processor can.
 #include <algorithm>
 #include <boost/crc.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -78,7 +79,7 @@ void run(benchmark::State& state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(FUNCTION());
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * SIZE));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(SIZE));
 }
 
 template <unsigned int (*OURS)()>

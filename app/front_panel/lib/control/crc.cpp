@@ -95,7 +95,9 @@ CARRYLESS inline __m128i load(const unsigned char* bytes) {
 
 template <unsigned int BITS>
 CARRYLESS inline __m128i movedBy(__m128i lane) {
-  const __m128i powers = _mm_set_epi64x(timesPowerOfX(1, BITS + 64), timesPowerOfX(1, BITS));
+  constexpr unsigned int high = timesPowerOfX(1, BITS + 64);
+  constexpr unsigned int low = timesPowerOfX(1, BITS);
+  const __m128i powers = _mm_set_epi64x(high, low);
   return _mm_xor_si128(_mm_clmulepi64_si128(lane, powers, 0x11),
                        _mm_clmulepi64_si128(lane, powers, 0x00));
 }
