@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <mutex>
 
 #include "debug.h"
 #include "filereplace.h"
@@ -16,6 +17,9 @@ constexpr unsigned int INT_SIZE = 4;
 constexpr unsigned int COPY_POLL = 10 * Preset::REFRESH_POLL;
 
 std::atomic<preset_bk_func_t> my_back_func{nullptr};
+
+// Whoever writes the file holds it: there is one temporary file beside it.
+std::mutex saving;
 
 // The calling thread is not cancelled while one of these lives.
 class CancelHold : public Noncopyable {
@@ -90,6 +94,7 @@ void storeAll(eternity::xml_archive& xml, FileReplacement& file) {
 }
 
 void writeAnew(eternity::xml_archive& xml) {
+  const std::lock_guard<std::mutex> one(saving);
   FileReplacement file(Preset::s_file_name);
   xml.open(file.temporary(), eternity::archive::store);
   storeAll(xml, file);
@@ -211,7 +216,7 @@ int Preset::Stop() {
 // One attempt to save; true when the file is on the disk. A change that is marked while it runs
 // marks the file again, so the mark is taken back before the walk.
 bool Preset::save(eternity::xml_archive& xml) {
-  const std::lock_guard<std::mutex> one(m_saving);
+  const std::lock_guard<std::mutex> one(saving);
   m_need_save = false;
   try {
     FileReplacement file(s_file_name);

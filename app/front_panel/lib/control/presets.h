@@ -17,7 +17,6 @@
 #include <persist_xml.h>
 
 #include <atomic>
-#include <mutex>
 #include <string>
 
 #include "ctrlwrap.h"
@@ -95,7 +94,6 @@ class Preset : public Noncopyable, private JThread {
   std::atomic<CtrlReadWrite**> m_rwp{nullptr};
   std::atomic<bool> m_need_save{false};
   std::atomic<bool> m_need_copy{false};  // a good save that the copy function has not seen
-  std::mutex m_saving;                   // one save at a time
 };
 
 /// Restores the controls of `rwp`, a table ended by a null pointer, from the preset file, and
