@@ -1,8 +1,5 @@
 // The panel's setups, through the panel program: they survive its end, and so does the setup of a
 // panel whose field list was older.
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -11,6 +8,7 @@
 #include "presetmgr.h"
 #include "presets.h"
 #include "presetvarmgr.h"
+#include "program.h"
 #include "simplevarmgr.h"
 #include "tempdir.h"
 
@@ -23,14 +21,9 @@ class PanelSetup : public testing::Test {
   // Runs the panel on the lines of `input` to its end; what it printed. Sets `status`.
   std::string panel(const std::string& input) {
     writeWhole("input", input);
-    std::FILE* const out = popen(PANEL " < input 2>&1", "r");
-    std::string text;
-    for (int c = std::fgetc(out); c != EOF; c = std::fgetc(out)) {
-      text += static_cast<char>(c);
-    }
-    const int result = pclose(out);
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    return text;
+    const ProgramResult result = runProgram(PANEL " < input");
+    status = result.status;
+    return result.output;
   }
 
   TempDir dir;
