@@ -105,16 +105,22 @@ TEST(JThreadTest, NoThreadIsLeftBehindADestroyedObject) {
   EXPECT_EQ(Unwound::count, 1);
 }
 
-TEST(JThreadTest, AThreadCannotKillItself) {
-  std::atomic<int> result{0};
-  Worker worker([&result](Worker& self) -> void* {
+// Also while another thread waits in Kill for its end, which would otherwise never come.
+TEST(JThreadTest, AThreadCannotStartOrKillItself) {
+  std::atomic<int> rounds{0};
+  Worker worker([&rounds](Worker& self) -> void* {
     self.ThreadStarted();
-    result = self.Kill();
-    return nullptr;
+    for (;; ++rounds) {
+      EXPECT_EQ(self.Kill(), ERR_JTHREAD_OWNTHREAD);
+      EXPECT_EQ(self.Start(), ERR_JTHREAD_ALREADYRUNNING);
+      if (rounds >= 100) {
+        pthread_testcancel();
+      }
+    }
   });
   EXPECT_EQ(worker.Start(), 0);
-  awaitEnd(worker);
-  EXPECT_EQ(result, ERR_JTHREAD_OWNTHREAD);
+  EXPECT_EQ(worker.Kill(), 0);
+  EXPECT_GE(rounds, 100);
 }
 
 TEST(JThreadTest, AThreadThatCannotBeMadeIsReported) {

@@ -247,8 +247,9 @@ bool Preset::Save_now() {
 
 // Cancelled only at the head and at the sleep: Stop waits for the end of a save or copy.
 void* Preset::Thread() {
-  ThreadStarted();
+  // In front of ThreadStarted: the first period counts from Start, however late this thread is.
   unsigned int refreshPoll = Timer::getSysTime();
+  ThreadStarted();
   unsigned int refreshPoll_Copy = refreshPoll;
   eternity::xml_archive xml;
   for (;;) {

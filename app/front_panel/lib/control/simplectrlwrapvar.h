@@ -10,6 +10,8 @@
 // converter, an index outside the family, two members in one place.
 #pragma once
 
+#include <type_traits>
+
 #include "ctrlsys.h"
 
 /// Product of the `numDim` dimensions, in unsigned 32-bit arithmetic; 1 for none.
@@ -29,6 +31,9 @@ extern const CmdStsIdx2ArrIdxFn DEFAULT_CONV[4];
 /// What a member knows of its family. Entry is CtrlRead or CtrlReadWrite.
 template <class Entry>
 class CtrlFamily {
+  static_assert(std::is_same_v<Entry, CtrlRead> || std::is_same_v<Entry, CtrlReadWrite>,
+                "a family holds pointers to CtrlRead or to CtrlReadWrite");
+
  public:
   /// `ainit`: the family's flag. `arr`, `arrSize`: its array and the capacity in elements. `d`,
   /// `nd`: its dimensions, not copied, and their number; `c`: its converter, or null.

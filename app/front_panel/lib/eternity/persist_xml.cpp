@@ -48,13 +48,6 @@ std::string readFile(const std::string& name) {
   return text;
 }
 
-bool isElementName(const std::string& key) {
-  constexpr char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz_";
-  const std::string inner = std::string(LETTERS) + "0123456789.-";
-  return !key.empty() && std::strchr(LETTERS, key[0]) != nullptr &&
-         key.find_first_not_of(inner) == std::string::npos;
-}
-
 }  // namespace
 
 xml_archive::xml_archive() {

@@ -43,10 +43,11 @@ class xml_archive : public archive {
   void read(const std::string& key, std::string& value, int index);
 
   /// Writes one element and flushes. `T` is int, or char* for a zero-terminated text (null is
-  /// empty). Throws when no file is open for storing and when `key` is no element name. A write
-  /// that the system does not take shows in failed().
+  /// empty); any other does not compile. Throws, with nothing written, when no file is open for
+  /// storing and when `key` would not be read back as the name of an element (isElementName). A
+  /// write that the system does not take shows in failed().
   template <class T>
-  void write(const std::string& key, T value);
+  void write(const std::string& key, T value) = delete;
 
   /// Writes the indentation of the present depth, a tab per level; the children of the root are
   /// at depth 0.
@@ -75,8 +76,10 @@ class xml_archive : public archive {
   void put(const std::string& key, const std::string& value);
 };
 
+/// As declared in the class.
 template <>
 void xml_archive::write<int>(const std::string& key, int value);
+/// As declared in the class.
 template <>
 void xml_archive::write<char*>(const std::string& key, char* value);
 

@@ -61,6 +61,12 @@ char referredByte(const std::string& name) {
 
 }  // namespace
 
+bool isElementName(const std::string& name) {
+  // The array's terminator is one of the bytes that end a name here.
+  return !name.empty() && name[0] != '!' && name[0] != '?' &&
+         name.find_first_of(NAME_END, 0, sizeof NAME_END) == std::string::npos;
+}
+
 std::string unescape(const std::string& text) {
   constexpr std::size_t LONGEST = 8;  // of a reference between & and ;
   std::string out;

@@ -69,6 +69,10 @@ class xml_scanner {
   std::size_t m_pos = 0;                // the next byte of it
 };
 
+/// Tells whether the scanner reads `name` back from a tag: it is not empty, does not begin with
+/// ! or ?, and holds no white space, no zero byte and none of the characters < > / = & ' ".
+bool isElementName(const std::string& name);
+
 /// Replaces the references in `text` by the bytes they stand for.
 std::string unescape(const std::string& text);
 

@@ -1,5 +1,12 @@
 #include "jthread.h"
 
+namespace {
+
+// The object whose Thread() the calling thread runs; null on a thread that is no JThread.
+thread_local const JThread* own = nullptr;
+
+}  // namespace
+
 // Marks the thread as ended however its body is left. A cancelled thread leaves by unwinding, so
 // a destructor is the one place that both ways pass.
 class JThread::EndMark {
@@ -27,6 +34,7 @@ JThread::~JThread() {
 void* JThread::run(void* self) {
   JThread& t = *static_cast<JThread*>(self);
   EndMark mark(t);
+  own = &t;
   void* const value = t.Thread();
   t.result = value;
   return value;
@@ -38,7 +46,12 @@ void JThread::join() {
   joinable = false;
 }
 
+// A thread that asks for itself is answered before the lock: whoever holds that in Kill waits for
+// this very thread.
 int JThread::Start() {
+  if (own == this) {
+    return ERR_JTHREAD_ALREADYRUNNING;
+  }
   std::lock_guard<std::mutex> one(control);
   if (IsRunning()) {
     return ERR_JTHREAD_ALREADYRUNNING;
@@ -60,12 +73,12 @@ int JThread::Start() {
 }
 
 int JThread::Kill() {
+  if (own == this) {
+    return ERR_JTHREAD_OWNTHREAD;
+  }
   std::lock_guard<std::mutex> one(control);
   if (!joinable) {
     return ERR_JTHREAD_NOTRUNNING;
-  }
-  if (pthread_equal(thread, pthread_self()) != 0) {
-    return ERR_JTHREAD_OWNTHREAD;
   }
   const bool wasRunning = IsRunning();
   if (wasRunning) {

@@ -1,11 +1,12 @@
 // A thread as a class: derive from JThread, give it a Thread(), call Start().
 //
 // Stand-in for the JThread library over POSIX threads, with the operations that this system uses.
-// Start, Kill, IsRunning and GetReturnValue may be called from any thread; Kill may not be called
-// from the thread that it is to end. A class that derives from JThread calls Kill in its own
-// destructor, because the thread may still be inside its Thread() when the base is destroyed.
-// Kill cancels and then waits for the end, so a Thread() that never reaches a cancellation point
-// (see pthreads(7)) makes Kill wait for ever.
+// The object belongs to the application and outlives its thread: a class that derives from JThread
+// calls Kill in its own destructor, because the thread may still be inside its Thread() when the
+// base is destroyed. All operations may be called from any thread, also from the thread itself,
+// whose own Start and Kill are refused at once. Kill cancels and then waits for the end, so it
+// waits for ever when Thread() never reaches a cancellation point (a wait, or pthread_testcancel),
+// or when that thread waits in Kill for the caller. Nothing here stops the process.
 #pragma once
 
 #include <pthread.h>
@@ -23,8 +24,10 @@ constexpr int ERR_JTHREAD_CANTSTART = -3;
 /// Kill: called from the thread itself.
 constexpr int ERR_JTHREAD_OWNTHREAD = -4;
 
+/// A thread. Derived classes supply its body.
 class JThread {
  public:
+  /// No thread yet.
   JThread() = default;
   JThread(const JThread&) = delete;
   JThread& operator=(const JThread&) = delete;
@@ -33,14 +36,17 @@ class JThread {
   virtual ~JThread();
 
   /// Starts a thread that runs Thread(), and returns once that has called ThreadStarted() or
-  /// has ended. Returns 0, or ERR_JTHREAD_ALREADYRUNNING or ERR_JTHREAD_CANTSTART.
+  /// has ended. Returns 0, or ERR_JTHREAD_ALREADYRUNNING, also to the thread itself, or
+  /// ERR_JTHREAD_CANTSTART.
   int Start();
 
   /// Cancels the thread and waits for its end. Returns 0; ERR_JTHREAD_NOTRUNNING, with nothing
-  /// done, when the thread was never started or has ended; or ERR_JTHREAD_OWNTHREAD.
+  /// done, when the thread was never started or has ended; or ERR_JTHREAD_OWNTHREAD, with nothing
+  /// done, to the thread itself.
   int Kill();
 
-  /// The body of the thread.
+  /// The body of the thread, which runs it; its result is for GetReturnValue. It calls
+  /// ThreadStarted() when it is up.
   virtual void* Thread() = 0;
 
   /// Tells whether the thread is between its Start and its end.
@@ -51,7 +57,7 @@ class JThread {
   void* GetReturnValue();
 
  protected:
-  /// The first thing that Thread() calls: lets Start return.
+  /// Lets Start return. For Thread(), once what the caller of Start relies on is done.
   void ThreadStarted();
 
  private:
