@@ -36,17 +36,13 @@ bool isCancellation() {
   return std::current_exception() == nullptr;
 }
 
-void getText(CtrlReadWrite& control, char (&text)[TEXT_SIZE]) {
-  text[0] = 0;
-  control.get(text, TEXT_SIZE);
-  text[TEXT_SIZE - 1] = 0;
-}
-
 void storeControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
   const char* const name = control.getName();
   if (control.getType() == DATA_TYPE_STRING) {
     char text[TEXT_SIZE];
-    getText(control, text);
+    text[0] = 0;
+    control.get(text, TEXT_SIZE);
+    text[TEXT_SIZE - 1] = 0;
     xml.write<char*>(name, text);
   } else {
     unsigned char value[INT_SIZE] = {};
@@ -58,12 +54,8 @@ void storeControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
 void loadText(CtrlReadWrite& control, const std::string& value) {
   control.set(value.c_str(), static_cast<unsigned int>(value.length()));
   if (value.empty()) {
-    // A control may take a set of no bytes as none at all and still hold its old text.
-    char text[TEXT_SIZE];
-    getText(control, text);
-    if (text[0] != 0) {
-      control.set("", 1);
-    }
+    // A control may take a set of no bytes as none at all and keep its old text.
+    control.set("", 1);
   }
 }
 
