@@ -11,11 +11,13 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <mutex>
 #include <vector>
 
 #include "fatal.h"
 #include "iofault.h"
 #include "random.h"
+#include "simplevarmgr.h"
 #include "tempdir.h"
 
 namespace {
@@ -465,6 +467,51 @@ TEST_F(PresetTest, StopLetsASaveFinish) {
   EXPECT_EQ(Preset::Instance()->Stop(), 0);
   name.onGet = nullptr;
   EXPECT_EQ(readWhole(XML), fileOf(7, -3, "Unit 1"));
+}
+
+// The thread saves while the requests go on: the file holds what is confirmed, the even numbers,
+// and a save disturbs no set. What the file says of a text wins over its default, also when empty.
+TEST_F(PresetTest, ASavedVariableKeepsWhatIsConfirmed) {
+  RefreshMgr group;
+  std::mutex guard;
+  int volume = 0;
+  char unit[8] = "";
+  char work[sizeof unit];
+  ReadWriteVarMgrSimpleInt number(volume, group, 1, nullptr, RANGE_CLIP);
+  ReadWriteVarMgrSimpleStr text(group, unit, work, sizeof work, nullptr, "default");
+  CtrlReadWriteVarMgr entry(1234, 0, number);
+  CtrlReadWriteVarMgr named(90, 0, text);
+  CtrlSaved savedNumber(entry, volume, guard);
+  CtrlSaved savedText(named, unit, guard);
+  table[0] = &savedNumber;
+  table[1] = &savedText;
+  table[2] = nullptr;
+  entry.init();
+  named.init();
+  writeWhole(XML, fileOf(20, 0, ""));
+  start();
+  EXPECT_EQ(volume, 20);
+  EXPECT_STREQ(unit, "");
+  unsigned char buf[4];
+  int last = 20;
+  for (int round = 0; round < 20; ++round) {
+    Preset::Instance()->Set_need_save();
+    Timer::sysTime += 10000;
+    sem_post(&passBegins);
+    do {
+      ReadVarMgr::setBufInt(buf, sizeof buf, ++last);
+      EXPECT_TRUE(entry.validate(buf, sizeof buf));
+      entry.set(buf, sizeof buf);
+      const std::lock_guard<std::mutex> lock(guard);
+      EXPECT_EQ(last % 2 == 0 ? entry.confirm() : 0, 0);
+      EXPECT_EQ(number.get(), last);
+    } while (sem_trywait(&passEnded) != 0);
+    eternity::xml_archive xml;
+    int saved;
+    xml.open(XML, archive::load);
+    xml.read("CV-1234-I-0", saved, 0);
+    EXPECT_EQ(saved % 2, 0);
+  }
 }
 
 // A control that is cancelled all the same: nothing swallows it, the old file stays, and the mark.

@@ -48,7 +48,7 @@ UnitName::UnitName()
     : var(settingsGroup, settings.name, working, sizeof working,
           ReadWriteVarMgrStr::BOUNDS_PRINTABLE, DEFAULTS.name),
       entry(ID_NAME, 0, var, nameFirst, nameMember, 1, nullptr, 0, nullptr),
-      saved(entry, settings.name) {}
+      saved(entry, settings.name, settingsLock) {}
 
 // The index of a two-dimensional control: first subscript in bits 0 to 7, second in bits 8 to 15.
 Gain::Gain(unsigned int channel, unsigned int band)
@@ -56,23 +56,23 @@ Gain::Gain(unsigned int channel, unsigned int band)
           RANGE_CLIP),
       entry(ID_GAIN, channel | band << 8, var, gainFirst, gainMembers, CHANNELS * BANDS, GAIN_DIM,
             2, nullptr),
-      saved(entry, settings.gain[channel][band]) {}
+      saved(entry, settings.gain[channel][band], settingsLock) {}
 
 Mute::Mute(unsigned int channel)
     : var(settings.mute[channel], settingsGroup, ReadWriteVarMgrBool::OFF, RANGE_WRAP),
       entry(ID_MUTE, channel, var, muteFirst, muteMembers, CHANNELS, CHANNEL_DIM, 1, nullptr),
-      saved(entry, settings.mute[channel]) {}
+      saved(entry, settings.mute[channel], settingsLock) {}
 
 Input::Input(unsigned int channel)
     : var(settings.input[channel], settingsGroup, DEFAULTS.input[channel], INPUT_BOUNDS,
           RANGE_WRAP),
       entry(ID_INPUT, channel, var, inputFirst, inputMembers, CHANNELS, CHANNEL_DIM, 1, nullptr),
-      saved(entry, settings.input[channel]) {}
+      saved(entry, settings.input[channel], settingsLock) {}
 
 Limit::Limit()
     : var(settings.limit, settingsGroup, DEFAULTS.limit, LIMIT_BOUNDS, RANGE_CLIP),
       entry(ID_LIMIT, 0, var, limitFirst, limitMember, 1, nullptr, 0, nullptr),
-      saved(entry, settings.limit) {}
+      saved(entry, settings.limit, settingsLock) {}
 
 Temperature::Temperature(unsigned int channel)
     : entry(ID_TEMPERATURE, channel, var, temperatureFirst, temperatureMembers, CHANNELS,

@@ -55,35 +55,35 @@ struct UnitName {
   char working[NAME_SIZE];
   ReadWriteVarMgrSimpleStr var;
   SimpleCtrlReadWriteVarMgr entry;
-  SavedControl saved;
+  CtrlSaved saved;
 };
 
 struct Gain {
   Gain(unsigned int channel, unsigned int band);
   ReadWriteVarMgrSimpleInt var;
   SimpleCtrlReadWriteVarMgr entry;
-  SavedControl saved;
+  CtrlSaved saved;
 };
 
 struct Mute {
   explicit Mute(unsigned int channel);
   ReadWriteVarMgrSimpleBool var;
   SimpleCtrlReadWriteVarMgr entry;
-  SavedControl saved;
+  CtrlSaved saved;
 };
 
 struct Input {
   explicit Input(unsigned int channel);
   ReadWriteVarMgrSimpleInt var;
   SimpleCtrlReadWriteVarMgr entry;
-  SavedControl saved;
+  CtrlSaved saved;
 };
 
 struct Limit {
   Limit();
   ReadWriteVarMgrSimpleInt var;
   SimpleCtrlReadWriteVarMgr entry;
-  SavedControl saved;
+  CtrlSaved saved;
 };
 
 /// A value of the device that nobody sets: a variable manager of the application's own.

@@ -1,10 +1,10 @@
 // Saving: how confirmed settings reach presets.xml, now, later and when the process ends.
 //
 // The preset thread reads every saved control at a time of its own, while the main thread serves
-// requests. It is given SavedControl objects instead of the entries of the registry: they read the
-// confirmed value, under `settingsLock`, and leave the entry and its variable alone. So the file
-// never holds a value that was set but not confirmed, and a save in the background cannot disturb
-// a request. All functions here belong to the main thread. Nothing stops the process.
+// requests. So its table holds a CtrlSaved for each entry, which reads the confirmed value under
+// `settingsLock`: the file never holds a value that was set but not confirmed, and a save in the
+// background cannot disturb a request. All functions here belong to the main thread. Nothing stops
+// the process.
 #pragma once
 
 #include <mutex>
@@ -15,28 +15,6 @@
 /// Guards the confirmed settings. The main thread holds it to write them; the preset thread holds
 /// it to read them. The main thread needs no lock to read.
 extern std::mutex settingsLock;
-
-/// What the preset file sees of a control.
-class SavedControl : public CtrlReadWrite {
- public:
-  /// `e`: the control's entry. `confirmed`: the confirmed integer or boolean.
-  SavedControl(CtrlReadWrite& e, const int& confirmed);
-  /// `confirmed`: the confirmed text.
-  SavedControl(CtrlReadWrite& e, const char* confirmed);
-
-  CTRL_DATA_TYPE getType() const override;
-  /// The confirmed value. Any thread.
-  void get(void* buf, unsigned int size) override;
-  void init() override {}
-  bool validate(const void* buf, unsigned int size) const override;
-  int set(const void* buf, unsigned int size) override;
-  int confirm() override;
-
- private:
-  CtrlReadWrite& entry;
-  const int* const number;
-  const char* const text;
-};
 
 /// Validates a setting, puts it on the confirm queue and sets it: ctrlDoValidateSet, counted.
 int setControl(unsigned int id, unsigned int index, const void* data, unsigned int size);

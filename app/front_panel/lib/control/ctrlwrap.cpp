@@ -52,3 +52,43 @@ int CtrlReadWriteVarMgr::set(const void* buf, unsigned int size) {
 int CtrlReadWriteVarMgr::confirm() {
   return commitVarMgr(rwvar);
 }
+
+CtrlSaved::CtrlSaved(CtrlReadWrite& e, const int& confirmed, std::mutex& guard)
+    : CtrlReadWrite(e.getVarID(), e.getIndex()),
+      entry(e),
+      number(&confirmed),
+      text(nullptr),
+      lock(guard) {}
+
+CtrlSaved::CtrlSaved(CtrlReadWrite& e, const char* confirmed, std::mutex& guard)
+    : CtrlReadWrite(e.getVarID(), e.getIndex()),
+      entry(e),
+      number(nullptr),
+      text(confirmed),
+      lock(guard) {}
+
+CTRL_DATA_TYPE CtrlSaved::getType() const {
+  return entry.getType();
+}
+
+void CtrlSaved::get(void* buf, unsigned int size) {
+  const std::lock_guard<std::mutex> held(lock);
+  if (number != nullptr) {
+    ReadVarMgr::setBufInt(buf, size, *number);
+  } else {
+    ReadVarMgr::setBufStr(buf, size, text, false);
+  }
+}
+
+bool CtrlSaved::validate(const void* buf, unsigned int size) const {
+  return entry.validate(buf, size);
+}
+
+int CtrlSaved::set(const void* buf, unsigned int size) {
+  return entry.set(buf, size);
+}
+
+int CtrlSaved::confirm() {
+  const std::lock_guard<std::mutex> held(lock);
+  return entry.confirm();
+}

@@ -1,12 +1,15 @@
 // Control entries: the object behind one variable id and variable index.
 //
 // CtrlRead and CtrlReadWrite are what the registry (ctrlsys.h), the preset file and the trap device
-// see of a control. An application class with behaviour of its own derives from one of them; the
-// two adapters here put a variable manager (varmgr.h) behind the interface. Entries live as long
-// as the registry, own nothing and hold no lock: requests are serialised by the application. A get
-// of CtrlReadWriteVarMgr refreshes its manager, so it is a change and no reader for another thread.
-// A name that does not fit stops the process at construction: it is the key in the preset file.
+// see of a control. An application class with behaviour of its own derives from one of them; two
+// adapters put a variable manager (varmgr.h) behind the interface. Entries live as long as the
+// registry, own nothing and hold no lock: requests are serialised by the application. A get of
+// CtrlReadWriteVarMgr refreshes its manager, so it is a change and no reader for another thread:
+// CtrlSaved is, and stands for an entry in the table of the preset file. A name that does not fit
+// stops the process at construction: it is the key in that file.
 #pragma once
+
+#include <mutex>
 
 #include "varmgr.h"
 
@@ -86,4 +89,37 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
 
  protected:
   ReadWriteVarMgr& rwvar;
+};
+
+/// A control as the preset file sees it: its confirmed value, which its manager publishes to a
+/// global of the application. It takes the place of the entry in the table of initPresets.
+///
+/// get reads the global alone, so that it may run on the preset thread at any time: it neither
+/// shows a value that is set and not confirmed nor touches the manager. For that, whoever writes
+/// the global holds `guard`: round ctrlDoConfirm, the recall of a setup, an assignment. One thread
+/// does so, and reads without it. set and confirm work on the entry and belong to that thread.
+class CtrlSaved : public CtrlReadWrite {
+ public:
+  /// `e`: the entry. `confirmed`: the global of its integer or boolean variable. `guard`: a mutex
+  /// of the application, one for any number of controls. All outlive this object. Nobody holds
+  /// `guard` when calling what calls this object: initPresets, Save_now, Stop and Test of Preset.
+  CtrlSaved(CtrlReadWrite& e, const int& confirmed, std::mutex& guard);
+  /// The same for a text; `confirmed` is zero-terminated.
+  CtrlSaved(CtrlReadWrite& e, const char* confirmed, std::mutex& guard);
+
+  CTRL_DATA_TYPE getType() const override;
+  /// The confirmed value. Any thread; waits for `guard`.
+  void get(void* buf, unsigned int size) override;
+  /// Does nothing: the registry initialises the entry.
+  void init() override {}
+  bool validate(const void* buf, unsigned int size) const override;
+  int set(const void* buf, unsigned int size) override;
+  /// Confirms the entry with `guard` held.
+  int confirm() override;
+
+ private:
+  CtrlReadWrite& entry;
+  const int* const number;
+  const char* const text;
+  std::mutex& lock;
 };

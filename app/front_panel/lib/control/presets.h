@@ -1,15 +1,13 @@
-// The preset file: keeps the values of all read-write controls in "presets.xml" (docs/formats.md).
+// The preset file: keeps the values of all read-write controls in "presets.xml".
 //
-// The application calls initPresets once, with its complete control table and the timer thread
-// running. That restores the controls, or writes the file anew, and starts the preset thread, which
-// saves the file at most every 10 seconds while a change is marked with Set_need_save. The file is
-// replaced as a whole (filereplace.h), so it is complete at every moment, old or new.
-// The setup verbs, at the end of this file, keep variables in the preset store instead.
+//   CtrlSaved saved(entry, volume, guard);                        // volume: the entry's global
+//   CtrlReadWrite* table[] = {&saved, nullptr};
+//   initPresets(table, nullptr);                                  // restores, starts the saving
+//   { std::lock_guard<std::mutex> lock(guard); ctrlDoConfirm(); } // after each set
+//   Preset::Instance()->Set_need_save();                          // in the file 10 s later
 //
-// The application owns the table and its entries, which live as long as the process. No lock: the
-// preset thread calls getName, getType and get of the entries while other threads change them, so
-// these must be safe to call from it. Set_need_save, Need_save and Save_now may be called from any
-// thread; everything else belongs to the thread that starts up. A null table stops the process.
+// Table and entries are the application's and live as long as the process. A null table stops it.
+// Each declaration says which thread may call it. The setup verbs are at the end of this file.
 #pragma once
 
 #include <jthread.h>
@@ -28,6 +26,13 @@
 using preset_bk_func_t = void (*)();
 
 /// The one keeper of the preset file, with its thread.
+///
+/// The preset thread wakes once a second. It saves the file when a change is marked, which replaces
+/// the file as a whole: it is complete at every moment, old or new. And it calls the copy function.
+/// Of the table it calls getName, getType and get, at a time of its own and without a lock, while
+/// the application changes the controls. So get has to be safe beside all that the application does
+/// with the control: that of CtrlSaved is, that of an entry on a variable manager is not. Save_now
+/// does the same on its caller's thread. set and confirm run in initPresets alone.
 class Preset : public Noncopyable, private JThread {
  public:
   /// Least time between the starts of two saves, in ticks: 10 seconds.
@@ -35,34 +40,38 @@ class Preset : public Noncopyable, private JThread {
   /// The name of the file, taken against the working directory.
   static const std::string s_file_name;
 
-  /// The one instance, made at the first call; its thread is stopped at process exit.
+  /// The one instance, made at the first call, on any thread; its thread is stopped at process
+  /// exit.
   static Preset* Instance();
 
-  /// Takes the control table, ended by a null pointer. REQUIRES: `rwp` is not null.
+  /// Takes the control table, ended by a null pointer. Start-up thread, in front of Start.
+  /// REQUIRES: `rwp` is not null.
   void Init(CtrlReadWrite** rwp);
 
   /// Writes every control of the table to `xml`, or sets and confirms every control from it, as
   /// the archive's direction says. A control that `xml` has no value for keeps its own and is
-  /// reported on standard output. Exceptions of a store go to the caller.
+  /// reported on standard output. Exceptions of a store go to the caller. A load belongs to the
+  /// thread that sets and confirms the controls; a store may run on any.
   /// REQUIRES: Init has been called.
   void xml_serialize(eternity::xml_archive& xml);
 
-  /// Says on standard output which way `stream` goes. Transfers nothing.
+  /// Says on standard output which way `stream` goes. Transfers nothing. Any thread.
   void serialize(eternity::bin_archive& stream);
 
-  /// Confirms every control of the table; without a table nothing.
+  /// Confirms every control of the table; without a table nothing. The thread of the requests.
   void Var_commit();
 
   /// Marks the file as out of date: a control has changed. The preset thread saves it within
-  /// about a second, but not sooner than REFRESH_POLL behind the start of the last save.
+  /// about a second, but not sooner than REFRESH_POLL behind the start of the last save. Any
+  /// thread.
   void Set_need_save() { m_need_save = true; }
 
-  /// True when a change is marked and no save has begun to write it.
+  /// True when a change is marked and no save has begun to write it. Any thread.
   bool Need_save() const { return m_need_save; }
 
-  /// Saves now, on the calling thread, marked or not, and behind a save that is running. True when
-  /// the file is on the disk with every change that was marked before the call. An application
-  /// that ends saves what is left so:
+  /// Saves now, on the calling thread, which may be any, marked or not, and behind a save that is
+  /// running. True when the file is on the disk with every change that was marked before the call;
+  /// false, and the mark stays, when it is not. An application that ends saves what is left so:
   ///
   ///   Preset::Instance()->Stop();
   ///   if (Preset::Instance()->Need_save()) { Preset::Instance()->Save_now(); }
@@ -70,18 +79,20 @@ class Preset : public Noncopyable, private JThread {
   /// REQUIRES: Init has been called.
   bool Save_now();
 
-  /// Prints a heading; there is nothing further to show.
+  /// Prints a heading; there is nothing further to show. Any thread.
   void Dump();
 
-  /// A diagnostic that initialises, reads, prints and confirms every control. It resets them all.
+  /// A diagnostic that initialises, reads, prints and confirms every control. It resets them all,
+  /// but for those behind a CtrlSaved, whose init does nothing. The thread of the requests.
   void Test();
 
-  /// Starts the preset thread and says so on standard output. Returns what JThread::Start returns.
+  /// Starts the preset thread and says so on standard output; initPresets does it. Returns what
+  /// JThread::Start returns. Any thread.
   int Start();
 
   /// Ends the preset thread and says so on standard output; a save or copy that is running is
   /// finished first, so the caller holds no lock that a control's get or the copy function takes.
-  /// Returns what JThread::Kill returns; harmless without a thread.
+  /// Returns what JThread::Kill returns; harmless without a thread. Any thread but this one.
   int Stop();
 
  private:
@@ -101,7 +112,8 @@ class Preset : public Noncopyable, private JThread {
 /// the values that the controls hold; a damaged one is first moved aside (keepAside). `func` is
 /// the copy function; null keeps that of an earlier call. Does nothing when the table is null or
 /// empty. An eternity::exception leaves this function, and no thread is started, when the file
-/// cannot be written anew. The calling thread is not cancelled meanwhile.
+/// cannot be written anew. Call once, with the timer thread running, on the thread of the requests,
+/// which is not cancelled meanwhile.
 void initPresets(CtrlReadWrite** rwp, void (*func)());
 
 // The setup verbs keep a list of variables (presetmake.h) in the preset store, packed to the bit,
