@@ -1,119 +1,98 @@
-// The panel's preset store, through the panel program: what a person stores is there afterwards.
-#include <signal.h>
-#include <unistd.h>
-
-#include "fatal.h"
-#include "program.h"
-#include "tempdir.h"
+// The panel's presets and setups, through the panel program: what a person stores is there
+// afterwards.
+#include "panel.h"
+#include "pfmedium_file.h"
+#include "presetlist.h"
+#include "presetmgr.h"
+#include "presets.h"
 
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
 
-class PanelStore : public testing::Test {
- protected:
-  // Runs the panel on the lines of `input` to its end; what it printed. Sets `status`.
-  std::string panel(const std::string& input, const std::string& options = "") {
-    writeWhole("input", input);
-    const ProgramResult result = runProgram(PANEL + options + " < input");
-    status = result.status;
-    return result.output;
-  }
-
-  // Starts a panel, hands it `input`, waits for `answer` and kills it.
-  void panelKilledAfter(const std::string& input, const std::string& answer) {
-    int in[2], out[2];
-    ASSERT_EQ(pipe(in) + pipe(out), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-      dup2(in[0], STDIN_FILENO);
-      dup2(out[1], STDOUT_FILENO);
-      for (const int fd : {in[0], in[1], out[0], out[1]}) {
-        close(fd);
-      }
-      execl(PANEL, PANEL, nullptr);
-      _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
-    std::string text;
-    char c;
-    while (text.find(answer) == text.npos && read(out[0], &c, 1) == 1) {
-      text += c;
-    }
-    EXPECT_THAT(text, HasSubstr(answer));
-    EXPECT_THAT(panel("preset list\n"), HasSubstr("another process has it open"));
-    EXPECT_EQ(status, 2);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    close(in[1]);
-    close(out[0]);
-  }
-
-  const TempDir dir;
-  int status = 0;
-};
+using PanelStore = PanelTest;
 
 TEST_F(PanelStore, KeepsPresetsAcrossAnEndAndAKill) {
-  std::string out = panel(
-      "preset write 5 first\npreset write 0x6 second one\npreset write 5 changed\n"
-      "preset read 5\npreset map\n");
+  EXPECT_THAT(run("preset write 5 first\npreset write 0x6 second one\npreset write 5 changed\n"
+                  "preset read 5\npreset map\n"),
+              AllOf(HasSubstr("|changed|"), HasSubstr("| 0x0000  ......")));
   EXPECT_EQ(status, 0);
-  EXPECT_THAT(out, HasSubstr("|changed|"));
-  EXPECT_THAT(out, HasSubstr("| 0x0000  ......"));
 
   // Without a flush, ended by the end of its input, it has stored everything.
-  panelKilledAfter("preset remove 5\npreset write 8191 third\npreset flush\npreset write 6 lost\n",
-                   "preset 6 has 4 bytes");
-  out = panel("preset list\npreset map\n");
-  EXPECT_THAT(out, HasSubstr("|second one|"));
-  EXPECT_THAT(out, HasSubstr("|third|"));
-  EXPECT_THAT(out, Not(HasSubstr("changed")));
-  EXPECT_THAT(out, HasSubstr("| 2 presets; a new one has room for 8154 bytes"));
-  EXPECT_THAT(out, HasSubstr("| 0x0000  ##"));
-
-  EXPECT_THAT(panel("preset format\npreset list\n"), HasSubstr("| 0 presets"));
-  EXPECT_THAT(panel("preset list\n"), HasSubstr("| 0 presets"));
+  Process killed({PANEL}, "log");
+  killed.type("preset remove 5\npreset write 8191 third\npreset flush\npreset write 6 lost\n");
+  EXPECT_TRUE(killed.says("preset 6 has 4 bytes"));
+  EXPECT_THAT(run("preset list\n"), HasSubstr("another process has it open"));
+  EXPECT_EQ(status, 2);
+  killed.end(SIGKILL);
+  EXPECT_THAT(run("preset list\npreset map\n"),
+              AllOf(HasSubstr("|second one|"), HasSubstr("|third|"), Not(HasSubstr("changed")),
+                    HasSubstr("| 2 presets; a new one has room for 8154 bytes"),
+                    HasSubstr("| 0x0000  ##")));
+  EXPECT_THAT(run("preset format\npreset list\n"), HasSubstr("| 0 presets"));
+  EXPECT_THAT(run("preset list\n"), HasSubstr("| 0 presets"));
+  writeWhole("short", "no store");
+  EXPECT_THAT(run("preset list\n", " --store short"),
+              HasSubstr("panel: short cannot hold the preset store: it has 8 bytes"));
+  EXPECT_EQ(status, 2);
 }
 
 // The disk takes no more than the first block, so a block copy to the other one fails.
 TEST_F(PanelStore, AFullDiskIsReportedAndLosesNothing) {
-  panel("preset write 5 " + std::string(5000, 'a') + "\n");
+  run("preset write 5 " + std::string(5000, 'a') + "\n");
   writeWhole("input", "preset write 5 " + std::string(5000, 'b') + "\npreset flush\n");
   const ProgramResult full = runProgram("trap '' XFSZ; ulimit -f 16; " PANEL " < input");
   EXPECT_THAT(full.output, HasSubstr("error: not everything is stored: presets.flash: writing"));
   EXPECT_EQ(full.status, 1);
-  const std::string out = panel("preset read 5\npreset list\n");
-  EXPECT_THAT(out, HasSubstr("|aaaaaaaaaaaaaaaa|"));
-  EXPECT_THAT(out, HasSubstr("| 1 preset; "));
+  EXPECT_THAT(run("preset read 5\npreset list\n"),
+              AllOf(HasSubstr("|aaaaaaaaaaaaaaaa|"), HasSubstr("| 1 preset; ")));
 }
 
-TEST_F(PanelStore, RefusesWithAReason) {
-  const std::string most = std::string(8182, 'x');
-  const struct {
-    std::string input;
-    const char* reason;
-  } CASES[] = {
-      {"preset write 8192 x", "a preset has a type from 0 to 8191"},
-      {"preset write -1 x", "a preset has a type from 0 to 8191"},
-      {"preset write 5", "a text of at least one character"},
-      {"preset write 5 " + most + "y", "no room for 8183 bytes, 8182 at most"},
-      {"preset write 5 " + most + "\npreset write 5 " + most + "y", "8182 at most"},
-      {"preset write 6 12345\npreset write 5 " + most, "8170 at most"},
-      {"preset read 7", "no preset of type 7"},
-      {"preset remove 7", "no preset of type 7"},
-      {"preset what", "no command \"preset what\""},
-  };
-  for (const auto& c : CASES) {
-    EXPECT_THAT(panel("preset format\n" + c.input + "\n"), HasSubstr(c.reason));
-    EXPECT_EQ(status, 1) << c.reason;
+TEST_F(PanelStore, SetupsSurviveTheEndOfThePanel) {
+  run("set gain 2 1 -6\nset mute 3 on\nset input 0 8\nset name Hall\nconfirm\nsetup save\n"
+      "set gain 2 1 -100\nset name Studio\nconfirm\nsetup save 4\nset gain 2 1 12\nconfirm\n");
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(run("setup list\nsetup recall\nget gain[2][1] mute[3] input[0] name\n"),
+              AllOf(HasSubstr("the setup is saved; 1 user setup\n|   user setup 4\n"),
+                    HasSubstr("| gain[2][1] = -6 dB\n| mute[3] = on\n| input[0] = 8\n"
+                              "| name = \"Hall\"\n")));
+  EXPECT_THAT(run("setup recall 4\nget gain[2][1] name\nsetup remove 4\nsetup list\n"),
+              AllOf(HasSubstr("gain[2][1] = -100 dB\n| name = \"Studio\"\n"),
+                    HasSubstr("the setup is saved; 0 user setups\n")));
+  EXPECT_EQ(status, 0);
+  EXPECT_THAT(run("setup recall 4\n"), HasSubstr("user setup 4: nothing is saved there; no"));
+}
+
+// A setup of the panel whose field list had a contrast and no name yet.
+TEST_F(PanelStore, RecallsASetupOfTheListBefore) {
+  Bits bits;
+  for (int channel = 0; channel < 4; ++channel) {
+    for (int band = 0; band < 3; ++band) {
+      putBits(bits, 28, 7);  // -33 dB: -100 is 0 and -60 is 1
+    }
+    putBits(bits, 1, 1);  // muted
+    putBits(bits, 6, 3);  // input 7
   }
-  writeWhole("short", "no store");
-  EXPECT_THAT(panel("preset list\n", " --store short"),
-              HasSubstr("panel: short cannot hold the preset store: it has 8 bytes"));
-  EXPECT_EQ(status, 2);
+  putBits(bits, 9, 4);  // the contrast
+  std::vector<unsigned char> image = naiveImage(0, 1, bits);
+  PfFileMedium file;
+  ASSERT_TRUE(file.open("presets.flash", false)) << file.error();
+  pfUseMedium(&file);
+  saveBUFPreset(4, static_cast<unsigned int>(image.size()), image.data());
+  while (PresetMgr::flush() != 0) {
+  }
+  pfUseMedium(nullptr);
+  file.close();
+
+  const std::string all = "\nget gain[0] gain[3][2] mute[2] input[3] name\n";
+  const std::string values =
+      "gain[0][0] = -33 dB\n| gain[0][1] = -33 dB\n| gain[0][2] = -33 dB\n| gain[3][2] = -33 dB\n"
+      "| mute[2] = on\n| input[3] = 7\n| name = ";
+  const std::string named = "set name Hall\nconfirm\nsetup recall 3";
+  EXPECT_THAT(run(named + all), HasSubstr(values + "\"Hall\"\n")) << "a younger setting stays";
+  EXPECT_THAT(run(named + " init" + all + "setup save 3\n"), HasSubstr(values + "\"Unit 1\"\n"));
+  EXPECT_THAT(run(named + all), HasSubstr(values + "\"Unit 1\"\n")) << "saved by the list of now";
 }
 
 }  // namespace

@@ -1,270 +1,113 @@
 // The panel, through the panel program: its console, and that a confirmed setting is never lost.
-#include <fcntl.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "panel.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
+#include <algorithm>
 
-#include "fatal.h"
+#include "component_writer.h"
+#include "random.h"
 
 namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 
-constexpr unsigned int CHANNELS = 4;
-constexpr unsigned int BANDS = 3;
+constexpr char FILE_NAME[] = "presets.xml";
 
-// A panel in a process of its own, with a pipe or a terminal.
-class Panel {
- public:
-  enum Way { PIPE, TERMINAL };
-  explicit Panel(const std::string& dir, Way way = PIPE) {
-    int in[2] = {-1, -1};
-    int out[2] = {-1, -1};
-    if (way == TERMINAL) {
-      const winsize size = {40, 100, 0, 0};
-      child = forkpty(&in[1], nullptr, nullptr, &size);
-      out[0] = in[1];
-    } else {
-      EXPECT_EQ(pipe2(in, O_CLOEXEC) + pipe2(out, O_CLOEXEC), 0);
-      child = fork();
-    }
-    if (child == 0) {
-      if (way == TERMINAL) {
-        setenv("TERM", "xterm", 1);
-        setenv("LSAN_OPTIONS", "detect_leaks=0", 1);  // libedit keeps the names of its functions
-      } else {
-        dup2(in[0], STDIN_FILENO);
-        dup2(out[1], STDOUT_FILENO);
-      }
-      execl(PANEL, PANEL, "--dir", dir.c_str(), nullptr);
-      _exit(127);
-    }
-    input = in[1];
-    output = out[0];
-    if (way == PIPE) {
-      close(in[0]);
-      close(out[1]);
-    }
-  }
-  ~Panel() {
-    if (child > 0) {
-      end(SIGKILL);
-    }
-  }
-
-  Panel& type(const std::string& text) {
-    EXPECT_EQ(write(input, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    return *this;
-  }
-
-  // Reads until the panel has printed `text`; false when it ends or takes 60 s without that.
-  bool printed(const std::string& text) {
-    while (text.empty() || all.find(text, seen) == std::string::npos) {
-      pollfd ready = {output, POLLIN, 0};
-      char buf[4096];
-      const ssize_t got = poll(&ready, 1, 60000) == 1 ? read(output, buf, sizeof buf) : 0;
-      if (got <= 0) {
-        return false;
-      }
-      all.append(buf, static_cast<std::size_t>(got));
-    }
-    seen = all.find(text, seen) + text.size();
-    return true;
-  }
-
-  // No more input; `signal` other than 0 is sent first. Returns everything that the panel printed.
-  const std::string& end(int signal = 0) {
-    if (signal != 0) {
-      kill(child, signal);
-    }
-    if (input != output) {
-      close(input);
-    }
-    printed("");
-    close(output);
-    int result = 0;
-    waitpid(child, &result, 0);
-    child = 0;
-    status = WIFEXITED(result) ? WEXITSTATUS(result) : -WTERMSIG(result);
-    return all;
-  }
-
-  void closeOutput() { output = dup2(open("/dev/null", O_RDONLY), output); }
-
-  int status = 0;  // how it ended: its exit status, or the negated signal
-  std::string all;
-
- private:
-  pid_t child = 0;
-  int input = -1;
-  int output = -1;
-  std::size_t seen = 0;
-};
-
-class PanelTest : public testing::Test {
- protected:
-  PanelTest() { std::filesystem::create_directory(dir); }
-  ~PanelTest() override { std::filesystem::remove_all(dir); }
-
-  // Runs the panel on `commands` to their end; what it printed.
-  std::string run(const std::string& commands) {
-    Panel panel(dir);
-    panel.type(commands).end();
-    status = panel.status;
-    return panel.all;
-  }
-
-  std::string presets() {
-    std::ostringstream text;
-    text << std::ifstream(dir + "/presets.xml").rdbuf();
-    return text.str();
-  }
-
-  const std::string dir = testing::TempDir() + "panel_test." + std::to_string(getpid());
-  int status = 0;
-};
+std::string number(int n) {
+  return std::to_string(n);
+}
 
 TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
   const struct {
-    const char* commands;
+    const char* command;
     const char* answer;
     int signal;
     int status;
-  } ENDS[] = {
-      {"quit\n", "Stopping the Timer thread", 0, 0},
-      {"", "confirmed", 0, 0},
-      {"", "confirmed", SIGINT, 0},
-      {"", "confirmed", SIGTERM, 0},
-      {"", "confirmed", SIGHUP, 0},
-      {"save\n", "| saved", SIGKILL, -SIGKILL},
-  };
+  } ENDS[] = {{"quit", "Stopping", 0, 0},   {"", "confirmed", 0, 0},
+              {"", "confirmed", SIGINT, 0}, {"", "confirmed", SIGTERM, 0},
+              {"", "confirmed", SIGHUP, 0}, {"save", "| saved", SIGKILL, -1}};
   for (const auto& e : ENDS) {
-    const std::string name = "run " + std::to_string(&e - ENDS);
-    Panel panel(dir);
-    panel.type("set name " + name + "\nset gain 2 1 -6\nconfirm\nset mute 0 on\n" + e.commands);
-    EXPECT_TRUE(panel.printed(e.answer)) << panel.all;
-    panel.end(e.signal);
-    EXPECT_EQ(panel.status, e.status) << panel.all;
-    const std::string next = run("get name gain[2][1] mute[0]\n");
-    EXPECT_THAT(next, HasSubstr("| name = \"" + name + "\"\n| gain[2][1] = -6 dB\n"));
-    EXPECT_THAT(next, HasSubstr("| mute[0] = off\n")) << "was not confirmed";
+    const std::string name = "run " + number(static_cast<int>(&e - ENDS));
+    Process panel({PANEL}, name);
+    panel.type("set name " + name + "\nset gain 2 1 -6\nconfirm\nset mute 0 on\n" + e.command +
+               "\n");
+    EXPECT_TRUE(panel.says(e.answer));
+    EXPECT_EQ(panel.end(e.signal), e.status) << panel.output();
+    EXPECT_THAT(run("get name gain[2][1] mute[0]\n"),
+                HasSubstr("| name = \"" + name + "\"\n| gain[2][1] = -6 dB\n| mute[0] = off\n"));
   }
-  // Nobody reads what it prints any more.
-  Panel panel(dir);
-  panel.closeOutput();
-  panel.type("list\nset name unread\nconfirm\n").end();
-  EXPECT_EQ(panel.status, 0);
+  writeWhole("input", "list\nset name unread\nconfirm\n");
+  runProgram("{ " PANEL " < input; echo $? > ended; } | true");  // nobody reads what it prints
+  EXPECT_EQ(readWhole("ended"), "0\n");
   EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"unread\""));
 }
 
-// The settings of generation n, which differ from those of n - 1 in every control.
-int gainOf(int n, unsigned int channel, unsigned int band) {
-  return -60 + static_cast<int>((static_cast<unsigned int>(n) + channel * BANDS + band) % 73);
-}
-int inputOf(int n, unsigned int channel) {
-  return 1 + static_cast<int>((static_cast<unsigned int>(n) + channel) % 8);
-}
-
+// The settings of generation n are in the first two rows of the file and in the last.
 std::string commandsOf(int n) {
-  std::ostringstream text;
-  text << "set name generation " << n << "\n";
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    text << "set input " << channel << " " << inputOf(n, channel) << "\n";
-    for (unsigned int band = 0; band < BANDS; ++band) {
-      // The confirm queue has room for 16 settings.
-      text << (channel == 3 && band == 0 ? "confirm\n" : "") << "set gain " << channel << " "
-           << band << " " << gainOf(n, channel, band) << "\n";
-    }
-  }
-  text << "confirm\nsave\n";
-  return text.str();
+  return "set name " + number(n) + "\nset gain 0 0 " + number(-n % 61) + "\nset limit " +
+         number(30 + n % 61) + "\nconfirm\nsave\n";
 }
-
-std::string fileOf(int n) {
-  std::ostringstream text;
-  text << "<CV-10-I-0>generation " << n << "</CV-10-I-0>\n";
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    for (unsigned int band = 0; band < BANDS; ++band) {
-      const std::string key = "CV-20-I-" + std::to_string(channel + 256 * band);
-      text << "<" << key << ">" << gainOf(n, channel, band) << "</" << key << ">\n";
-    }
-  }
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    text << "<CV-30-I-" << channel << ">0</CV-30-I-" << channel << ">\n";
-  }
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    text << "<CV-40-I-" << channel << ">" << inputOf(n, channel) << "</CV-40-I-" << channel
-         << ">\n";
-  }
-  return text.str() + "<CV-70-I-0>60</CV-70-I-0>\n</archive>\n";
+bool holds(const std::string& file, int n) {
+  const std::string first = "<archive>\n<CV-10-I-0>" + number(n) + "</CV-10-I-0>\n<CV-20-I-0>" +
+                            number(-n % 61) + "</CV-20-I-0>\n";
+  const std::string last = "\n<CV-70-I-0>" + number(30 + n % 61) + "</CV-70-I-0>\n</archive>\n";
+  return file.find(first) != file.npos && std::count(file.begin(), file.end(), '\n') == 25 &&
+         file.find(last) + last.size() == file.size();
 }
 
 // A panel that saves all the time is killed at one moment after another. The file holds what the
 // last finished save wrote, or the one that was running, complete either way.
 TEST_F(PanelTest, KilledInTheMiddleOfASaveLeavesTheFileOldOrNew) {
   constexpr int KILLS = 25;
-  constexpr int BATCH = 50;
-  std::mt19937 random(1);
+  Random random(1);
   int saved = 0;  // the generation of the last save that is known to have finished
   run(commandsOf(saved));
   int hit = 0;  // kills that fell into a save
   for (int round = 0; hit < KILLS && round < 20 * KILLS; ++round) {
     std::string commands;
-    for (int n = saved + 1; n <= saved + BATCH; ++n) {
+    for (int n = saved + 1; n <= saved + 200; ++n) {
       commands += commandsOf(n);
     }
-    Panel panel(dir);
+    Process panel({PANEL}, "log" + number(round));
     panel.type(commands);
-    ASSERT_TRUE(panel.printed("| saved"));
-    usleep(static_cast<unsigned int>(random() % 3000));
-    const std::string output = panel.end(SIGKILL);
-    for (std::size_t at = 0; (at = output.find("| saved", at)) != std::string::npos; ++at) {
+    ASSERT_TRUE(panel.says("| saved"));
+    usleep(random.below(3000));
+    panel.end(SIGKILL);
+    const std::string output = panel.output(), file = readWhole(FILE_NAME);
+    for (size_t at = 0; (at = output.find("| saved", at)) != output.npos; ++at) {
       ++saved;
     }
-    hit += std::filesystem::exists(dir + "/presets.xml.tmp") ? 1 : 0;
-    const std::string now = presets();
-    if (now.find(fileOf(saved)) == std::string::npos) {
-      ++saved;  // it was killed between the save and its answer
-    }
-    ASSERT_THAT(now, EndsWith("<archive>\n" + fileOf(saved))) << "round " << round;
+    hit += std::filesystem::exists("presets.xml.tmp") ? 1 : 0;
+    saved += holds(file, saved) ? 0 : 1;  // killed between the save and its answer
+    ASSERT_TRUE(holds(file, saved)) << "round " << round << ", " << saved << ": " << file;
   }
   EXPECT_EQ(hit, KILLS);
-  EXPECT_THAT(run("get name\n"), HasSubstr("generation " + std::to_string(saved) + "\""));
+  EXPECT_THAT(run("get name\n"), HasSubstr("\"" + number(saved) + "\""));
 }
 
 // The preset thread saves while the main thread goes on. The gain is 12 only while unconfirmed,
 // which is nearly all the time.
 TEST_F(PanelTest, TheBackgroundSaveHoldsWhatIsConfirmedAndNothingElse) {
-  Panel panel(dir);
+  Process panel({PANEL}, "log");
   panel.type("set name kept\nconfirm\n");
-  for (int i = 0; i < 60 && panel.all.find("Save presets to:") == std::string::npos; ++i) {
+  for (int i = 0; i < 60 && panel.output().find("Save presets to:") == std::string::npos; ++i) {
     panel.type("set gain 0 1 12\nwait\nget gain 0 1\n");
-    EXPECT_TRUE(panel.printed("| gain[0][1] = 12 dB, not confirmed; in effect is "));
-    panel.type("set gain 0 1 " + std::to_string(i % 12) + "\nconfirm\n");
-    EXPECT_TRUE(panel.printed("confirmed"));
+    EXPECT_TRUE(panel.saysNext("| gain[0][1] = 12 dB, not confirmed; in effect is "));
+    panel.type("set gain 0 1 " + number(i % 12) + "\nconfirm\n");
+    EXPECT_TRUE(panel.saysNext("confirmed"));
   }
   panel.type("wait\nget name\n");  // the thread prints first and writes then
-  EXPECT_TRUE(panel.printed("| name"));
+  EXPECT_TRUE(panel.saysNext("| name"));
   panel.end(SIGKILL);
-  EXPECT_THAT(presets(), HasSubstr(">kept<"));
-  EXPECT_THAT(presets(), Not(HasSubstr(">12<")));
-  EXPECT_THAT(presets(), EndsWith("</archive>\n"));
+  EXPECT_THAT(readWhole(FILE_NAME),
+              AllOf(HasSubstr(">kept<"), Not(HasSubstr(">12<")), EndsWith("</archive>\n")));
 }
 
 TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
+  const std::string most(8182, 'x');
   const struct {
-    const char* line;
+    std::string line;
     const char* reason;
   } CASES[] = {
       {"frobnicate", "no command \"frobnicate\""},
@@ -283,7 +126,6 @@ TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
       {"set gain[2][1]", "gain[2][1] takes a value: -100 or -60..12 dB"},
       {"set gain[2][1]3", "gain[2][1] takes a value"},
       {"set gain[2][1] -61", "gain[2][1] cannot be -61; it takes -100 or -60..12 dB"},
-      {"set gain[2][1] 13", "it takes -100 or -60..12 dB"},
       {"set gain[2][1] 1e1", "it takes -100 or -60..12 dB"},
       {"set gain[2][1] 4294967296", "it takes -100 or -60..12 dB"},
       {"set mute[1] maybe", "mute[1] cannot be maybe; it takes off or on"},
@@ -300,69 +142,81 @@ TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
       {"confirm", "nothing waits for confirm"},
       {"wait x", "a number of seconds, not x"},
       {"help frobnicate", "no command \"frobnicate\""},
+      {"traps maybe", "traps are on or off, not maybe"},
+      {"setup save 8191", "a user setup has a number from 0 to 8190"},
+      {"setup save 1x", "a user setup has a number from 0 to 8190"},
+      {"setup save two", "what is two?"},
+      {"setup recall 1 2", "what is 2?"},
+      {"setup list 1", "what is 1?"},
+      {"setup remove", "which user setup?"},
+      {"setup remove 7", "user setup 7: nothing is saved there"},
+      {"setup what", "no command \"setup what\""},
+      {"preset write 8192 x", "a preset has a type from 0 to 8191"},
+      {"preset write -1 x", "a preset has a type from 0 to 8191"},
+      {"preset write 5", "a text of at least one character"},
+      {"preset write 5 " + most + "y", "no room for 8183 bytes, 8182 at most"},
+      {"preset write 5 " + most + "\npreset write 5 " + most + "y", "8182 at most"},
+      {"preset format\npreset write 6 12345\npreset write 5 " + most, "8170 at most"},
+      {"preset read 7", "no preset of type 7"},
+      {"preset remove 7", "no preset of type 7"},
+      {"preset what", "no command \"preset what\""},
+      {"preset write 8 no image at all\nsetup recall 7",
+       "user setup 7: the image is of a newer version; no"},
+      {"component dir", "dir is no file"},
+      {"component /dev/zero", "/dev/zero is no file"},
+      {"component missing", "missing: No such file or directory"},
+      {"component", "component takes the path of a component file"},
   };
-  std::string lines = "list\n";
+  std::filesystem::create_directory("dir");
+  std::string lines = "get name gain mute input limit\n# a comment, and an empty line\n\n  \t\n";
   for (const auto& c : CASES) {
-    lines += std::string(c.line) + "\n";
+    lines += c.line + "\n";
   }
-  Panel panel(dir);
-  panel.type(lines + "# a comment, and an empty line\n\n  \t\nlist\n");
-  std::istringstream output(panel.end());
-  EXPECT_EQ(panel.status, 1);
-  std::string line, tables;
+  const std::string all = run(lines + "get name gain mute input limit\n");
+  EXPECT_EQ(status, 1);
+  size_t at = 0;
   for (const auto& c : CASES) {
-    while (std::getline(output, line) && line.compare(0, 9, "| error: ") != 0) {
-      tables += line.compare(0, 2, "| ") == 0 ? line + "\n" : "";
-    }
-    EXPECT_THAT(line, HasSubstr(c.reason)) << c.line;
+    at = all.find("| error: ", at);
+    ASSERT_NE(at, all.npos);
+    const size_t end = all.find('\n', at);
+    EXPECT_THAT(all.substr(at, end - at), HasSubstr(c.reason)) << c.line;
+    at = end;
   }
-  const std::string before = tables.substr(tables.find("| name"), tables.find("| temp") - 10);
-  EXPECT_THAT(panel.all.substr(panel.all.rfind("| name")), StartsWith(before));
-  EXPECT_THAT(panel.all, Not(HasSubstr("confirmed")));
+  const size_t begin = all.find("| name = "), size = all.find("| limit = ") - begin;
+  EXPECT_EQ(all.substr(all.rfind("| name = "), size), all.substr(begin, size));
+  EXPECT_THAT(all, Not(HasSubstr("confirmed")));
 }
 
-// Every notation of every control leads to the same one, and the file holds it under the numbers.
+// Every notation of every gain leads to the same one, and the file holds it under the numbers.
 TEST_F(PanelTest, NamesSubscriptsAndNumbersMeanTheSameControl) {
-  std::string expected;
-  std::string commands;
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    for (unsigned int band = 0; band < BANDS; ++band) {
-      const std::string c = std::to_string(channel), b = std::to_string(band);
-      const std::string number = std::to_string(channel + 256 * band);
-      const std::string names[] = {"gain[" + c + "][" + b + "]", "gain " + c + " " + b,
-                                   "gain [ " + c + " ] " + b, "20:" + number};
-      const std::string value = std::to_string(static_cast<int>(channel * 10 + band) - 40);
-      commands += "set " + names[(channel + band) % 4] + " " + value + "\nconfirm\nget";
-      for (const std::string& name : names) {
-        commands += " " + name;
-        expected += "| " + names[0] + " = " + value + " dB\n";
-      }
-      commands += "\n";
+  std::string sets, gets = "confirm\nset name \" a \"\"\nconfirm\nget 10:0", expected;
+  for (int i = 0; i < 12; ++i) {
+    const std::string c = number(i / 3), b = number(i % 3), value = number(i - 40);
+    const std::string names[] = {"gain[" + c + "][" + b + "]", "gain " + c + " " + b,
+                                 "gain [ " + c + " ] " + b, "20:" + number(i / 3 + 256 * (i % 3))};
+    sets += "set " + names[i % 4] + " " + value + "\n";
+    for (const std::string& name : names) {
+      gets += " " + name;
+      expected += "| " + names[0] + " = " + value + " dB\n";
     }
   }
-  const std::string all = run(commands + "set name \" a \"\"\nconfirm\nget 10:0\n");
+  EXPECT_THAT(run(sets + gets + "\n"), HasSubstr("| name = \" a \"\"\n" + expected));
   EXPECT_EQ(status, 0);
-  std::istringstream output(all);
-  std::string line, values;
-  while (std::getline(output, line)) {
-    if (line.compare(0, 6, "| gain") == 0 && line.find("waits") == std::string::npos) {
-      values += line + "\n";
-    }
-  }
-  EXPECT_EQ(values, expected);
-  EXPECT_THAT(all, HasSubstr("| name = \" a \"\"\n"));
-  EXPECT_THAT(presets(), HasSubstr("<CV-20-I-258>-19</CV-20-I-258>"));
+  EXPECT_THAT(readWhole(FILE_NAME), HasSubstr("<CV-20-I-258>-33</CV-20-I-258>"));
 }
 
 TEST_F(PanelTest, StepsJumpGapsAndWrapAndAFullQueueIsRefused) {
   EXPECT_THAT(run("set gain 0 0 -60\ninc gain 0 0 -1\ninc gain 0 0\ninc gain 0 0 2147483647\n"
-                  "inc input 3 5\ninc input 0 -1\ninc mute 1\ninc mute 1\n"),
+                  "inc input 3 5\ninc input 0 -1\ninc mute 1\ninc mute 1\nsetup save\n"
+                  "setup recall\n"),
               HasSubstr("| gain[0][0] = -60 dB, waits for confirm\n"
                         "| gain[0][0] = -100 dB, waits for confirm\n"
                         "| gain[0][0] = -60 dB, waits for confirm\n"
                         "| gain[0][0] = 12 dB, waits for confirm\n"
                         "| input[3] = 1, waits for confirm\n| input[0] = 8, waits for confirm\n"
                         "| mute[1] = on, waits for confirm\n| mute[1] = off, waits for confirm\n"
+                        "| error: confirm first: 8 set, not in effect\n"
+                        "| error: confirm first: 8 set, not in effect\n"
                         "| not confirmed and so not kept: 8\n"));
   // A command acts in its place in the order of the sets.
   std::string commands = "set gain 1 1 5\nset restore 1\nset input 2 7\n";
@@ -380,64 +234,92 @@ TEST_F(PanelTest, StepsJumpGapsAndWrapAndAFullQueueIsRefused) {
 }
 
 TEST_F(PanelTest, SaysWhenItCannotSaveAndSavesAsSoonAsItCan) {
-  const std::string file = dir + "/presets.xml";
-  Panel panel(dir);
-  EXPECT_TRUE(panel.type("list\n").printed("| restore"));
-  std::filesystem::remove(file);
-  std::filesystem::create_directory(file);
+  Process panel({PANEL}, "log");
+  panel.type("list\n");
+  EXPECT_TRUE(panel.saysNext("| restore"));
+  std::filesystem::remove(FILE_NAME);
+  std::filesystem::create_directory(FILE_NAME);
   panel.type("set name late\nconfirm\nsave\nquit\n");
-  EXPECT_TRUE(panel.printed("| error: the confirmed settings are not saved"));
-  EXPECT_TRUE(panel.printed("| error: the confirmed settings are not saved; \"quit now\" ends"));
-  std::filesystem::remove(file);
-  panel.type("quit\n").end();
-  EXPECT_EQ(panel.status, 1) << "commands were refused";
-  EXPECT_THAT(presets(), HasSubstr(">late<"));
+  EXPECT_TRUE(panel.saysNext("| error: the confirmed settings are not saved"));
+  EXPECT_TRUE(panel.saysNext("| error: the confirmed settings are not saved; \"quit now\" ends"));
+  std::filesystem::remove(FILE_NAME);
+  panel.type("quit\n");
+  EXPECT_EQ(panel.wait(), 1) << "commands were refused";
+  EXPECT_THAT(readWhole(FILE_NAME), HasSubstr(">late<"));
 
-  std::filesystem::remove(file);
-  std::filesystem::create_directory(file);
+  std::filesystem::resize_file(FILE_NAME, 100);
+  EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"Unit 1\""));
+  EXPECT_THAT(readWhole("presets.xml.damaged-1"), HasSubstr("late"));
+  std::filesystem::remove(FILE_NAME);
+  std::filesystem::create_directory(FILE_NAME);
   EXPECT_THAT(run("list\n"), HasSubstr("| error: cannot keep settings here: "));
   EXPECT_EQ(status, 2);
 }
 
-TEST_F(PanelTest, StartsWithADamagedFileAndKeepsItAside) {
-  run("set name precious\nconfirm\n");
-  std::filesystem::resize_file(dir + "/presets.xml", presets().size() - 5);
-  EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"Unit 1\""));
-  std::ostringstream kept;
-  kept << std::ifstream(dir + "/presets.xml.damaged-1").rdbuf();
-  EXPECT_THAT(kept.str(), HasSubstr("precious"));
+TEST_F(PanelTest, ShowsTheBoardAndChecksComponentFiles) {
+  EXPECT_THAT(run("id\n"),
+              HasSubstr("| serial number  0000000000\n| board          revision A, build 1 "
+                        "(default)\n| There was no board.env here at the start"));
+  writeWhole("board.env", "SN=0123456789\nBRDREV=C2\nBRDBLD=417\n");
+  std::string file = component::component({{"a", "odd"}, {"b", "data"}});
+  writeWhole("good file", file);
+  EXPECT_THAT(
+      run("id\ncomponent good file\n"),
+      HasSubstr("| serial number  0123456789\n| board          revision C2, build 417\n"
+                "| good file is valid: Mixer, boot, revision 3.200 (3.200 beta), 2 files\n"));
+  EXPECT_EQ(status, 0);
+  file.back() ^= 1;
+  writeWhole("bad", file);
+  EXPECT_THAT(run("component bad\n"),
+              HasSubstr("\nSubcomponent data 1 is invalid.\n| error: bad is not valid\n"));
+  EXPECT_EQ(status, 1);
+}
+
+// Switched off they watch nothing; switched on again, what differs from the last report is told.
+TEST_F(PanelTest, PrintsTrapsAndSwitchesThemOffAndOn) {
+  const std::string all =
+      run("set mute 1 on\nwait 1\nconfirm\nwait 1\ntraps off\nset mute 1 off\nconfirm\n"
+          "wait 1\ntraps\ntraps on\nwait 1\n",
+          " --traps print");
+  size_t at = 0;
+  for (const char* const line :
+       {"| Trap 1010: mute[1] on: no\n", "| 1 setting confirmed", "| Trap 1011: mute[1] on: yes\n",
+        "| traps are off\n", "| traps are off; they are printed\n",
+        "| mute[1] on               1010/1011  no   yes, pending\n", "| traps are on\n",
+        "| Trap 1010: mute[1] on: no\n"}) {
+    at = all.find(line, at);
+    ASSERT_NE(at, all.npos) << line << all;
+    at += 1;
+  }
 }
 
 #ifdef PANEL_LIBEDIT
 TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
-  Panel panel(dir, Panel::TERMINAL);
-  EXPECT_TRUE(panel.printed("| temperature[0..3]")) << panel.all;
-  EXPECT_TRUE(panel.printed("panel (try: set gain 2 1 -6)> "));
-  // Keys that edit count only once the prompt is there: before it the terminal takes them itself.
-  panel.type(
-      "get nothing\x15"
-      "conf\t\n");  // Ctrl-U clears the line
-  EXPECT_TRUE(panel.printed("| error: nothing waits for confirm"));
-  EXPECT_TRUE(panel.printed("panel> "));
-  panel.type("set inp\t\t");
-  EXPECT_TRUE(panel.printed("| input[0]  input[1]  input[2]  input[3]"));
-  panel.type("1] 5\n");
-  EXPECT_TRUE(panel.printed("| input[1] = 5, waits for confirm"));
-  EXPECT_TRUE(panel.printed("panel (1 to confirm)> "));
-  panel.type("watch 60 temperature\n");
-  EXPECT_TRUE(panel.printed("| temperature[3]"));
-  panel.type("\x03");  // ends the wait and not the panel
-  EXPECT_TRUE(panel.printed("panel (1 to confirm)> "));
-  panel.type("confirm\n");
-  EXPECT_TRUE(panel.printed("| 1 setting confirmed"));
-  EXPECT_TRUE(panel.printed("panel> "));
-  panel.type("\x1b[A\x1b[A\x1b[A\n");  // three lines back: the set
-  EXPECT_TRUE(panel.printed("| input[1] = 5, waits for confirm"));
-  EXPECT_TRUE(panel.printed("panel (1 to confirm)> "));
-  panel.type("\x04");
-  EXPECT_TRUE(panel.printed("Stopping the Timer thread"));
-  panel.end();
-  EXPECT_EQ(panel.status, 0) << panel.all;
+  const struct {
+    const char* keys;
+    const char* answer;
+    const char* prompt;
+  } STEPS[] = {{"", "| temperature[0..3]", "panel (try: set gain 2 1 -6)> "},
+               {"get nothing\x15", "nothing", ""},  // Ctrl-U clears the line
+               {"conf\t\n", "| error: nothing waits for confirm", "panel> "},
+               {"set inp\t\t", "| input[0]  input[1]  input[2]  input[3]", ""},
+               {"1] 5\n", "| input[1] = 5, waits for confirm", "panel (1 to confirm)> "},
+               {"watch 60 temperature\n", "| temperature[3]", ""},
+               {"\x03", "", "panel (1 to confirm)> "},  // ends the watch and not the panel
+               {"confirm\n", "| 1 setting confirmed", "panel> "},
+               // Three lines back stands the set.
+               {"\x1b[A\x1b[A\x1b[A\n", "| input[1] = 5, waits for confirm", "(1 to confirm)> "},
+               {"\x04", "Stopping the Timer thread", ""}};
+  // libedit keeps the names of its functions.
+  Process panel({"env", "TERM=xterm", "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", PANEL,
+                 "/"
+                 "dev/null"},
+                "log");
+  for (const auto& step : STEPS) {
+    panel.type(step.keys);
+    ASSERT_TRUE(panel.saysNext(step.answer) && panel.saysNext(step.prompt)) << panel.output();
+  }
+  EXPECT_EQ(panel.wait(), 0);
   EXPECT_THAT(run("get input 1\n"), HasSubstr("| input[1] = 5\n"));
 }
 #endif

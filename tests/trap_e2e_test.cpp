@@ -141,26 +141,4 @@ TEST_F(TrapEndToEnd, AServerThatIsRestartedLosesNothingThatItTook) {
   EXPECT_GT(delivered.size(), 100U);
 }
 
-// Switched off they watch nothing; switched on again, what differs from the last report is told.
-TEST(PanelTraps, ArePrintedAndSwitchedOffAndOn) {
-  const TempDir dir;
-  Process panel({PANEL, "--traps", "print"}, "log");
-  panel.type(
-      "set mute 1 on\nwait 1\nconfirm\nwait 1\ntraps off\nset mute 1 off\nconfirm\n"
-      "wait 1\ntraps\ntraps maybe\ntraps on\nwait 1\nquit\n");
-  EXPECT_EQ(panel.wait(), 1) << "one command is refused";
-  const std::string all = panel.output();
-  size_t at = 0;
-  for (const char* const line :
-       {"| Trap 1010: mute[1] on: no\n", "| 1 setting confirmed", "| Trap 1011: mute[1] on: yes\n",
-        "| traps are off\n", "| traps are off; they are printed\n",
-        "| mute[1] on               1010/1011  no   yes, pending\n",
-        "| error: traps are on or off, not maybe\n", "| traps are on\n",
-        "| Trap 1010: mute[1] on: no\n"}) {
-    at = all.find(line, at);
-    ASSERT_NE(at, all.npos) << line << all;
-    at += 1;
-  }
-}
-
 }  // namespace

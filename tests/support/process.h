@@ -69,6 +69,14 @@ class Process {
   bool says(const std::string& text) const {
     return comesTrue([&] { return output().find(text) != std::string::npos; });
   }
+  /// The same, behind the text that this has found before.
+  bool saysNext(const std::string& text) {
+    return comesTrue([&] {
+      const size_t at = output().find(text, seen);
+      seen = at == std::string::npos ? seen : at + text.size();
+      return at != std::string::npos;
+    });
+  }
   pid_t id() const { return pid; }
   /// Sends `signal` and waits. Its exit status, or -1 when a signal ended it.
   int end(int signal = SIGTERM) {
@@ -91,4 +99,5 @@ class Process {
   const std::string name;
   pid_t pid = 0;
   int input = -1;
+  size_t seen = 0;
 };
