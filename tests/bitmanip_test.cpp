@@ -2,106 +2,87 @@
 #include "bitmanip.h"
 
 #include <array>
-#include <random>
 
 #include "fatal.h"
+#include "random.h"
 
 namespace {
 
-constexpr unsigned int BUF_BYTES = 12;
-constexpr unsigned int CURSOR_BYTE = 3;
+// A stream that starts in byte FIRST, with room on both sides of all that a transfer may touch.
+using Bytes = std::array<unsigned char, 12>;
+constexpr unsigned int FIRST = 3;
 
-using Bytes = std::array<unsigned char, BUF_BYTES>;
-
-// A stream over a buffer with room in front of and behind everything a transfer may touch.
-struct Stream {
-  Bytes bytes;
-  unsigned int byte = CURSOR_BYTE;
-  unsigned int bit = BYTE_MSBIT;
-
-  int xfer(unsigned int room, unsigned int& val, unsigned int valSize, bool dir) {
-    void* p = &bytes.at(byte);
-    const int moved = bitBufferXfer(&p, room, bit, val, valSize, dir);
-    byte = static_cast<unsigned int>(static_cast<unsigned char*>(p) - bytes.data());
-    return moved;
-  }
-  void modelStep(unsigned int& val, unsigned int valBit, bool dir) {
-    const unsigned int weight = 1U << bit;
-    if (dir && bit == BYTE_MSBIT) {
-      bytes.at(byte) = 0;
+// Moves the bits from bit number `at` of the buffer on; the number of the bit behind them.
+unsigned int modelXfer(Bytes& bytes, unsigned int at, unsigned int& val, unsigned int valSize,
+                       bool dir) {
+  val = dir ? val : 0;
+  for (unsigned int left = valSize; left > 0; --left, ++at) {
+    const unsigned int weight = 0x80U >> at % 8;
+    unsigned int byte = dir && at % 8 == 0 ? 0 : bytes.at(at / 8);
+    if (dir) {
+      byte |= (val >> (left - 1) & 1) * weight;
+    } else {
+      val |= ((byte & weight) != 0 ? 1U : 0U) << (left - 1);
     }
-    if (dir && ((val >> valBit) & 1U) != 0) {
-      bytes.at(byte) = static_cast<unsigned char>(bytes.at(byte) | weight);
-    }
-    if (!dir && (bytes.at(byte) & weight) != 0) {
-      val |= 1U << valBit;
-    }
-    byte += bit == 0 ? 1 : 0;
-    bit = bit == 0 ? BYTE_MSBIT : bit - 1;
+    bytes.at(at / 8) = static_cast<unsigned char>(byte);
   }
-  int modelXfer(unsigned int& val, unsigned int valSize, bool dir) {
-    const unsigned int from = byte;
-    val = dir ? val : 0;
-    for (unsigned int left = valSize; left > 0; --left) {
-      modelStep(val, left - 1, dir);
-    }
-    return static_cast<int>(byte - from);
-  }
-  bool operator==(const Stream& o) const {
-    return bytes == o.bytes && byte == o.byte && bit == o.bit;
-  }
-};
+  return at;
+}
 
 TEST(BitBufferXfer, MatchesOneBitAtATimeAtEveryPositionAndWidth) {
-  std::mt19937 random(41);
+  Random random(41);
   for (unsigned int run = 0; run < 20 * 8 * 33 * 2; ++run) {
     const bool dir = run % 2 != 0;
     const unsigned int valSize = run / 2 % 33;
-    Stream real;
-    real.bit = run / 66 % 8;
-    for (unsigned char& b : real.bytes) {
-      b = static_cast<unsigned char>(random());
+    const unsigned int startBit = run / 66 % 8;
+    SCOPED_TRACE(testing::Message() << "bit " << startBit << " width " << valSize << " " << dir);
+    Bytes bytes;
+    for (unsigned char& b : bytes) {
+      b = static_cast<unsigned char>(random.word());
     }
-    Stream model = real;
-    const Stream before = real;
-    const unsigned int start = static_cast<unsigned int>(random());
-    unsigned int val = start;
-    unsigned int modelVal = start;
+    Bytes expected = bytes;
+    unsigned int val = random.word();
+    unsigned int expectedVal = val;
+    unsigned int bit = startBit;
+    void* p = &bytes[FIRST];
     if (valSize > 0) {
-      ASSERT_EQ(real.xfer(valSize - 1, val, valSize, dir), -1);
-      ASSERT_TRUE(real == before && val == start) << "no room, yet something changed";
+      ASSERT_EQ(bitBufferXfer(&p, valSize - 1, bit, val, valSize, dir), -1);
+      ASSERT_TRUE(bytes == expected && val == expectedVal && bit == startBit && p == &bytes[FIRST])
+          << "no room, yet something changed";
     }
     const unsigned int room = run % 3 == 0 ? 0xFFFFFFFFU : valSize;
-    const int moved = real.xfer(room, val, valSize, dir);
-    ASSERT_EQ(moved, model.modelXfer(modelVal, valSize, dir));
-    ASSERT_TRUE(real == model) << "bit " << before.bit << " width " << valSize << " dir " << dir;
-    ASSERT_EQ(val, modelVal);
+    const int moved = bitBufferXfer(&p, room, bit, val, valSize, dir);
+    const unsigned int end =
+        modelXfer(expected, FIRST * 8 + 7 - startBit, expectedVal, valSize, dir);
+    ASSERT_EQ(p, &bytes[end / 8]);
+    ASSERT_EQ(moved, static_cast<int>(end / 8 - FIRST));
+    ASSERT_EQ(bit, 7 - end % 8);
+    ASSERT_EQ(bytes, expected);
+    ASSERT_EQ(val, expectedVal);
   }
 }
 
 TEST(BitBufferXferDeathTest, BrokenCursorsAreFatal) {
   unsigned int val = 0;
-  unsigned int bit = 7;
+  unsigned int bit = 8;
   unsigned char byte[4] = {};
   void* p = byte;
   void* none = nullptr;
   EXPECT_FATAL(bitBufferXfer(nullptr, 32, bit, val, 0, true), "buf != nullptr");
   EXPECT_FATAL(bitBufferXfer(&none, 32, bit, val, 0, true), "*buf != nullptr");
-  EXPECT_FATAL(bitBufferXfer(&p, 64, bit, val, 33, true), "valSize <= UNSIGNED_BITS");
-  bit = 8;
   EXPECT_FATAL(bitBufferXfer(&p, 32, bit, val, 1, false), "startBit <= BYTE_MSBIT");
+  bit = 7;
+  EXPECT_FATAL(bitBufferXfer(&p, 64, bit, val, 33, true), "valSize <= UNSIGNED_BITS");
 }
 
 TEST(CalcNumBits, CountsUpToTheHighestSetBitAndMasksMatch) {
   EXPECT_EQ(calcNumBits(0), 0U);
   EXPECT_EQ(calcBitMask(0), 0U);
-  EXPECT_EQ(calcBitMask(32), 0xFFFFFFFFU);
-  EXPECT_EQ(BYTE_MASK, 0xFFU);
   for (unsigned int bits = 1; bits <= UNSIGNED_BITS; ++bits) {
     const unsigned int top = 1U << (bits - 1);
+    EXPECT_EQ(calcBitMask(bits), top | (top - 1));
     EXPECT_EQ(calcNumBits(top), bits);
     EXPECT_EQ(calcNumBits(calcBitMask(bits)), bits);
-    EXPECT_EQ(calcNumBits(top | 1U), bits);
   }
 }
 
