@@ -48,10 +48,9 @@ std::unique_ptr<CBTimer> a, b, c;
 class CbTimerTest : public testing::Test {
  protected:
   ~CbTimerTest() override {
-    actingLetter = 0;
-    a.reset();
-    b.reset();
-    c.reset();
+    for (auto* t : {&a, &b, &c}) {
+      t->reset();
+    }
   }
 
   // Hooks a, b and c, so that the walk meets c first, and makes all of them due.
@@ -85,10 +84,6 @@ TEST_F(CbTimerTest, EachTimerFiresOncePerPeriodAndTheLatestHookedFirst) {
   EXPECT_EQ(walk(), "cbx");  // missed periods count once
   Timer::sysTime = 150;
   EXPECT_EQ(walk(), "cbx");  // the phase is kept
-  EXPECT_TRUE(c->isRunning());
-  b.reset();
-  Timer::sysTime = 170;
-  EXPECT_EQ(walk(), "cx");
 }
 
 TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
@@ -110,6 +105,7 @@ TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
   EXPECT_EQ(walk(), "");  // fired, and still hooked
   b->setTimeout(0);
   EXPECT_EQ(walk(), "b");
+  EXPECT_FATAL(b->setCallback(nullptr), "cfn != nullptr");
   b->clearCallback();
   EXPECT_EQ(Timer::cb, nullptr);
 }
@@ -162,11 +158,6 @@ TEST_F(CbTimerTest, TheLockRaisesTheLevelAndNeverLowersIt) {
   }
 }
 
-TEST(CbTimerDeathTest, ANullCallbackIsFatal) {
-  CBTimer timer(false);
-  EXPECT_FATAL(timer.setCallback(nullptr), "cfn != nullptr");
-}
-
 // The callbacks of one thread's timers. A callback that runs after its timer was unhooked would be
 // seen here; an unguarded access is seen by the thread sanitizer.
 constexpr unsigned int THREADS = 3;
@@ -190,10 +181,7 @@ void hookAndUnhook() {
     timer.setCallback(expectHooked<THREAD>);
     lock.unlock();
     timer.setTimeout(random.below(3));
-    if (random.oneIn(2) && timer.isRunning() && !timer.isTimeoutExpired()) {
-      std::this_thread::yield();
-    }
-    if (random.oneIn(2)) {
+    if (timer.isRunning() && !timer.isTimeoutExpired() && random.oneIn(2)) {
       timer.clearTimeout();
     }
     timer.clearCallback();

@@ -5,106 +5,68 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <map>
-#include <string>
 
 #include "env.h"
 #include "tempdir.h"
 
 namespace {
 
-std::map<std::string, std::string> store;
-
-char* getFromMap(const char* name, char* value, unsigned int len) {
-  const auto found = store.find(name);
-  return found == store.end() ? nullptr : std::strncpy(value, found->second.c_str(), len);
-}
-
-// Writes serial number, revision, build and result on one line to standard error.
-void reportIdentity() {
-  unsigned char number[8];
-  unsigned int len = sizeof number;
-  getSerNum(number, len);
-  for (unsigned int i = 0; i < len; ++i) {
+// Writes the first bytes of the serial number, the revision cut to `room`, build and result.
+void reportIdentity(unsigned int bytes, unsigned int room) {
+  unsigned char number[8] = {};
+  getSerNum(number, bytes);
+  for (unsigned int i = 0; i < bytes; ++i) {
     std::fprintf(stderr, "%02X", number[i]);
   }
-  char rev[16];
+  char rev[16] = "untouched";
   unsigned int build = 0;
-  const bool ret = getBoardRev(rev, sizeof rev, build);
+  const bool ret = getBoardRev(rev, room, build);
   std::fprintf(stderr, " %s %u %s\n", rev, build, ret ? "found" : "default");
 }
 
-// The identity that a process with only these keys reports.
-void expectIdentity(const std::map<std::string, std::string>& keys, const std::string& identity) {
-  EXPECT_EXIT(
-      {
-        store = keys;
-        env_set_store(getFromMap);
-        reportIdentity();
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "^" + identity + "\n$");
-}
-
 TEST(IdentityDeathTest, IsWhatTheStoreHasAndDefaultsForTheRest) {
-  expectIdentity({}, "0000000000 A 1 default");
-  expectIdentity({{"SN", "0123456789"}, {"BRDREV", "C2"}, {"BRDBLD", "417"}},
-                 "0123456789 C2 417 found");
-  expectIdentity({{"BRDREV", "C2"}}, "0000000000 C2 1 default");
-  expectIdentity({{"BRDBLD", "417"}}, "0000000000 A 417 default");
-  expectIdentity({{"SN", "aBcDeF"}}, "ABCDEF0000 A 1 default");
-  expectIdentity({{"SN", "zz1z-1 7 8"}}, "0001FF0708 A 1 default");
-  // Longer than a value may be.
-  expectIdentity({{"SN", "112233445566"}, {"BRDREV", "0123456789ABC"}, {"BRDBLD", "10000000009"}},
-                 "1122334455 0123456789 1000000000 found");
-  expectIdentity({{"BRDBLD", "9999999999"}}, "0000000000 A 4294967295 default");
-  expectIdentity({{"BRDBLD", "-2"}}, "0000000000 A 4294967294 default");
-  expectIdentity({{"BRDREV", ""}, {"BRDBLD", "x"}}, "0000000000  0 found");
-}
-
-TEST(IdentityDeathTest, IsDefaultWithoutAStore) {
-  char value[4] = "abc";
-  EXPECT_EQ(env_get("SN", value, sizeof value), nullptr);
-  EXPECT_STREQ(value, "abc");
-  EXPECT_EXIT(
-      {
-        reportIdentity();
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "^0000000000 A 1 default\n$");
-}
-
-TEST(Identity, IsReadOnceAndCutToTheBuffer) {
-  store = {{"SN", "0123456789"}, {"BRDREV", "Rev-7"}, {"BRDBLD", "12"}};
-  env_set_store(getFromMap);
-  unsigned int build = 0;
-  EXPECT_TRUE(getBoardRev(nullptr, 0, build));
-  unsigned int len = 0;
-  getSerNum(nullptr, len);
-  EXPECT_EQ(len, 0U);
-
-  store.clear();
-  char rev[5] = "....";
-  EXPECT_TRUE(getBoardRev(rev, 1, build));
-  EXPECT_STREQ(rev, "");
-  EXPECT_EQ(rev[1], '.');
-  EXPECT_TRUE(getBoardRev(rev, 4, build));
-  EXPECT_STREQ(rev, "Rev");
-  EXPECT_EQ(build, 12U);
-  unsigned char number[4] = {9, 9, 9, 9};
-  len = 3;
-  getSerNum(number, len);
-  EXPECT_EQ(len, 3U);
-  EXPECT_EQ(std::memcmp(number, "\x01\x23\x45\x09", 4), 0);
+  const TempDir dir;
+  const struct {
+    const char* keys;
+    const char* identity;
+  } cases[] = {
+      {"", "0000000000 A 1 default"},
+      // Cut to the buffer: a part, and nothing.
+      {"SN=0123456789\nBRDREV=C2\nBRDBLD=417",
+       "0123456789 C2 417 found\n012345 C 417 found\n untouched 417 found"},
+      {"BRDREV=C2", "0000000000 C2 1 default"},
+      {"BRDBLD=417", "0000000000 A 417 default"},
+      {"SN=aBcDeF", "ABCDEF0000 A 1 default"},
+      {"SN=zz1z-1 7 8", "0001FF0708 A 1 default"},
+      // Longer than a value may be.
+      {"SN=112233445566\nBRDREV=0123456789ABC\nBRDBLD=10000000009",
+       "1122334455 0123456789 1000000000 found"},
+      {"BRDBLD=9999999999", "0000000000 A 4294967295 default"},
+      {"BRDBLD=-2", "0000000000 A 4294967294 default"},
+      {"BRDREV=\nBRDBLD=x", "0000000000  0 found"},
+  };
+  for (const auto& each : cases) {
+    writeWhole("board.env", each.keys);
+    EXPECT_EXIT(
+        {
+          env_use_file("board.env");
+          reportIdentity(8, 16);
+          env_set_store(nullptr);
+          reportIdentity(3, 2);  // it was read once
+          reportIdentity(0, 0);
+          std::exit(0);
+        },
+        testing::ExitedWithCode(0), std::string("^") + each.identity + "\n");
+  }
 }
 
 TEST(Env, AFileOfKeysAndValues) {
   const TempDir dir;
-  char value[12];
+  char value[12] = "abc";
   EXPECT_EQ(env_use_file("board.env"), -1);
   EXPECT_EQ(env_get("SN", value, sizeof value), nullptr);
+  EXPECT_STREQ(value, "abc") << "without a store";
 
   writeWhole("board.env",
              "# SN=1\n\n  #SN=2\nSN = first\n BRDREV\t=\tC 2 \r\nno equals sign\nSNX=3\nEMPTY=\n"
@@ -121,14 +83,11 @@ TEST(Env, AFileOfKeysAndValues) {
     EXPECT_EQ(value[11], '.') << "written behind the end";
     EXPECT_EQ(std::string(value, strnlen(value, 11)), each.text);
   }
-  EXPECT_EQ(env_get("no equals sign", value, 11), nullptr);
-  EXPECT_EQ(env_get("# SN", value, 11), nullptr);
-  EXPECT_EQ(env_get("S", value, 11), nullptr);
-  EXPECT_EQ(env_get("", value, 11), nullptr);
-
+  for (const char* const absent : {"no equals sign", "# SN", "S", ""}) {
+    EXPECT_EQ(env_get(absent, value, 11), nullptr) << absent;
+  }
   std::remove("board.env");
   EXPECT_EQ(env_get("SN", value, 11), nullptr);
-  env_set_store(nullptr);
 }
 
 }  // namespace

@@ -21,50 +21,26 @@ std::string print(const std::string& format, Arguments... arguments) {
 }
 
 TEST(SioPrintf, NumbersStringsAndPointers) {
-  EXPECT_EQ(print(""), "");
-  EXPECT_EQ(print("%d", 0), "0");
-  EXPECT_EQ(print("%5d", 42), "   42");
-  EXPECT_EQ(print("%05d", -42), "-0042");
-  EXPECT_EQ(print("%5d", -42), "-  42");
-  EXPECT_EQ(print("%d", INT_MIN), "-2147483648");
-  EXPECT_EQ(print("%#d", 7), "7");
-  EXPECT_EQ(print("%u", UINT_MAX), "4294967295");
-  EXPECT_EQ(print("%x", 255U), "FF");
-  EXPECT_EQ(print("%#x", 255U), "$FF");
-  EXPECT_EQ(print("%#6x", 255U), "$   FF");
-  EXPECT_EQ(print("%08x", 0xBEEFU), "0000BEEF");
-  EXPECT_EQ(print("%o", 8U), "10");
-  EXPECT_EQ(print("%#o", 8U), "010");
-  EXPECT_EQ(print("%o", UINT_MAX), "7777777777");
-  EXPECT_EQ(print("%#o", 0U), "00");
-  EXPECT_EQ(print("%#x", 0U), "$0");
+  EXPECT_EQ(print("%d|%5d|%05d|%5d|%#d", 0, 42, -42, -42, 7), "0|   42|-0042|-  42|7");
+  EXPECT_EQ(print("%d|%u", INT_MIN, UINT_MAX), "-2147483648|4294967295");
+  EXPECT_EQ(print("%x|%#x|%#6x|%08x|%#x", 255U, 255U, 255U, 0xBEEFU, 0U),
+            "FF|$FF|$   FF|0000BEEF|$0");
+  EXPECT_EQ(print("%o|%#o|%o|%#o", 8U, 8U, UINT_MAX, 0U), "10|010|7777777777|00");
   void* const pointer = reinterpret_cast<void*>(std::uintptr_t{0x1234});
-  EXPECT_EQ(print("%p", pointer), "$1234");
-  EXPECT_EQ(print("%6p", pointer), "$  1234");
-  EXPECT_EQ(print("%06p", pointer), "$001234");
-  EXPECT_EQ(print("%5s", "ab"), "ab   ");
-  EXPECT_EQ(print("%05s", "ab"), "ab   ");
-  EXPECT_EQ(print("%1s", "ab"), "ab");
-  EXPECT_EQ(print("%2s|", static_cast<const char*>(nullptr)), "  |");
-  EXPECT_EQ(print("%3c", 65), "A");
-  EXPECT_EQ(print("%c", 0x141), "A");
-
-  // Every digit of the widest pointer, with and without a field that is wide enough.
-  char expected[40];
-  std::snprintf(expected, sizeof expected, "$%jX", static_cast<std::uintmax_t>(UINTPTR_MAX));
-  void* const last = reinterpret_cast<void*>(UINTPTR_MAX);
-  EXPECT_EQ(print("%p", last), expected);
-  EXPECT_EQ(print("%3p", last), expected);
+  EXPECT_EQ(print("%p|%6p|%06p", pointer, pointer, pointer), "$1234|$  1234|$001234");
+  EXPECT_EQ(print("%5s|%05s|%1s|%2s|", "ab", "ab", "ab", static_cast<const char*>(nullptr)),
+            "ab   |ab   |ab|  |");
+  EXPECT_EQ(print("%3c%c", 65, 0x141), "AA");
 }
 
 TEST(SioPrintf, WhatIsNoConversionIsWrittenBehindAPercentSign) {
   const struct {
     const char* format;
     const char* output;
-  } cases[] = {{"%%", "%"},      {"%5%", "%"},   {"%q", "%q"},    {"%5q", "%q"},
-               {"%-5d", "%-5d"}, {"%ld", "%ld"}, {"%+d", "%+d"},  {"% d", "% d"},
-               {"%.3d", "%.3d"}, {"%", "%"},     {"a%#0", "a%"},  {"a%012", "a%"},
-               {"%i%X", "%i%X"}, {"%5", "%"},    {"%5\n", "%\n"}, {"100%\n", "100%\n"},
+  } cases[] = {{"", ""},        {"%%", "%"},      {"%5%", "%"},    {"%q", "%q"},
+               {"%5q", "%q"},   {"%-5d", "%-5d"}, {"%ld", "%ld"},  {"%+d", "%+d"},
+               {"% d", "% d"},  {"%.3d", "%.3d"}, {"%", "%"},      {"a%#0", "a%"},
+               {"a%012", "a%"}, {"%i%X", "%i%X"}, {"%5\n", "%\n"}, {"100%\n", "100%\n"},
                {"%#%d%", "%d%"}};
   for (const auto& each : cases) {
     EXPECT_EQ(print(each.format), each.output) << each.format;
@@ -79,10 +55,8 @@ struct Field {
       (sharp ? alternate : zero) = true;
       text += sharp ? '#' : '0';
     }
-    if (random.oneIn(2)) {
-      width = 1 + random.below(25);
-      text += std::to_string(width);
-    }
+    width = random.oneIn(2) ? 1 + random.below(25) : 0;
+    text += width == 0 ? "" : std::to_string(width);
   }
 
   std::string text;
@@ -91,33 +65,30 @@ struct Field {
   std::size_t width = 0;
 };
 
-std::string digitsOf(std::uintmax_t value, unsigned int base, std::size_t most) {
+std::string number(const Field& field, const std::string& front, std::uintmax_t value,
+                   unsigned int base, std::size_t most, std::size_t width) {
   std::string digits;
-  for (; value != 0; value /= base) {
+  do {
     digits.insert(digits.begin(), "0123456789ABCDEF"[value % base]);
-  }
-  digits = digits.empty() ? "0" : digits;
-  return digits.size() > most ? digits.substr(digits.size() - most) : digits;
-}
-
-std::string number(const Field& field, const std::string& front, const std::string& digits,
-                   std::size_t width) {
+    value /= base;
+  } while (value != 0 && digits.size() < most);
   const std::size_t used = front.size() + digits.size();
   return front + std::string(used < width ? width - used : 0, field.zero ? '0' : ' ') + digits;
 }
 
 std::string reference(const Field& field, char letter, unsigned int value) {
-  const long long negative = static_cast<int>(value) < 0 ? 0x100000000LL - value : 0;
   switch (letter) {
     case 'd':
-      return negative != 0 ? number(field, "-", std::to_string(negative), field.width)
-                           : number(field, "", std::to_string(value), field.width);
+      if (value > INT_MAX) {
+        return number(field, "-", 0x100000000U - std::uintmax_t{value}, 10, 10, field.width);
+      }
+      [[fallthrough]];
     case 'u':
-      return number(field, "", std::to_string(value), field.width);
+      return number(field, "", value, 10, 10, field.width);
     case 'o':
-      return number(field, field.alternate ? "0" : "", digitsOf(value, 8, 10), field.width);
+      return number(field, field.alternate ? "0" : "", value, 8, 10, field.width);
     case 'x':
-      return number(field, field.alternate ? "$" : "", digitsOf(value, 16, 10), field.width);
+      return number(field, field.alternate ? "$" : "", value, 16, 10, field.width);
     default:
       return std::string(1, static_cast<char>(value));
   }
@@ -132,34 +103,27 @@ std::string plainText(Random& random) {
   return text;
 }
 
-// Values of every magnitude, and the ends of the range.
-unsigned int anyValue(Random& random) {
-  const unsigned int value = random.word() >> random.below(32);
-  return random.oneIn(2) ? value : 0U - value;
-}
-
 TEST(SioPrintf, AgreesWithTheReferenceOverRandomFormats) {
   Random random(1);
   for (int round = 0; round < 20000; ++round) {
-    const Field first(random), second(random), third(random), fourth(random);
-    const char letters[2] = {"duoxc"[random.below(5)], "duoxc"[random.below(5)]};
-    const unsigned int values[2] = {anyValue(random), anyValue(random)};
+    const Field first(random), second(random), third(random);
+    const char letter = "duoxc"[random.below(5)];
+    const unsigned int size = random.word() >> random.below(32);  // of every magnitude
+    const unsigned int value = random.oneIn(2) ? size : 0U - size;
     const std::string text = plainText(random);
     const std::uintptr_t address = static_cast<std::uintptr_t>(
         (static_cast<std::uint64_t>(random.word()) << 32 | random.word()) >> random.below(64));
-    const std::string between[4] = {plainText(random), plainText(random), plainText(random),
-                                    plainText(random)};
+    const std::string front = plainText(random);
+    const std::string back = plainText(random);
 
-    const std::string format = between[0] + "%" + first.text + letters[0] + between[1] + "%" +
-                               second.text + "s%" + third.text + "p" + between[2] + "%" +
-                               fourth.text + letters[1] + "%" + first.text + "%" + between[3];
-    const std::string padded =
-        text + std::string(text.size() < second.width ? second.width - text.size() : 0, ' ');
+    const std::string format = front + "%" + first.text + letter + "%" + second.text + "s%" +
+                               third.text + "p%" + first.text + "%%" + second.text + letter + back;
     const std::string expected =
-        between[0] + reference(first, letters[0], values[0]) + between[1] + padded +
-        number(third, "$", digitsOf(address, 16, 99), third.width == 0 ? 0 : third.width + 1) +
-        between[2] + reference(fourth, letters[1], values[1]) + "%" + between[3];
-    ASSERT_EQ(print(format, values[0], text.c_str(), reinterpret_cast<void*>(address), values[1]),
+        front + reference(first, letter, value) + text +
+        std::string(text.size() < second.width ? second.width - text.size() : 0, ' ') +
+        number(third, "$", address, 16, 99, third.width == 0 ? 0 : third.width + 1) + "%" +
+        reference(second, letter, ~value) + back;
+    ASSERT_EQ(print(format, value, text.c_str(), reinterpret_cast<void*>(address), ~value),
               expected)
         << format;
   }
