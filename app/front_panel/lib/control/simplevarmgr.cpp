@@ -2,63 +2,6 @@
 
 #include <cstring>
 
-namespace {
-
-// Integer and boolean variables differ in their base class only; these are the steps they share.
-
-void initFromDefault(ReadWriteVarMgr& var, int defaultVal) {
-  unsigned char buf[sizeof defaultVal];
-  ReadVarMgr::setBufInt(buf, sizeof buf, defaultVal);
-  var.set(buf, sizeof buf);
-}
-
-void publish(int val, int& glob, RefreshMgr& refMgr) {
-  glob = val;
-  refMgr.setRefresh();
-}
-
-}  // namespace
-
-ReadWriteVarMgrSimpleInt::ReadWriteVarMgrSimpleInt(int& g, RefreshMgr& r, int d, const bounds_t* b,
-                                                   range_t o)
-    : ReadWriteVarMgrInt(b, o), defaultVal(d), refMgr(r), glob(g) {}
-
-ReadWriteVarMgrSimpleInt::~ReadWriteVarMgrSimpleInt() {
-  refMgr.freeId(id);
-}
-
-bool ReadWriteVarMgrSimpleInt::refresh() {
-  return refreshInt(refMgr, id, val, glob);
-}
-
-void ReadWriteVarMgrSimpleInt::init() {
-  initFromDefault(*this, defaultVal);
-}
-
-void ReadWriteVarMgrSimpleInt::commit() const {
-  publish(val, glob, refMgr);
-}
-
-ReadWriteVarMgrSimpleBool::ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r,
-                                                     ReadWriteVarMgrBool::vals_e d, range_t o)
-    : ReadWriteVarMgrBool(o), defaultVal(d), refMgr(r), glob(v) {}
-
-ReadWriteVarMgrSimpleBool::~ReadWriteVarMgrSimpleBool() {
-  refMgr.freeId(id);
-}
-
-bool ReadWriteVarMgrSimpleBool::refresh() {
-  return refreshInt(refMgr, id, val, glob);
-}
-
-void ReadWriteVarMgrSimpleBool::init() {
-  initFromDefault(*this, defaultVal);
-}
-
-void ReadWriteVarMgrSimpleBool::commit() const {
-  publish(val, glob, refMgr);
-}
-
 ReadWriteVarMgrSimpleStr::ReadWriteVarMgrSimpleStr(RefreshMgr& r, void* g, void* buf,
                                                    unsigned int size, const bounds_t* b,
                                                    const char* i)

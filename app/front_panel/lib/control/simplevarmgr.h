@@ -12,23 +12,38 @@
 #include "refresh.h"
 #include "varmgr.h"
 
-/// An integer variable on an `int` of the application.
-class ReadWriteVarMgrSimpleInt : public ReadWriteVarMgrInt {
+/// What the variables on an `int` of the application share: everything but the constructor. `Base`,
+/// ReadWriteVarMgrInt or ReadWriteVarMgrBool, holds the working copy.
+template <class Base>
+class ReadWriteVarMgrSimpleNumber : public Base {
  public:
-  /// `g`: the global. `r`: the group. `d`: what init sets, forced into the bounds like any value.
-  /// `b`, `o`: bounds list and overflow policy. Neither reads nor writes the global.
-  ReadWriteVarMgrSimpleInt(int& g, RefreshMgr& r, int d, const bounds_t* b, range_t o);
-  ReadWriteVarMgrSimpleInt(const ReadWriteVarMgrSimpleInt&) = delete;
-  ReadWriteVarMgrSimpleInt& operator=(const ReadWriteVarMgrSimpleInt&) = delete;
-  ~ReadWriteVarMgrSimpleInt() override;
+  ReadWriteVarMgrSimpleNumber(const ReadWriteVarMgrSimpleNumber&) = delete;
+  ReadWriteVarMgrSimpleNumber& operator=(const ReadWriteVarMgrSimpleNumber&) = delete;
+  ~ReadWriteVarMgrSimpleNumber() override { refMgr.freeId(id); }
 
   /// Takes the global over as it is, bounds not applied.
-  bool refresh() override;
-  void init() override;
+  bool refresh() override { return refreshInt(refMgr, id, this->val, glob); }
+  /// Sets the default, forced into the bounds. The global is not written.
+  void init() override {
+    unsigned char buf[sizeof defaultVal];
+    ReadVarMgr::setBufInt(buf, sizeof buf, defaultVal);
+    this->set(buf, sizeof buf);
+  }
   bool startXaction() override { return true; }
   void endXaction() override {}
   bool isConsistent() override { return true; }
-  void commit() const override;
+  /// Writes the working copy to the global and marks the group.
+  void commit() const override {
+    glob = this->val;
+    refMgr.setRefresh();
+  }
+
+ protected:
+  /// `g`: the global. `r`: the group. `d`: the default. `base`: the arguments of `Base`. Neither
+  /// reads nor writes the global.
+  template <class... Args>
+  ReadWriteVarMgrSimpleNumber(int& g, RefreshMgr& r, int d, Args... base)
+      : Base(base...), defaultVal(d), refMgr(r), glob(g) {}
 
  private:
   RefreshId id;
@@ -37,27 +52,21 @@ class ReadWriteVarMgrSimpleInt : public ReadWriteVarMgrInt {
   int& glob;
 };
 
-/// A boolean variable on an `int` of the application.
-class ReadWriteVarMgrSimpleBool : public ReadWriteVarMgrBool {
+/// An integer variable on an `int` of the application.
+class ReadWriteVarMgrSimpleInt : public ReadWriteVarMgrSimpleNumber<ReadWriteVarMgrInt> {
  public:
-  /// As ReadWriteVarMgrSimpleInt, with the bounds 0 and 1; so are the operations.
-  ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r, ReadWriteVarMgrBool::vals_e d, range_t o);
-  ReadWriteVarMgrSimpleBool(const ReadWriteVarMgrSimpleBool&) = delete;
-  ReadWriteVarMgrSimpleBool& operator=(const ReadWriteVarMgrSimpleBool&) = delete;
-  ~ReadWriteVarMgrSimpleBool() override;
+  /// `g`: the global. `r`: the group. `d`: what init sets, forced into the bounds like any value.
+  /// `b`, `o`: bounds list and overflow policy. Neither reads nor writes the global.
+  ReadWriteVarMgrSimpleInt(int& g, RefreshMgr& r, int d, const bounds_t* b, range_t o)
+      : ReadWriteVarMgrSimpleNumber(g, r, d, b, o) {}
+};
 
-  bool refresh() override;
-  void init() override;
-  bool startXaction() override { return true; }
-  void endXaction() override {}
-  bool isConsistent() override { return true; }
-  void commit() const override;
-
- private:
-  RefreshId id;
-  const int defaultVal;
-  RefreshMgr& refMgr;
-  int& glob;
+/// A boolean variable on an `int` of the application.
+class ReadWriteVarMgrSimpleBool : public ReadWriteVarMgrSimpleNumber<ReadWriteVarMgrBool> {
+ public:
+  /// As ReadWriteVarMgrSimpleInt, with the bounds 0 and 1.
+  ReadWriteVarMgrSimpleBool(int& v, RefreshMgr& r, ReadWriteVarMgrBool::vals_e d, range_t o)
+      : ReadWriteVarMgrSimpleNumber(v, r, d, o) {}
 };
 
 /// A text variable on a character buffer of the application.
