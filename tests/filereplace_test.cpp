@@ -85,6 +85,21 @@ TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {
   }
 }
 
+// As a user for whom the modes count, which they do not for the superuser.
+TEST_F(FileReplaceTest, ADirectoryMayBeWriteOnly) {
+  constexpr uid_t NOBODY = 65534;
+  chmod(".", 0755);
+  mkdir("box", 0300);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown("box", NOBODY, NOBODY) + seteuid(NOBODY), 0);
+  }
+  replace("box/f", "old");
+  replace("box/f", "new");
+  ASSERT_EQ(seteuid(getuid()), 0);
+  chmod("box", 0700);
+  EXPECT_EQ(readWhole("box/f"), "new");
+}
+
 TEST_F(FileReplaceTest, ALinkStaysALinkToTheFileThatIsReplaced) {
   fs::create_directory("disk");
   writeWhole("disk/real", "old");

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "debug.h"
+
 namespace {
 
 [[noreturn]] void failOn(const char* what, const std::string& name) {
@@ -54,10 +56,22 @@ class Descriptor : public Noncopyable {
   const int fd;
 };
 
-void flushDirectory(const std::string& path) {
-  const Descriptor directory(path.empty() ? "." : path, O_RDONLY | O_DIRECTORY);
+// Flushes the directory `path`, in which `file` is open.
+void flushDirectory(const std::string& path, const Descriptor& file) {
+  const int directory = open(path.empty() ? "." : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (directory < 0) {
+    // A directory that may be written and not read is flushed with all of its file system.
+    if (errno != EACCES || syncfs(file.fd) != 0) {
+      failOn("cannot flush ", path);
+    }
+    return;
+  }
+  const int result = fsync(directory);
+  const int error = errno;
+  close(directory);
   // A file system that cannot flush a directory says so with EINVAL.
-  if (fsync(directory.fd) != 0 && errno != EINVAL) {
+  if (result != 0 && error != EINVAL) {
+    errno = error;
     failOn("cannot flush ", path);
   }
 }
@@ -80,25 +94,24 @@ FileReplacement::~FileReplacement() {
 }
 
 void FileReplacement::commit() {
-  {
-    const Descriptor file(temp, O_RDONLY);
-    struct stat old;
-    if (stat(target.c_str(), &old) == 0) {
-      // Only a privileged process can give a file away; the others write as its owner anyway.
-      static_cast<void>(fchown(file.fd, old.st_uid, old.st_gid) == 0);
-      if (fchmod(file.fd, old.st_mode & 07777) != 0) {
-        failOn("cannot set the mode of ", temp);
-      }
+  CTRL_ASSERT(!renamed);
+  const Descriptor file(temp, O_RDONLY);
+  struct stat old;
+  if (stat(target.c_str(), &old) == 0) {
+    // Only a privileged process can give a file away; the others write as its owner anyway.
+    static_cast<void>(fchown(file.fd, old.st_uid, old.st_gid) == 0);
+    if (fchmod(file.fd, old.st_mode & 07777) != 0) {
+      failOn("cannot set the mode of ", temp);
     }
-    if (fsync(file.fd) != 0) {
-      failOn("cannot flush ", temp);
-    }
+  }
+  if (fsync(file.fd) != 0) {
+    failOn("cannot flush ", temp);
   }
   if (std::rename(temp.c_str(), target.c_str()) != 0) {
     failOn("cannot replace ", target);
   }
   renamed = true;
-  flushDirectory(directoryOf(target));
+  flushDirectory(directoryOf(target), file);
 }
 
 std::string keepAside(const std::string& name) {

@@ -4,9 +4,9 @@
 // takes the old one's name, so neither a full disk nor a power cut nor a killed process leaves a
 // part of it under that name. A symbolic link stays a link: the file behind it is replaced.
 //
-// One replacement of a file at a time; any thread. Failures are eternity::exception by value, and
-// nothing stops the process. A thread that may be cancelled holds that off while it uses these
-// functions, or a file descriptor can stay open.
+// One replacement of a file at a time; any thread. Failures are eternity::exception by value; a
+// second commit stops the process. A thread that may be cancelled holds that off while it uses
+// these functions, or a file descriptor can stay open.
 #pragma once
 
 #include <string>
@@ -30,9 +30,10 @@ class FileReplacement : public Noncopyable {
   /// The name under which the caller writes the new content: that of the file with ".tmp" behind.
   const std::string& temporary() const { return temp; }
 
-  /// Gives the temporary file the owner and mode of the old one, flushes it to the disk, renames it
-  /// and flushes the directory. REQUIRES: the caller has written and closed it. Throws when any
-  /// step but the owner fails; the file then is complete all the same, old or new.
+  /// Gives the temporary file, which the caller has written and closed, the owner and mode of the
+  /// old one, flushes it to the disk, renames it and flushes the directory. Throws when any step
+  /// but the owner fails; the file then is complete all the same, old or new.
+  /// REQUIRES: it has not renamed the file already.
   void commit();
 
  private:
