@@ -24,76 +24,81 @@ using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
 using testing::internal::GetCapturedStdout;
+using Texts = std::vector<std::string>;
 
-// Answers Send with the words that it wrote to standard output.
 class NetTrapTest : public testing::Test {
  protected:
   NetTrapTest() { setenv("TRAP_MANAGER", "127.0.0.1", 1); }
+  ~NetTrapTest() override { onSend = nullptr; }
 
-  // One message: variable 9 with state word 0 up to the number of the trap.
-  static int deliver(NetTrap& trap, unsigned int specific, unsigned int varid = 9) {
+  // Sends variable 9 with state word 0 up to the number of the trap. What it prints goes to `said`.
+  int deliver(NetTrap& trap, unsigned int specific, unsigned int varid = 9) {
     unsigned char message[12];
     const status_t header = {7, 4, static_cast<std::uint16_t>(varid), 0};
     const unsigned int word = specific - NetTrap::S_TRAP_BASE_START;
     memcpy(message, &header, sizeof header);
     memcpy(message + sizeof header, &word, sizeof word);
-    return trap.Send(message, sizeof message);
+    CaptureStdout();
+    CaptureStderr();
+    const int result = trap.Send(message, sizeof message);
+    GetCapturedStderr();
+    said = GetCapturedStdout();
+    return result;
   }
   static std::string command(unsigned int specific, const std::string& manager = "127.0.0.1") {
     return "snmptrap -v 1 -c fabric " + manager + " tamrisvaneTraps.1 \"\" 6 " +
            std::to_string(specific) + " \"\" tamrisvaneInstance.1 i 1";
   }
-  static bool said(const std::string& words) {
-    return GetCapturedStdout().find(words) != std::string::npos;
-  }
   void startServer() { server = std::make_unique<TextServer>(NetTrap::S_TRAP_PORT); }
+  // What the server has read since the last look; nothing may be left of a half command.
+  Texts received() {
+    Texts texts;
+    server->read(texts);
+    EXPECT_EQ(server->rest, "");
+    return texts;
+  }
 
   TrapPortLock lock;
+  const long before = openDescriptors();
   CtrlReadWrite* controls[1] = {nullptr};
   TrapIndex table[2] = {{9, 0, 1, 1, 0}, {0, 0, 0, 0, 0}};
   std::unique_ptr<TextServer> server;
+  std::string said;
 };
 
 TEST_F(NetTrapTest, AnAbsentServerIsTriedAgainUntilItIsThereAndAGoneOneIsNot) {
-  const long before = openDescriptors();
   NetTrap trap(table, controls);
   unsetenv("TRAP_MANAGER");
   CaptureStdout();
   EXPECT_EQ(trap.Init(), 0);
-  const std::string words = GetCapturedStdout();
-  EXPECT_EQ(words.find("trap manager is: 192.168.1.1[3859]\nserver IP: 127.0.0.1, "), 0U) << words;
-  EXPECT_NE(words.find("NetTrap: can not connect to trap generation server\n"), words.npos);
+  said = GetCapturedStdout();
+  EXPECT_EQ(said.find("trap manager is: 192.168.1.1[3859]\nserver IP: 127.0.0.1, "), 0U) << said;
+  EXPECT_NE(said.find("NetTrap: can not connect to trap generation server\n"), said.npos);
 
   setenv("TRAP_MANAGER", "127.0.0.1", 1);
   trap.Init();
   for (int i = 0; i < 20; ++i) {
-    CaptureStdout();
     EXPECT_EQ(deliver(trap, 1001, 1), -1);  // the connection comes before the table
-    const std::string failed = GetCapturedStdout();
-    EXPECT_EQ(failed.find("NetTrap::Send\nserver IP: "), 0U);
-    EXPECT_EQ(failed.substr(failed.find(" 3859\n") + 6),
+    EXPECT_EQ(said.find("NetTrap::Send\nserver IP: "), 0U);
+    EXPECT_EQ(said.substr(said.find(" 3859\n") + 6),
               "NetTrap::Send---> can not connect to trap generation server\n");
   }
   EXPECT_EQ(openDescriptors(), before);
 
   startServer();
-  CaptureStdout();
   EXPECT_EQ(deliver(trap, 1019), 0);
-  EXPECT_TRUE(said("\nsending trap command: " + command(1019) + "\n"));
-  CaptureStdout();
+  EXPECT_NE(said.find("\nsending trap command: " + command(1019) + "\n"), said.npos);
   EXPECT_EQ(deliver(trap, 1001, 1), -1);
-  EXPECT_EQ(GetCapturedStdout(), "NetTrap::Send\nNetTrap::Send, wrong varid/index[1/0x0000]\n");
-  server->acceptClient();
-  EXPECT_EQ(server->texts(), std::vector<std::string>{command(1019)});
-  EXPECT_EQ(server->rest, "");
+  EXPECT_EQ(said, "NetTrap::Send\nNetTrap::Send, wrong varid/index[1/0x0000]\n");
+  server->accept();
+  EXPECT_EQ(received(), Texts{command(1019)});
 
   server.reset();
   startServer();
   deliver(trap, 1001);  // a socket takes one more text before it knows that its peer is gone
   for (int i = 0; i < 3; ++i) {
-    CaptureStdout();
-    EXPECT_EQ(deliver(trap, 1001), -1);
-    EXPECT_TRUE(said("Fail sending trap\n")) << "a broken socket stays, and no signal ends us";
+    EXPECT_EQ(deliver(trap, 1001), -1) << "a broken socket stays, and no signal ends us";
+    EXPECT_NE(said.find("Fail sending trap\n"), said.npos);
   }
   server.reset();
   EXPECT_EQ(openDescriptors(), before + 1);
@@ -110,15 +115,11 @@ TEST_F(NetTrapTest, AnAddressThatDoesNotFitSendsNothingAtAll) {
     setenv("TRAP_MANAGER", manager.c_str(), 1);
     NetTrap trap(table, controls);
     trap.Init();
-    CaptureStdout();
-    EXPECT_EQ(deliver(trap, 3000000000), length == 213 ? 0 : -1);
-    EXPECT_EQ(said("NetTrap::Send\nNetTrap::Send, trap manager address is too long\n"),
-              length != 213);
-    server->acceptClient();
-    const std::vector<std::string> texts = server->texts();
-    EXPECT_EQ(texts, length == 213 ? std::vector<std::string>{command(3000000000, manager)}
-                                   : std::vector<std::string>{});
-    EXPECT_EQ(server->rest, "");
+    const bool fits = length == 213;
+    EXPECT_EQ(deliver(trap, 3000000000), fits ? 0 : -1);
+    EXPECT_EQ(said == "NetTrap::Send\nNetTrap::Send, trap manager address is too long\n", !fits);
+    server->accept();
+    EXPECT_EQ(received(), fits ? Texts{command(3000000000, manager)} : Texts{});
     trap.Exit();
   }
 }
@@ -138,13 +139,13 @@ TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
   NarrowTrap trap(table, controls);
   trap.Init();
   trap.narrow();
-  server->acceptClient();
+  server->accept();
   std::atomic<bool> done{false};
-  std::vector<std::string> got, sent;
+  Texts got, sent;
   std::thread reader([&] {
     while (!done) {
       usleep(1000);
-      server->appendTexts(got);
+      server->read(got);
     }
   });
   Random random(6);
@@ -152,21 +153,17 @@ TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
     errno = EINTR;
     return random.oneIn(8) ? -1 : random.between(1, static_cast<int>(size));
   };
-  CaptureStdout();
   for (unsigned int number = 1001; number < 2000; ++number) {
     if (deliver(trap, number) == 0) {
       sent.push_back(command(number));
     }
   }
-  GetCapturedStdout();
-  onSend = nullptr;
   done = true;
   reader.join();
-  server->appendTexts(got);
+  server->read(got);
   EXPECT_LT(sent.size(), 999U) << "nothing was interrupted before its first byte";
   EXPECT_TRUE(got == sent);
   EXPECT_EQ(server->rest, "");
-  trap.Exit();
 }
 
 // The server comes and goes at random, and some sends break half way; before the server goes it
@@ -174,27 +171,20 @@ TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
 // in order, none twice, and no half command stands in front of one.
 TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
   Random random(5);
-  const long before = openDescriptors();
   // The address with a port is what snmptrap takes; the sender never connects to it.
   setenv("TRAP_MANAGER", "192.0.2.1:16200", 1);
-  std::vector<std::string> delivered, got;
+  Texts delivered, got;
   bool breaks = false;
   onSend = [&](size_t size) {
     errno = ENOBUFS;
     return !breaks ? static_cast<ssize_t>(size) : size > 40 ? ssize_t{30} : -1;
   };
-  CaptureStdout();
-  CaptureStderr();
   {
     NetReconnectTrap trap(table, controls);
     trap.Init();
     for (unsigned int number = 1001; number < 2000; ++number) {
       if (random.oneIn(4)) {
-        if (server) {
-          server.reset();
-        } else {
-          startServer();
-        }
+        server ? server.reset() : startServer();
       }
       if (random.oneIn(50)) {
         trap.Exit();
@@ -203,17 +193,14 @@ TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
       const bool sent = deliver(trap, number) == 0;
       ASSERT_EQ(sent, server != nullptr && !breaks);
       if (server) {
-        server->acceptPending();
-        server->appendTexts(got);
+        server->accept(0);
+        server->read(got);
       }
       if (sent) {
         delivered.push_back(command(number, "192.0.2.1:16200"));
       }
     }
   }
-  GetCapturedStdout();
-  GetCapturedStderr();
-  onSend = nullptr;
   server.reset();
   EXPECT_GT(delivered.size(), 300U);
   EXPECT_TRUE(got == delivered);

@@ -35,10 +35,6 @@ class TrapEndToEnd : public testing::Test {
                                        "server.log" + std::to_string(++servers));
     ASSERT_TRUE(server->says("listening on 127.0.0.1:3859"));
   }
-  void startPanel() {
-    panel = std::make_unique<Process>(std::vector<std::string>{PANEL, "--traps", "server"},
-                                      "panel.log");
-  }
   // snmptrapd of net-snmp 5.9 writes a dot in front of the number where it formats it by itself.
   bool arrives(unsigned int specific) const {
     const std::string before = "tamrisvaneTraps.1 Enterprise Specific (";
@@ -48,9 +44,9 @@ class TrapEndToEnd : public testing::Test {
       return log.find(before + after) != log.npos || log.find(before + "." + after) != log.npos;
     });
   }
-  unsigned int arrived() const {
+  size_t arrived() const {
     const std::string log = trapd->output();
-    unsigned int count = 0;
+    size_t count = 0;
     for (size_t at = 0; (at = log.find("Enterprise Specific", at)) != log.npos; ++at) {
       ++count;
     }
@@ -60,43 +56,43 @@ class TrapEndToEnd : public testing::Test {
   TrapPortLock lock;
   TempDir dir;
   unsigned int servers = 0;
-  std::unique_ptr<Process> trapd, server, panel;
+  std::unique_ptr<Process> trapd, server;
 };
 
 // Numbers: temperatures from 1000 on, mutes from 1008, gains from 1016, two for each of 4, 4 and
 // 4 x 3 members; the second of two when the condition holds.
 TEST_F(TrapEndToEnd, AConfirmedChangeArrivesAlsoWhenItsServerWasAway) {
   startServer();
-  startPanel();
+  Process panel({PANEL, "--traps", "server"}, "panel.log");
   for (unsigned int even = 1000; even < 1040; even += 2) {
-    ASSERT_TRUE(arrives(even)) << panel->output() << server->output() << trapd->output();
+    ASSERT_TRUE(arrives(even)) << panel.output() << server->output() << trapd->output();
   }
-  panel->type("set mute 2 on\n");
-  EXPECT_TRUE(panel->says("waits for confirm"));
-  panel->type("set limit 30\nwait 1\nconfirm\n");
+  panel.type("set mute 2 on\n");
+  EXPECT_TRUE(panel.says("waits for confirm"));
+  panel.type("set limit 30\nwait 1\nconfirm\n");
   EXPECT_TRUE(arrives(1013));
   EXPECT_TRUE(arrives(1007)) << "the alarm of the last channel's temperature";
-  EXPECT_TRUE(panel->says("2 settings confirmed"));
+  EXPECT_TRUE(panel.says("2 settings confirmed"));
   EXPECT_EQ(arrived(), 20U + 1 + 4);
   EXPECT_NE(trapd->output().find("community fabric"), std::string::npos);
   EXPECT_NE(trapd->output().find("tamrisvaneInstance.1 = INTEGER: 1"), std::string::npos);
 
   for (const int signal : {SIGTERM, SIGKILL}) {
     server->end(signal);
-    panel->type(signal == SIGTERM ? "set gain 2 1 -100\nconfirm\n" : "set gain 2 1 0\nconfirm\n");
+    panel.type(signal == SIGTERM ? "set gain 2 1 -100\nconfirm\n" : "set gain 2 1 0\nconfirm\n");
     const std::string away = "NetTrap::Send---> can not connect to trap generation server\n";
-    EXPECT_TRUE(panel->says(away));
-    panel->type("traps\n");
-    EXPECT_TRUE(panel->says(signal == SIGTERM ? "1028/1029  yes  no, pending"
-                                              : "1028/1029  no   yes, pending"));
+    EXPECT_TRUE(panel.says(away));
+    panel.type("traps\n");
+    EXPECT_TRUE(panel.says(signal == SIGTERM ? "1028/1029  yes  no, pending"
+                                             : "1028/1029  no   yes, pending"));
     startServer();
     EXPECT_TRUE(comesTrue([&] { return arrived() == (signal == SIGTERM ? 26U : 27U); }));
   }
   EXPECT_TRUE(arrives(1029));
 
-  panel->type("set mute 0 on\nconfirm\nquit\n");  // told before the panel ends
+  panel.type("set mute 0 on\nconfirm\nquit\n");  // told before the panel ends
   EXPECT_TRUE(arrives(1009));
-  EXPECT_EQ(panel->wait(), 0);
+  EXPECT_EQ(panel.wait(), 0);
   EXPECT_EQ(server->end(), 0);
   EXPECT_EQ(arrived(), 28U);
 }

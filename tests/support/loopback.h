@@ -94,47 +94,30 @@ class TextServer {
     listen(listener, 8);
   }
   ~TextServer() {
-    for (const int sock : {listener, client}) {
-      if (sock >= 0) {
-        close(sock);
-      }
-    }
+    close(listener);
+    close(client);
   }
   unsigned short port() const { return portOf(listener); }
-  /// Waits for the next client and reads from that one from now on.
-  void acceptClient() {
-    const int next = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (client >= 0) {
-      close(client);
-    }
-    client = next;
-    rest.clear();
-  }
-  /// The same, without waiting for one.
-  void acceptPending() {
+  /// Waits up to `ms` milliseconds for the next client and reads from that one from now on.
+  void accept(int ms = -1) {
     pollfd event = {listener, POLLIN, 0};
-    if (poll(&event, 1, 0) > 0) {
-      acceptClient();
+    if (poll(&event, 1, ms) > 0) {
+      close(client);
+      client = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+      rest.clear();
     }
   }
-
-  /// Appends every whole text that has come to `all`; what is left stays in `rest`.
-  void appendTexts(std::vector<std::string>& all) {
+  /// Appends every whole text that has come to `texts`; what is left stays in `rest`.
+  void read(std::vector<std::string>& texts) {
     char block[4096];
     for (ssize_t n; (n = recv(client, block, sizeof block, MSG_DONTWAIT)) > 0;) {
       rest.append(block, static_cast<size_t>(n));
     }
-    size_t begin = 0;
-    for (size_t zero; (zero = rest.find('\0', begin)) != std::string::npos; begin = zero + 1) {
-      all.push_back(rest.substr(begin, zero - begin));
+    for (size_t zero; (zero = rest.find('\0')) != std::string::npos; rest.erase(0, zero + 1)) {
+      texts.push_back(rest.substr(0, zero));
     }
-    rest.erase(0, begin);
   }
-  std::vector<std::string> texts() {
-    std::vector<std::string> all;
-    appendTexts(all);
-    return all;
-  }
+
   std::string rest;
 
  private:
