@@ -1,16 +1,15 @@
 // Any bytes as a preset image: recalled whole or without a trace, and never read behind its end.
 //
-// The first bytes choose the version's size, what newer rows do, and which variable refuses.
+// The first bytes choose the version's size, what newer rows do, which variable is in the way and
+// how, and the random list; all others are the image.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
+#include "presetlist.h"
 #include "presetrecall.h"
-#include "presetvarfill.h"
-#include "presetvarmgr.h"
-#include "simplevarmgr.h"
 
 namespace {
 
@@ -20,95 +19,43 @@ void require(bool cond) {
   }
 }
 
-// A simple variable whose transaction can be refused, and is counted.
-class Refusable : public ReadWriteVarMgrSimpleInt {
- public:
-  using ReadWriteVarMgrSimpleInt::ReadWriteVarMgrSimpleInt;
-  bool startXaction() override {
-    open += starts ? 1 : 0;
-    return starts;
-  }
-  void endXaction() override { --open; }
-  bool isConsistent() override { return consistent; }
-  bool starts = true;
-  bool consistent = true;
-  int open = 0;
-};
-
-const bounds_t GAPPED[] = {{-20, 10}, {20, 30}, BOUNDS_END};
-
-struct Globals {
-  int gapped, free, flag;
-  char digits[7], any[5];
-};
-
-struct List {
-  List() { initPreset(rows); }
-
-  Globals globals{};
-  char digitsWork[7], anyWork[5], digitsScratch[7], anyScratch[5];
-  RefreshMgr group;
-  Refusable gapped{globals.gapped, group, 5, GAPPED, RANGE_CLIP};
-  Refusable free{globals.free, group, -1, nullptr, RANGE_WRAP};
-  ReadWriteVarMgrSimpleBool flag{globals.flag, group, ReadWriteVarMgrBool::ON, RANGE_CLIP};
-  ReadWriteVarMgrSimpleStr digits{
-      group, globals.digits, digitsWork, sizeof digitsWork, ReadWriteVarMgrStr::BOUNDS_DIGIT, "42"};
-  ReadWriteVarMgrSimpleStr any{group, globals.any, anyWork, sizeof anyWork, nullptr, "ab"};
-  PresetFieldVarInt gappedField{gapped};
-  PresetFieldVarInt freeField{free, 12, nullptr, true};
-  PresetFieldVarInt flagField{flag};
-  PresetFieldVarStr digitsField{digits, digitsScratch, sizeof digitsScratch,
-                                PresetFieldVarStr::MODE_AUTO};
-  PresetFieldVarStr anyField{any, anyScratch, sizeof anyScratch, PresetFieldVarStr::MODE_MANUAL};
-  PresetFieldFill fill{true, 35};
-  verPresetField_t rows[7] = {{0, PRESET_FIELD_VALID, &gappedField},
-                              {0, 2, &fill},
-                              {1, PRESET_FIELD_VALID, &digitsField},
-                              {1, 3, &anyField},
-                              {3, PRESET_FIELD_VALID, &freeField},
-                              {4, PRESET_FIELD_VALID, &flagField},
-                              {0, 0, nullptr}};
-};
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static List list;
-  if (size < 1) {
+  constexpr std::size_t HEAD = 3;
+  if (size < HEAD) {
     return 0;
   }
-  const unsigned int verSize = 1 + data[0] % 4;
-  const recallNewer_t newer = (data[0] & 4) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
-  list.gapped.starts = (data[0] & 8) == 0;
-  list.free.starts = (data[0] & 16) == 0;
-  list.free.consistent = (data[0] & 32) == 0;
-  const std::unique_ptr<std::uint8_t[]> image(new std::uint8_t[size - 1]);
-  std::memcpy(image.get(), data + 1, size - 1);
+  const std::unique_ptr<std::uint8_t[]> image(new std::uint8_t[size - HEAD]);
+  std::copy(data + HEAD, data + size, image.get());
+  Random random(data[2]);
+  PresetList list;
+  list.addRandomRows(random);
+  list.change(random);
+  Watch none;
+  Watch* watch = list.items.empty() ? nullptr : list.items[data[1] % list.items.size()]->watch();
+  watch = watch == nullptr ? &none : watch;
+  watch->refuse = (data[0] & 8) != 0;
+  watch->inconsistent = (data[0] & 16) != 0;
 
-  unsigned char undo[16];
-  const Globals before = list.globals;
+  std::vector<unsigned char> undo(presetUndoSize(list.table()) + 1);
+  const std::string before = list.state();
   const recall_t result =
-      recallPreset(image.get(), static_cast<unsigned int>(size - 1), verSize, list.rows, newer,
-                   undo, (data[0] & 64) != 0 ? 3 : sizeof undo);
-  require(list.gapped.open == 0 && list.free.open == 0);
+      recallPreset(image.get(), static_cast<unsigned int>(size - HEAD), 1 + data[0] % 4,
+                   list.table(), (data[0] & 4) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER,
+                   undo.data(), (data[0] & 32) != 0 ? 3 : static_cast<unsigned int>(undo.size()));
   if (result != RECALL_OK) {
-    require(std::memcmp(&before, &list.globals, sizeof before) == 0);
+    require(list.state() == before);
     return 0;
   }
-  const int gapped = list.globals.gapped;
-  require((gapped >= -20 && gapped <= 10) || (gapped >= 20 && gapped <= 30));
-  require(list.globals.flag == 0 || list.globals.flag == 1);
-  require(std::memchr(list.globals.digits, 0, sizeof list.globals.digits) != nullptr);
-  require(std::strspn(list.globals.digits, "0123456789") == std::strlen(list.globals.digits));
-
   // What has taken effect packs into an image that changes nothing.
-  const Globals after = list.globals;
-  unsigned char again[64];
-  const int length = createPreset(again, sizeof again, 1, list.rows);
+  *watch = {};
+  const std::string after = list.state();
+  unsigned char again[400];
+  const int length = createPreset(again, sizeof again, 1, list.table());
   require(length > 0);
-  list.gapped.starts = list.free.starts = list.free.consistent = true;
-  require(recallPreset(again, static_cast<unsigned int>(length), 1, list.rows, RECALL_KEEP_NEWER,
-                       undo, sizeof undo) == RECALL_OK);
-  require(std::memcmp(&after, &list.globals, sizeof after) == 0);
+  require(recallPreset(again, static_cast<unsigned int>(length), 1, list.table(), RECALL_KEEP_NEWER,
+                       undo.data(), static_cast<unsigned int>(undo.size())) == RECALL_OK);
+  require(list.state() == after);
   return 0;
 }

@@ -26,9 +26,7 @@ TEST(CreatePreset, MatchesTheNaiveWriterAndFailsAtEverySizeBelow) {
   Random random(43);
   for (int run = 0; run < 400; ++run) {
     PresetList list;
-    for (unsigned int rows = random.below(9); rows > 0; --rows) {
-      list.addRandom(random);
-    }
+    list.addRandomRows(random);
     ASSERT_EQ(initPreset(list.table()), list.version());
     list.change(random);
     const unsigned int verSize = 1 + static_cast<unsigned int>(run) % 4;

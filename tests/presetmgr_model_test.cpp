@@ -1,5 +1,7 @@
 // Long random runs of every handle operation, service pass, time step, format and restart, against
 // a plain map. After each step the store's invariants are checked from the outside.
+#include <gtest/gtest.h>
+
 #include <array>
 #include <optional>
 #include <set>
@@ -23,7 +25,7 @@ struct Handle {
 
 // The simplest store that behaves as ours.
 struct Entry {
-  std::optional<Preset> preset;
+  std::optional<Stored> preset;
   unsigned int readers = 0, writers = 0;
 };
 
@@ -158,7 +160,7 @@ class Model : public testing::Test {
               : fits      ? ERR_OK
                           : ERR_WRITE_FAILED);
     if (isWritable && fits) {
-      entries[handle.id].preset = Preset{handle.type, bytes};
+      entries[handle.id].preset = Stored{handle.type, bytes};
     }
   }
 

@@ -4,6 +4,8 @@
 // else has appeared, and the store accepts and keeps the next write.
 //
 // CONTROL_TEST_THIN=n tries only every n-th cut, for slow machines.
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <optional>
 #include <sstream>
@@ -60,9 +62,9 @@ class Story {
   }
 
  private:
-  static std::optional<Preset> at(const Content& content, unsigned int id) {
+  static std::optional<Stored> at(const Content& content, unsigned int id) {
     const auto it = content.find(id);
-    return it == content.end() ? std::nullopt : std::optional<Preset>(it->second);
+    return it == content.end() ? std::nullopt : std::optional<Stored>(it->second);
   }
 
   std::vector<Content> shown;
@@ -162,7 +164,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
     ++stamp;
     std::string bytes(size, static_cast<char>('a' + stamp % 26));
     bytes.replace(0, size < 2 ? size : 2, size < 2 ? size : 2, static_cast<char>(stamp));
-    const Preset preset = {static_cast<unsigned short>(type), bytes};
+    const Stored preset = {static_cast<unsigned short>(type), bytes};
     const int res = rig.write(preset.type, bytes);
     const Content now = rig.content();
     Content expected = story.latest();
@@ -229,7 +231,7 @@ class PowerCut : public testing::TestWithParam<Workload> {
     write(0x1ABC, 5);
     if (story.latest() == before) {
       ASSERT_FALSE(before.empty());
-      const Preset any = before.rbegin()->second;
+      const Stored any = before.rbegin()->second;
       write(any.type, static_cast<unsigned int>(any.bytes.size()));
       ASSERT_FALSE(story.latest() == before);
     }

@@ -1,40 +1,52 @@
 // The start-up scan over hand-made media, and factory images: what each one comes up as.
+#include <gtest/gtest.h>
+
 #include "random.h"
 #include "store_rig.h"
 
 namespace {
 
 struct Found {
-  const char* what;
+  std::string what;
   std::string image;
-  Content content;
-  blkState_t state[2];
+  std::string content;  // as Scan::shown writes it
+  std::string state;    // of the two blocks: allocated, deallocated or erased
   unsigned int flashAddrEnd;
   bool forceCopy = false;
 };
 
 class Scan : public testing::Test {
  protected:
+  // All presets as id:type:payload, a long payload as its size.
+  static std::string shown() {
+    std::string all;
+    for (const auto& [id, preset] : StoreRig::content()) {
+      const std::string& bytes = preset.bytes;
+      all += (all.empty() ? "" : " ") + std::to_string(id) + ":" + std::to_string(preset.type) +
+             ":" + (bytes.size() < 10 ? bytes : "*" + std::to_string(bytes.size()));
+    }
+    return all;
+  }
+  static char stateOf(unsigned int blkid) {
+    const blkState_t state = presetStore.blkState[blkid];
+    return state == BLK_ALLOC ? 'A' : state == BLK_DEALLOC ? 'D' : state == BLK_ERASED ? 'E' : '?';
+  }
+
   void expect(const Found& f) {
     SCOPED_TRACE(f.what);
     rig.restartOn(Image(f.image));
-    EXPECT_EQ(rig.content(), f.content);
-    EXPECT_EQ(presetStore.blkState[0], f.state[0]);
-    EXPECT_EQ(presetStore.blkState[1], f.state[1]);
+    EXPECT_EQ(shown(), f.content);
+    EXPECT_EQ((std::string{stateOf(0), stateOf(1)}), f.state);
     EXPECT_EQ(presetStore.flashAddrEnd, f.flashAddrEnd);
     EXPECT_EQ(presetStore.forceCopy, f.forceCopy);
     keepsWhatItFound();
   }
 
-  // What the scan found is still there after the store's own work, a write and a restart. Of a type
-  // a conversion keeps 13 bits.
+  // What the scan found is still there after the store's own work, a write and a restart.
   void keepsWhatItFound() {
     const bool isFull = presetStore.user[0].serv[0].size > 8100;
     ASSERT_EQ(rig.write(0x1FFF, "n"), isFull ? ERR_WRITE_FAILED : ERR_OK);
-    Content before = rig.content();
-    for (auto& [id, preset] : before) {
-      preset.type &= 0x1FFF;
-    }
+    const Content before = rig.lasting();
     ASSERT_TRUE(rig.drain());
     rig.restart();
     EXPECT_EQ(rig.content(), before);
@@ -54,73 +66,35 @@ class Scan : public testing::Test {
 };
 
 TEST_F(Scan, SoundMedia) {
-  const Content abc = {{2, {5, "ABC"}}};
-  const auto filled = [](unsigned int size) { return Content{{0, {1, std::string(size, 'p')}}}; };
+  const std::string abc = "7FFE 0 live:5,2,ABC ", found = "2:5:ABC";
   const Found cases[] = {
-      {"two erased blocks", "", {}, {BLK_ERASED, BLK_ERASED}, 8192},
-      {"an empty block", "7FFE 0", {}, {BLK_ALLOC, BLK_ERASED}, 4},
-      {"odd size in block 1",
-       "@8192 7FFE 0 2005 2 3 4142 43FF",
-       abc,
-       {BLK_ERASED, BLK_ALLOC},
-       8206},
-      {"leftovers in the other block",
-       "7FFE 0 live:5,2,ABC @9000 0",
-       abc,
-       {BLK_ALLOC, BLK_DEALLOC},
-       14},
-      {"up to the end", "7FFE 0 live:1,0,*8182", filled(8182), {BLK_ALLOC, BLK_ERASED}, 8192},
-      {"4 bytes left", "7FFE 0 live:1,0,*8178", filled(8178), {BLK_ALLOC, BLK_ERASED}, 8188},
-      {"4 bytes left, the first of them dirty",
-       "7FFE 0 live:1,0,*8178 2001",
-       filled(8178),
-       {BLK_ALLOC, BLK_ERASED},
-       8192},
-      {"a stray last word", "7FFE 0 live:5,2,ABC @8190 0", abc, {BLK_ALLOC, BLK_ERASED}, 14},
-      {"a stray word in the tail",
-       "7FFE 0 live:5,2,ABC @400 FFFE",
-       abc,
-       {BLK_ALLOC, BLK_ERASED},
-       8192},
-      {"deleted records of any id and size",
-       "7FFE 0 dead:5,2,old dead:6,9999, live:5,2,ABC",
-       abc,
-       {BLK_ALLOC, BLK_ERASED},
+      {"two erased blocks", "", "", "EE", 8192},
+      {"an empty block", "7FFE 0", "", "AE", 4},
+      {"odd size in block 1", "@8192 7FFE 0 2005 2 3 4142 43FF", found, "EA", 8206},
+      {"leftovers in the other block", abc + "@9000 0", found, "AD", 14},
+      {"up to the end", "7FFE 0 live:1,0,*8182", "0:1:*8182", "AE", 8192},
+      {"4 bytes left", "7FFE 0 live:1,0,*8178", "0:1:*8178", "AE", 8188},
+      {"of 4 bytes the first dirty", "7FFE 0 live:1,0,*8178 2001", "0:1:*8178", "AE", 8192},
+      {"a stray last word", abc + "@8190 0", found, "AE", 14},
+      {"a stray word in the tail", abc + "@400 FFFE", found, "AE", 8192},
+      {"deleted records of any id", "7FFE 0 dead:5,2,old dead:6,9999, live:5,2,ABC", found, "AE",
        30},
-      {"two live records",
-       "7FFE 0 live:5,2,old live:9,2,newer",
-       {{2, {9, "newer"}}},
-       {BLK_ALLOC, BLK_ERASED},
-       26,
-       true},
-      {"never confirmed", "7FFE 0 live:5,2,ABC open:6,3,half", abc, {BLK_ALLOC, BLK_ERASED}, 8192},
-      {"just started", "7FFE 0 live:5,2,ABC 7FFF", abc, {BLK_ALLOC, BLK_ERASED}, 8192},
+      {"two live records", "7FFE 0 live:5,2,old live:9,2,newer", "2:9:newer", "AE", 26, true},
+      {"never confirmed", abc + "open:6,3,half", found, "AE", 8192},
+      {"just started", abc + "7FFF", found, "AE", 8192},
       {"version 0, types of 13 and 15 bits",
-       "7FFF dead0:1,7,gone live0:4660,7,ABC live0:24581,299,z",
-       {{7, {0x1234, "ABC"}}, {299, {0x6005, "z"}}},
-       {BLK_ALLOC, BLK_ERASED},
-       36,
+       "7FFF dead0:1,7,gone live0:4660,7,ABC live0:24581,299,z", "7:4660:ABC 299:24581:z", "AE", 36,
        true},
-      {"version 0, no record", "@8192 7FFF", {}, {BLK_ERASED, BLK_ALLOC}, 8194, true},
-      {"version 0, the largest payload",
-       "7FFF live0:1,0,*8182",
-       filled(8182),
-       {BLK_ALLOC, BLK_ERASED},
-       8192,
-       true},
-      {"a copy that was not finished",
-       "7FFE 0 live:5,2,ABC @8196 live:5,2,ABC",
-       abc,
-       {BLK_ALLOC, BLK_DEALLOC},
-       14},
-      {"another version", "7FFE 1 live:5,2,ABC", {}, {BLK_DEALLOC, BLK_ERASED}, 8192},
+      {"version 0, no record", "@8192 7FFF", "", "EA", 8194, true},
+      {"version 0, the largest", "7FFF live0:1,0,*8182", "0:1:*8182", "AE", 8192, true},
+      {"a copy that was not finished", abc + "@8196 live:5,2,ABC", found, "AD", 14},
+      {"another version", "7FFE 1 live:5,2,ABC", "", "DE", 8192},
   };
   for (const Found& f : cases) {
     expect(f);
   }
-  for (const char* const blkWord : {"FFFE", "6FFE", "6FFF", "7FFD", "3FFE", "0"}) {
-    expect(
-        {blkWord, std::string(blkWord) + " 0 live:5,2,ABC", {}, {BLK_DEALLOC, BLK_ERASED}, 8192});
+  for (const std::string blkWord : {"FFFE", "6FFE", "6FFF", "7FFD", "3FFE", "0"}) {
+    expect({blkWord, blkWord + " 0 live:5,2,ABC", "", "DE", 8192});
   }
 }
 
@@ -158,7 +132,7 @@ TEST_F(Scan, ACorruptLogIsGivenUpAsAWhole) {
   };
   for (const auto& c : cases) {
     const std::string image = std::string("@8192 ") + c.log;
-    expect({c.what, image, {}, {BLK_ERASED, BLK_DEALLOC}, 8192});
+    expect({c.what, image, "", "ED", 8192});
     expectGivenUp(image, 1);
   }
 }
@@ -167,23 +141,22 @@ TEST_F(Scan, OfTwoValidBlocksOneIsKept) {
   const std::string at[] = {" @0 ", " @8192 "};
   const std::string copy = "7FFE 0 live:1,1,c live:1,2,c", log = "7FFE 0 dead:1,1,l live:1,1,l";
   const std::string bad = "7FFE 0 live:1,300,x", ver0 = "7FFF live0:1,1,v";
-  const Content c = {{1, {1, "c"}}, {2, {1, "c"}}}, l = {{1, {1, "l"}}}, v = {{1, {1, "v"}}};
   for (const unsigned int blk : {0U, 1U}) {
-    const std::string here = at[blk], there = at[1 - blk];
+    const std::string here = at[blk], there = at[1 - blk], state = blk == 0 ? "AD" : "DA";
+    const unsigned int start = blk * FLASH_PARM_BLK_SIZE;
     const Found cases[] = {
-        {"a finished copy before a used log", here + copy + there + log, c, {}, 20},
-        {"version 1 before version 0", here + log + there + ver0, l, {}, 20},
-        {"a sound log before a corrupt one", here + log + there + bad, l, {}, 20},
-        {"version 0 before a corrupt log", here + ver0 + there + bad, v, {}, 12, true},
+        {"a finished copy before a used log", copy + there + log, "1:1:c 2:1:c", state, start + 20},
+        {"version 1 before version 0", log + there + ver0, "1:1:l", state, start + 20},
+        {"a sound log before a corrupt one", log + there + bad, "1:1:l", state, start + 20},
+        {"version 0 before a corrupt log", ver0 + there + bad, "1:1:v", state, start + 12, true},
     };
     for (Found f : cases) {
-      f.state[1 - blk] = BLK_DEALLOC;
-      f.flashAddrEnd += blk * FLASH_PARM_BLK_SIZE;
+      f.image.insert(0, here);
       expect(f);
       expectGivenUp(f.image, 1 - blk);
     }
   }
-  expect({"two corrupt logs", at[0] + bad + at[1] + bad, {}, {BLK_DEALLOC, BLK_DEALLOC}, 8192});
+  expect({"two corrupt logs", at[0] + bad + at[1] + bad, "", "DD", 8192});
 }
 
 // An erase of the old block, torn by a power cut, has turned the bit back that invalidated it, and
@@ -232,19 +205,18 @@ TEST_F(Scan, NoMediumStopsTheProcess) {
 
 class Factory : public Scan {
  public:
-  // Adds a record to the image.
-  Factory& add(unsigned int type, unsigned int size, const std::string& payload) {
-    for (const unsigned int n : {type, size}) {
-      image += static_cast<char>(n / 256);
-      image += static_cast<char>(n % 256);
+  // A record of an image.
+  static std::string record(unsigned int type, unsigned int size, const std::string& payload) {
+    std::string all;
+    for (const unsigned int n : {type / 256, type % 256, size / 256, size % 256}) {
+      all += static_cast<char>(n);
     }
-    image += payload;
-    return *this;
+    return all + payload;
   }
-  int install() {
+  int install(const std::string& bytes) {
+    image = bytes;
     return PresetMgr::setFactory(&image[0], static_cast<unsigned int>(image.size()));
   }
-
   static std::string readNext(PresetMgr& handle) {
     char buf[64];
     unsigned int len = sizeof buf;
@@ -260,7 +232,7 @@ class Factory : public Scan {
 };
 
 TEST_F(Factory, ServesASoundImageForReading) {
-  EXPECT_EQ(add(5, 3, "abc?").add(0x1FFF, 1, "z?").add(5, 2, "de").install(), 0);
+  EXPECT_EQ(install(record(5, 3, "abc?") + record(0x1FFF, 1, "z?") + record(5, 2, "de")), 0);
   EXPECT_EQ(read(0x1FFF), "z");
   PresetMgr handle;
   ASSERT_EQ(handle.openFirstFactory(0xE005), ERR_OK);
@@ -269,7 +241,7 @@ TEST_F(Factory, ServesASoundImageForReading) {
   EXPECT_EQ(handle.remove(), ERR_NOT_OPEN);
   EXPECT_EQ(handle.openNext(), ERR_OK);
   EXPECT_EQ(readNext(handle), "de");
-  EXPECT_EQ(install(), 0);  // under the open handle
+  EXPECT_EQ(install(std::string(image)), 0);  // under the open handle
   EXPECT_EQ(readNext(handle), "nothing");
   EXPECT_EQ(handle.close(), ERR_OK);
   EXPECT_EQ(handle.openNext(), ERR_NOT_FOUND);
@@ -279,31 +251,29 @@ TEST_F(Factory, ServesASoundImageForReading) {
   EXPECT_EQ(read(5), "nothing");
 }
 
-TEST_F(Factory, FillsAtMostTheTable) {
+TEST_F(Factory, ABadImageIsGivenUpAsAWholeAndAFullTableEndsIt) {
+  const std::string good = record(5, 2, "ab");
+  std::string most;
   for (unsigned int i = 0; i < NUM_PRESETS; ++i) {
-    add(i, 2, "ab");
+    most += record(5 + i, 2, "ab");
   }
-  add(300, 0, "");  // would be bad if it were looked at
-  EXPECT_EQ(install(), 0);
-  EXPECT_EQ(read(299), "ab");
-  EXPECT_EQ(read(300), "nothing");
-}
-
-TEST_F(Factory, ABadImageIsGivenUpAsAWhole) {
   const struct {
-    unsigned int type, size;
-    const char* payload;
-  } cases[] = {{0x2000, 2, "ab"}, {1, 0, ""}, {1, 3, "ab"}, {1, 3, "abc"}, {1, 0xFFFF, "abcd"}};
+    std::string image;
+    int result;
+  } cases[] = {{good + record(0x2000, 2, "ab"), 1},
+               {good + record(1, 0, ""), 1},
+               {good + record(1, 3, "ab"), 1},
+               {good + record(1, 3, "abc"), 1},
+               {good + record(1, 0xFFFF, "abcd"), 1},
+               {good, 0},
+               {good + "\1\2\3", 0},             // less than a header is left over
+               {most + record(305, 0, ""), 0}};  // would be bad if it were looked at
   for (const auto& c : cases) {
-    image.clear();
-    EXPECT_EQ(add(5, 2, "ab").install(), 0);
-    EXPECT_EQ(add(c.type, c.size, c.payload).install(), 1);
-    EXPECT_EQ(read(5), "nothing");
+    EXPECT_EQ(install(c.image), c.result);
+    EXPECT_EQ(read(5), c.result == 0 ? "ab" : "nothing");
   }
-  image.clear();
-  add(5, 2, "ab").image += "\1\2\3";  // less than a header is left over
-  EXPECT_EQ(install(), 0);
-  EXPECT_EQ(read(5), "ab");
+  EXPECT_EQ(read(304), "ab");
+  EXPECT_EQ(read(305), "nothing");
 }
 
 }  // namespace

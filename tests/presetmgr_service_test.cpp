@@ -178,7 +178,7 @@ TEST_F(Service, AllEntriesAreUsed) {
   ASSERT_TRUE(rig.drain());
   rig.restart();
   EXPECT_EQ(rig.content().size(), NUM_PRESETS);
-  EXPECT_EQ(rig.content()[299], (Preset{300, "y"}));
+  EXPECT_EQ(rig.content()[299], (Stored{300, "y"}));
 }
 
 TEST(WithoutAMedium, TheStoreWorksInRAM) {

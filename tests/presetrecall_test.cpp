@@ -1,7 +1,7 @@
 // Recall: images of every version come back whole, or nothing changes at all.
 #include "presetrecall.h"
 
-#include <functional>
+#include <memory>
 
 #include "fatal.h"
 #include "presetlist.h"
@@ -11,177 +11,103 @@ namespace {
 // A random list in use, the image of some version of it, and what its rows held then.
 class Story {
  public:
-  explicit Story(Random& r) : random(r) {
-    for (unsigned int rows = random.below(8); rows > 0; --rows) {
-      list.addRandom(random);
-    }
-    initPreset(list.table());
-  }
-  // Makes an image as the firmware of version `v` did, and then uses the device.
-  void saveAs(unsigned int v, unsigned int verSize) {
-    ver = v;
-    verBytes = verSize;
+  Story(Random& random, unsigned int verSize) : verBytes(verSize) {
+    list.addRandomRows(random);
+    ver = random.below(list.version() + 1);
+    newer = random.oneIn(2) ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
     list.change(random);
-    image = naiveImage(v, verSize, list.bits(v));
-    saved.clear();
+    image = naiveImage(ver, verBytes, list.bits(ver));
     for (const auto& item : list.items) {
       saved.push_back(item->value());
     }
     list.change(random);
     for (const auto& item : list.items) {
-      if (random.below(4) == 0) {
-        item->disturb();
-      }
+      random.oneIn(4) ? item->disturb() : void();
     }
   }
-  recall_t recall(recallNewer_t newer) { return recall(image.data(), image.size(), newer); }
-  recall_t recall(const unsigned char* data, std::size_t size, recallNewer_t newer) {
+  recall_t recall(std::size_t size, unsigned int undoSize) const {
     // Exactly as long as said, so that reading behind the end is found.
-    const std::vector<unsigned char> exact(data, data + size);
-    std::vector<unsigned char> undo(presetUndoSize(list.table()));
-    return recallPreset(exact.data() == nullptr ? &nothing : exact.data(),
-                        static_cast<unsigned int>(size), verBytes, list.table(), newer, undo.data(),
-                        static_cast<unsigned int>(undo.size()));
+    const std::unique_ptr<unsigned char[]> exact(new unsigned char[size]),
+        undo(new unsigned char[undoSize]);
+    std::copy_n(image.data(), size, exact.get());
+    return recallPreset(exact.get(), static_cast<unsigned int>(size), verBytes, list.table(), newer,
+                        undo.get(), undoSize);
   }
-  bool takesPart(std::size_t i, recallNewer_t newer) const {
+  recall_t recall() const { return recall(image.size(), presetUndoSize(list.table())); }
+  bool takesPart(std::size_t i) const {
     return list.current(i) && (list.inImage(i, ver) || newer == RECALL_INIT_NEWER);
   }
-  // Checks every variable behind a recall that succeeded; `before` are the values in front of it.
-  void expectRecalled(recallNewer_t newer, const std::vector<std::string>& before) {
-    for (std::size_t i = 0; i < list.items.size(); ++i) {
-      Item& item = *list.items[i];
-      if (!takesPart(i, newer)) {
-        EXPECT_EQ(item.value(), before[2 * i]) << "row " << i << " is none of the image's business";
-        EXPECT_EQ(item.working(), before[2 * i + 1]);
-      } else {
-        // Init leaves a text without an initial value as it works at present.
-        const bool text = dynamic_cast<StrItem*>(&item) != nullptr;
-        const std::string init = text ? before[2 * i + 1] : item.initial();
-        EXPECT_EQ(item.value(), list.inImage(i, ver) ? saved[i] : init) << "row " << i;
-        EXPECT_EQ(item.working(), item.value());
-      }
-      EXPECT_TRUE(item.watch() == nullptr || item.watch()->open == 0);
+  // What a recall has to leave of a row that is `value` and works with `working` now.
+  std::string expected(std::size_t i) const {
+    const Item& item = *list.items[i];
+    if (!takesPart(i)) {
+      return item.value() + "/" + item.working();
     }
-  }
-  std::vector<std::string> values() const {
-    std::vector<std::string> all;
-    for (const auto& item : list.items) {
-      all.push_back(item->value());
-      all.push_back(item->working());
-    }
-    return all;
+    // Init leaves a text without an initial value as it works at present.
+    const std::string value = list.inImage(i, ver) ? saved[i] : item.initial();
+    return value + "/" + value;
   }
 
   PresetList list;
   std::vector<unsigned char> image;
   unsigned int ver = 0;
-  unsigned int verBytes = 1;
 
  private:
-  Random& random;
+  const unsigned int verBytes;
+  recallNewer_t newer;
   std::vector<std::string> saved;
-  const unsigned char nothing = 0;
 };
 
-// Runs `test` on many lists, each with the image of one of its versions.
-void onManyStories(unsigned int seed, const std::function<void(Story&, Random&)>& test) {
-  Random random(seed);
-  for (unsigned int run = 0; run < 300 && !testing::Test::HasFailure(); ++run) {
-    Story story(random);
-    story.saveAs(random.below(story.list.version() + 1), 1 + run % 4);
-    test(story, random);
-  }
-}
-
-TEST(Recall, BringsBackImagesOfEveryVersion) {
-  onManyStories(1, [](Story& story, Random& random) {
-    const recallNewer_t newer = random.below(2) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
-    const auto before = story.values();
-    story.image.resize(story.image.size() + random.below(3), 0);
-    ASSERT_EQ(story.recall(newer), RECALL_OK);
-    story.expectRecalled(newer, before);
-  });
-}
-
-TEST(Recall, ShortOrNewerImagesChangeNothing) {
-  onManyStories(2, [](Story& story, Random&) {
-    const std::string state = story.list.state();
-    for (std::size_t size = 0; size < story.image.size(); ++size) {
-      ASSERT_EQ(story.recall(story.image.data(), size, RECALL_INIT_NEWER), RECALL_TOO_SHORT);
-      ASSERT_EQ(story.list.state(), state) << size << " bytes of " << story.image.size();
-    }
-    story.image = naiveImage(story.list.version() + 1, story.verBytes, Bits(4000));
-    ASSERT_EQ(story.recall(RECALL_INIT_NEWER), RECALL_NEWER_LIST);
-    ASSERT_EQ(story.list.state(), state);
-  });
-}
-
-// Each variable in turn stands in the way, first by refusing and then by contradicting.
-TEST(Recall, OneUnwillingVariableStopsAllOfThem) {
-  onManyStories(3, [](Story& story, Random& random) {
-    const recallNewer_t newer = random.below(2) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER;
+// Images of every version of many lists come back whole; and before that, whatever stands in the
+// way leaves no trace: an image that is too short or too new, too little undo memory, and each
+// variable in turn, first by refusing and then by contradicting. A variable that the image does not
+// hold has no say.
+TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
+  Random random(1);
+  for (unsigned int run = 0; run < 600 && !testing::Test::HasFailure(); ++run) {
+    Story story(random, 1 + run % 4);
+    std::vector<std::string> expected;
+    std::vector<Watch*> inTheWay;
+    unsigned int undo = 0;
     for (std::size_t i = 0; i < story.list.items.size(); ++i) {
+      expected.push_back(story.expected(i));
+      undo += story.takesPart(i) ? story.list.items[i]->field().undoSize() : 0;
       Watch* const watch = story.list.items[i]->watch();
-      if (watch == nullptr || !story.takesPart(i, newer)) {
-        continue;
-      }
-      const std::string state = story.list.state();
-      watch->refuse = true;
-      ASSERT_EQ(story.recall(newer), RECALL_REFUSED);
-      watch->refuse = false;
-      ASSERT_EQ(story.list.state(), state) << "row " << i << " refused";
-      watch->inconsistent = true;
-      ASSERT_EQ(story.recall(newer), RECALL_INCONSISTENT);
-      watch->inconsistent = false;
-      ASSERT_EQ(story.list.state(), state) << "row " << i << " contradicted";
-    }
-    // A variable that the image does not hold has no say.
-    for (std::size_t i = 0; i < story.list.items.size(); ++i) {
-      if (story.list.items[i]->watch() != nullptr && !story.takesPart(i, newer)) {
-        *story.list.items[i]->watch() = {true, true, 0};
+      if (watch != nullptr && story.takesPart(i)) {
+        inTheWay.push_back(watch);
+      } else if (watch != nullptr) {
+        watch->refuse = watch->inconsistent = true;
       }
     }
-    ASSERT_EQ(story.recall(newer), RECALL_OK);
-  });
-}
-
-TEST(Recall, RandomBytesAreTakenWholeOrNotAtAll) {
-  onManyStories(4, [](Story& story, Random& random) {
-    for (int i = 0; i < 20; ++i) {
-      std::vector<unsigned char> noise(random.below(40));
-      for (unsigned char& byte : noise) {
-        byte = static_cast<unsigned char>(random.word());
-      }
-      for (unsigned int k = 0; k < story.verBytes && k < noise.size(); ++k) {
-        noise[k] = static_cast<unsigned char>(k == 0 ? random.below(8) : 0);
-      }
-      story.list.change(random);
-      const std::string state = story.list.state();
-      if (story.recall(noise.data(), noise.size(), RECALL_INIT_NEWER) != RECALL_OK) {
-        ASSERT_EQ(story.list.state(), state);
-      }
-      // Whatever came in, every variable holds a value that its field can save.
-      unsigned char out[400];
-      ASSERT_GE(createPreset(out, sizeof out, 4, story.list.table()), 4);
-    }
-  });
-}
-
-TEST(Recall, TooLittleUndoMemoryIsToldInAdvance) {
-  onManyStories(5, [](Story& story, Random&) {
-    unsigned char undo[100];
-    const unsigned int need = presetUndoSize(story.list.table());
-    const auto recall = [&](unsigned int undoSize) {
-      return recallPreset(story.image.data(), static_cast<unsigned int>(story.image.size()),
-                          story.verBytes, story.list.table(), RECALL_INIT_NEWER, undo, undoSize);
-    };
     const std::string state = story.list.state();
-    if (need > 0) {
-      ASSERT_EQ(recall(need - 1), RECALL_NO_UNDO);
-      ASSERT_EQ(story.list.state(), state);
+    const std::size_t size = story.image.size();
+    for (std::size_t cut = 0; cut < size; ++cut) {
+      ASSERT_EQ(story.recall(cut, undo), RECALL_TOO_SHORT) << cut << " of " << size << " bytes";
     }
-    ASSERT_EQ(recall(need), RECALL_OK);
-  });
+    ASSERT_TRUE(undo == 0 || story.recall(size, undo - 1) == RECALL_NO_UNDO);
+    for (Watch* const watch : inTheWay) {
+      watch->refuse = true;
+      ASSERT_EQ(story.recall(), RECALL_REFUSED);
+      watch->refuse = false;
+      watch->inconsistent = true;
+      ASSERT_EQ(story.recall(), RECALL_INCONSISTENT);
+      watch->inconsistent = false;
+    }
+    ++story.image[0];
+    ASSERT_TRUE(story.ver < story.list.version() || story.recall() == RECALL_NEWER_LIST);
+    --story.image[0];
+    ASSERT_EQ(story.list.state(), state);
+
+    story.image.resize(size + random.below(3), 0);
+    ASSERT_EQ(story.recall(), RECALL_OK);
+    for (std::size_t i = 0; i < story.list.items.size(); ++i) {
+      const Item& item = *story.list.items[i];
+      EXPECT_EQ(item.value() + "/" + item.working(), expected[i]) << "row " << i;
+    }
+    for (const Watch* const watch : inTheWay) {
+      EXPECT_EQ(watch->open, 0);
+    }
+  }
 }
 
 // A lower and an upper limit, each consistent only while they do not cross.

@@ -209,6 +209,7 @@ class StrItem : public Item {
   }
   std::string value() const override { return glob.data(); }
   std::string working() const override { return var.get(); }
+  std::string initial() const override { return working(); }
 
  private:
   const PresetFieldVarStr::mode_t mode;
@@ -229,11 +230,14 @@ class PresetList {
     rows.insert(rows.end() - 1, {ver, remove, &item->field()});
     items.push_back(std::move(item));
   }
-  // A random row over all kinds of fields. All texts share one scratch buffer.
-  void addRandom(Random& random) {
-    const unsigned int ver = random.below(LAST);
-    const bool dropped = random.below(3) == 0;
-    add(ver, dropped ? ver + 1 + random.below(LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
+  // Up to eight rows over all kinds of fields, made ready. All texts share one scratch buffer.
+  void addRandomRows(Random& random) {
+    for (unsigned int n = random.below(9); n > 0; --n) {
+      const unsigned int ver = random.below(LAST);
+      const bool dropped = random.oneIn(3);
+      add(ver, dropped ? ver + 1 + random.below(LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
+    }
+    initPreset(table());
   }
   bool current(std::size_t i) const { return rows[i].remove == PRESET_FIELD_VALID; }
   // Whether row `i` is in the image of version `ver`.

@@ -1,28 +1,29 @@
 // A preset store on a simulated part: the verbs in which the store's tests tell their stories.
 #pragma once
 
-#include <gtest/gtest.h>
-
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 #include <string>
 
+#include "debug.h"
 #include "pfmedium_sim.h"
+#include "presetmgr.h"
 #include "presetstore.h"
 
 /// What one entry holds.
-struct Preset {
+struct Stored {
   unsigned short type;
   std::string bytes;
-  bool operator==(const Preset& other) const { return type == other.type && bytes == other.bytes; }
+  bool operator==(const Stored& other) const { return type == other.type && bytes == other.bytes; }
 };
 
 /// All presets, by id.
-using Content = std::map<unsigned int, Preset>;
+using Content = std::map<unsigned int, Stored>;
 
-inline void PrintTo(const Preset& preset, std::ostream* out) {
-  *out << "type " << preset.type << ", " << preset.bytes.size()
-       << " bytes: " << testing::PrintToString(preset.bytes.substr(0, 8));
+inline void PrintTo(const Stored& preset, std::ostream* out) {
+  *out << "type " << preset.type << ", " << preset.bytes.size() << " bytes";
 }
 
 class StoreRig {
@@ -54,8 +55,8 @@ class StoreRig {
         return false;
       }
     }
-    ADD_FAILURE() << "the store does not come to rest";
-    return false;
+    std::puts("the store does not come to rest");
+    std::abort();
   }
 
   /// Starts the process anew on what the medium holds.
@@ -105,9 +106,19 @@ class StoreRig {
       const preset_t& preset = presetStore.user[id];
       if (!preset.erased) {
         const presetServ_t& serv = preset.serv[preset.serv[1].op == PREOP_WRITE ? 1 : 0];
+        CTRL_ASSERT(serv.dataStart + serv.size <= presetStore.ramCopyEnd);
         const char* const from = reinterpret_cast<const char*>(presetStore.ramCopy);
         all[id] = {serv.type, std::string(from + serv.dataStart, serv.size)};
       }
+    }
+    return all;
+  }
+
+  /// The same as far as a conversion of the medium keeps it: of a type 13 bits.
+  static Content lasting() {
+    Content all = content();
+    for (auto& [id, preset] : all) {
+      preset.type &= PRESET_TYPE_MASK;
     }
     return all;
   }
