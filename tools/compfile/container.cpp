@@ -5,6 +5,7 @@
 #include <set>
 
 #include "crc.h"
+#include "debug.h"
 
 namespace {
 
@@ -163,6 +164,7 @@ std::string buildProblem(const Identity& identity, const std::vector<Member>& me
 
 std::string build(const Identity& identity, const std::vector<Member>& members,
                   const std::string& tag) {
+  CTRL_ASSERT(buildProblem(identity, members, tag).empty());
   component_t header{};
   put(header.product_id, identity.product);
   put(header.component_id, identity.component);

@@ -69,7 +69,7 @@ class Subcomponents {
 
   bool dataFits(const subcomp_t* sch) const { return sch->filesize <= left - sizeof *sch; }
 
-  // REQUIRES: dataFits(sch).
+  // Goes on behind data that fit.
   void pass(const subcomp_t* sch) {
     at += sizeof *sch + sch->filesize;
     left -= sizeof *sch + sch->filesize;

@@ -8,6 +8,8 @@
 #include <immintrin.h>
 
 #include <cstring>
+
+#include "debug.h"
 #endif
 
 namespace {
@@ -105,6 +107,7 @@ CARRYLESS inline __m128i movedBy(__m128i lane) {
 // REQUIRES: bufSize is at least ROUND.
 CARRYLESS unsigned short byMultiplication(unsigned short crc, const unsigned char* pBuf,
                                           std::size_t bufSize) {
+  CTRL_ASSERT(bufSize >= ROUND);
   __m128i lanes[LANES];
   for (std::size_t i = 0; i < LANES; ++i) {
     lanes[i] = load(pBuf + i * LANE_BYTES);

@@ -83,6 +83,7 @@ struct Piece {
 
 // REQUIRES: size > 0.
 Piece readPiece(unsigned int start, unsigned int size) {
+  CTRL_ASSERT(size > 0);
   Piece piece;
   piece.first = start % 4;
   piece.size = std::min(size, 4 - piece.first);

@@ -59,8 +59,7 @@ unsigned int presetUndoSize(const verPresetField_t* list);
 ///
 /// The values reach the application's globals as by a confirmed set request: an application that
 /// also keeps the preset file calls Set_need_save behind it.
-/// REQUIRES: `buf` not null, initPreset has run, and a field takes as many bits as its width()
-/// says.
+/// REQUIRES: `buf` not null, and a field takes as many bits as its width() says.
 recall_t recallPreset(const void* buf, unsigned int size, unsigned int verSize,
                       const verPresetField_t* list, recallNewer_t newer, void* undo,
                       unsigned int undoSize);

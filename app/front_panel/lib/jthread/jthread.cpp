@@ -40,7 +40,7 @@ void* JThread::run(void* self) {
   return value;
 }
 
-// Waits for the end of the thread. REQUIRES: control is held and joinable is true.
+// Waits for the end of the thread. The caller holds control and has seen joinable true.
 void JThread::join() {
   pthread_join(thread, nullptr);
   joinable = false;
