@@ -34,6 +34,7 @@ class AVLTree {
   AVLTree(char* buf, unsigned int bufsize, unsigned int paysize);
   AVLTree(const AVLTree&) = delete;
   AVLTree& operator=(const AVLTree&) = delete;
+  /// Leaves the pool as it is.
   virtual ~AVLTree() = default;
 
   /// Adds a node and copies the rounded payload size from `data`. O(log n), no recursion.

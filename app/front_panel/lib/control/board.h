@@ -52,10 +52,9 @@ void bootFlashCommand(unsigned short command);
 /// Reads the first 16-bit word of the boot flash: the status or the array, by the last command.
 unsigned short bootFlashWord();
 
-/// Commands of the boot flash, and the bit of its status that says it has finished.
-constexpr unsigned short BOOT_FLASH_READ_STATUS = 0x70;
-constexpr unsigned short BOOT_FLASH_READ_ARRAY = 0xFF;
-constexpr unsigned short BOOT_FLASH_READY = 0x80;
+constexpr unsigned short BOOT_FLASH_READ_STATUS = 0x70;  ///< command: answer with the status
+constexpr unsigned short BOOT_FLASH_READ_ARRAY = 0xFF;   ///< command: answer with the array
+constexpr unsigned short BOOT_FLASH_READY = 0x80;        ///< status bit: not busy
 
 #if !BOARD_BARE_TARGET
 /// Makes the stand-in's boot flash busy, as in the middle of an erase: it does not answer with

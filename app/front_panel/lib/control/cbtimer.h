@@ -19,11 +19,12 @@ typedef void (*pTimerCallbackFn_t)();
 /// Raises the interrupt level, and keeps every other thread out that locks as well.
 ///
 /// The lock is one for the whole process, whatever the level, and recursive. An object of this
-/// class belongs to one thread; one that is destroyed while it is locked unlocks.
+/// class belongs to one thread.
 class IntrptLock : public Noncopyable {
  public:
   /// Prepares to lock at interrupt level `level`, 0 to 7.
   explicit IntrptLock(unsigned short level) { setLevel(level); }
+  /// Unlocks, if it is locked.
   ~IntrptLock();
 
   /// Changes the level that the next lock() raises to.

@@ -27,6 +27,7 @@ static_assert(sizeof(status_t) == 8 && offsetof(status_t, wIntType) == 0 &&
 /// The base class of status interfaces.
 class USBIface {
  public:
+  /// Nothing to give back.
   virtual ~USBIface();
 
   /// Does nothing on this platform.
@@ -36,7 +37,7 @@ class USBIface {
   bool isActive() const { return activated; }
 
  protected:
-  bool activated = false;
+  bool activated = false;  ///< what isActive reports
 };
 
 /// Builds status messages and passes them to a trap sender.
@@ -56,6 +57,6 @@ class CmdStsIface : public USBIface {
   int sendStatus(unsigned int var, unsigned int index, const void* data, unsigned int size);
 
  protected:
-  NetTrap* const m_trap;
-  char txBuf[512];
+  NetTrap* const m_trap;  ///< the sender
+  char txBuf[512];        ///< the message being sent: its header, then its body
 };

@@ -7,5 +7,6 @@
 /// A device through which messages leave the process.
 class COMDevice {
  public:
+  /// Nothing to give back.
   virtual ~COMDevice();
 };

@@ -2,10 +2,10 @@
 //
 // A file is a component header, then for each file in it a subcomponent header with the file's
 // data directly behind it, at any address: nothing is aligned. Every header and every file's data
-// has a CRC-16 (docs/formats.md shows the bytes). All operations work on bytes that the caller or
-// the boot flash holds; nothing is copied, changed or kept. The forms without a length follow the
-// sizes that the file states and are for files that are known to be whole. Faults are reported by
-// the result and a line on standard output; nothing here stops the process. Any thread may call.
+// has a CRC-16. All operations work on bytes that the caller or the boot flash holds; nothing is
+// copied, changed or kept. The forms without a length follow the sizes that the file states and are
+// for files that are known to be whole. Faults are reported by the result and a line on standard
+// output; nothing here stops the process. Any thread may call.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,9 @@
 /// and are set as the number.
 class be32_t {
  public:
+  /// The number.
   constexpr operator unsigned int() const { return getBigEndian(bytes, sizeof bytes); }
+  /// Stores `val`.
   constexpr be32_t& operator=(unsigned int val) {
     putBigEndian(bytes, sizeof bytes, val);
     return *this;
@@ -62,17 +64,17 @@ static_assert(offsetof(subcomp_t, filecrc) == 56);
 static_assert(offsetof(subcomp_t, vctag) == 60);
 static_assert(offsetof(subcomp_t, crc) == 112);
 
-/// What the component header in the boot flash says. The texts are copied at full width, so they
-/// end with a zero byte only if the header's do.
+/// What the component header in the boot flash says, as in component_t. The texts are copied at
+/// full width, so they end with a zero byte only if the header's do.
 struct bootFlashDesc_t {
-  char productId[31];
-  char componentId[31];
-  char locationId[6];
-  int majorRev;
-  int minorRev;
-  char revString[11];
-  char creationDate[26];
-  int numFiles;  ///< number of subcomponents
+  char productId[31];     ///< product identification
+  char componentId[31];   ///< component identification
+  char locationId[6];     ///< location identification
+  int majorRev;           ///< major revision
+  int minorRev;           ///< minor revision
+  char revString[11];     ///< revision text
+  char creationDate[26];  ///< creation date text
+  int numFiles;           ///< number of subcomponents
 };
 
 /// Checks a whole component file: every header and every file's data, up to the first fault.

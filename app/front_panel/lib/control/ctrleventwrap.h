@@ -21,6 +21,7 @@ class CtrlEventTrapMgr {
   CtrlEventTrapMgr(unsigned int id, unsigned int idx, void* buf, unsigned int size);
   CtrlEventTrapMgr(const CtrlEventTrapMgr&) = delete;
   CtrlEventTrapMgr& operator=(const CtrlEventTrapMgr&) = delete;
+  /// Nothing to give back. The manager is in no table that is still polled.
   virtual ~CtrlEventTrapMgr();
 
   /// Shall a message be sent now? Asked first at every poll, also while there is no interface.
@@ -43,11 +44,11 @@ class CtrlEventTrapMgr {
   bool serviceTraps();
 
  protected:
-  CmdStsIface* usb_if = nullptr;
-  const unsigned int var_id;
-  const unsigned int index;
-  void* const trap_data;
-  const unsigned int trap_data_size;
+  CmdStsIface* usb_if = nullptr;      ///< where the messages go; null for nowhere
+  const unsigned int var_id;          ///< variable id of the messages
+  const unsigned int index;           ///< variable index of the messages
+  void* const trap_data;              ///< the body buffer, or null
+  const unsigned int trap_data_size;  ///< its size in bytes
 
  private:
   int send(unsigned int state);

@@ -11,6 +11,7 @@
 #include "avltree.h"
 #include "ctrlwrap.h"
 
+// Results of the requests.
 constexpr int CTRL_ERR_SUCCESS = 0;    ///< done
 constexpr int CTRL_ERR_BADVALUE = -1;  ///< part of the interface; not returned
 constexpr int CTRL_ERR_NOBUFFER = -2;  ///< the confirm queue is full
@@ -27,10 +28,11 @@ typedef unsigned int (*CmdStsIdx2ArrIdxFn)(unsigned int idx, const unsigned int*
 
 /// Converter of a scalar: every index is subscript 0. REQUIRES: `ndim` is 0.
 unsigned int cmd_sts_idx_conv0D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
-/// Converter of a one-dimensional family: the index is the subscript. REQUIRES: `ndim` is 1.
+/// Converter of a one-dimensional family: the index is the subscript.
+/// REQUIRES: `ndim` is 1 and `dim` is not null.
 unsigned int cmd_sts_idx_conv1D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
 /// Converter of a two-dimensional family: bits 0 to 7 are the first subscript, bits 8 to 15 the
-/// second. At most 256 positions per dimension. REQUIRES: `ndim` is 2.
+/// second. At most 256 positions per dimension. REQUIRES: `ndim` is 2 and `dim` is not null.
 unsigned int cmd_sts_idx_conv2D(unsigned int idx, const unsigned int* dim, unsigned int ndim);
 
 // Payloads stand in a pool that is aligned to 4 bytes, on hosts with wider pointers too. These
@@ -42,20 +44,20 @@ typedef CtrlRead* const* CtrlReadArrayField __attribute__((aligned(4)));
 /// The description of a family.
 struct CtrlRWNode {
   unsigned int dim[MAX_CTRL_DIMS];  ///< only the first `ndim` are meaningful
-  unsigned int ndim;
-  CtrlConvField conv;    ///< never null
-  unsigned int arrSize;  ///< product of the dimensions; 1 when `ndim` is 0
+  unsigned int ndim;                ///< number of dimensions
+  CtrlConvField conv;               ///< never null
+  unsigned int arrSize;             ///< product of the dimensions; 1 when `ndim` is 0
 };
 
 /// Payload of the read-write tree. The application constructs that tree with its size.
 struct ReadWriteNode {
-  CtrlRWNode desc;
+  CtrlRWNode desc;           ///< the family's shape
   CtrlRWArrayField ctrlarr;  ///< the application's array; a null element is a hole
 };
 
 /// Payload of the read tree. The application constructs that tree with its size.
 struct ReadNode {
-  CtrlRWNode desc;
+  CtrlRWNode desc;             ///< the family's shape
   CtrlReadArrayField ctrlarr;  ///< as in ReadWriteNode
 };
 
@@ -83,8 +85,8 @@ void ctrl_sys_init(AVLTree* rw, AVLTree* r, CtrlReadWrite** rwArray, CtrlRead** 
 
 /// Registers a read-write family of any number of dimensions with any converter. `dim` is copied
 /// and may be null when `ndim` is 0; `array` is not copied.
-/// REQUIRES: ctrl_sys_init has run; `ndim` is at most MAX_CTRL_DIMS; `conv` and `array` are not
-/// null; the tree has room and does not hold `varId` yet.
+/// REQUIRES: ctrl_sys_init has run; `ndim` is at most MAX_CTRL_DIMS; `conv`, `array` and, above
+/// `ndim` 0, `dim` are not null; the tree has room and does not hold `varId` yet.
 void ctrl_register_rw(unsigned int varId, const unsigned int* dim, unsigned int ndim,
                       CmdStsIdx2ArrIdxFn conv, CtrlReadWrite* const* array);
 /// Registers a read-write family of up to two dimensions with a stock converter. A dimension of 1
@@ -98,19 +100,19 @@ void ctrl_register_read(unsigned int varId, const unsigned int* dim, unsigned in
 void ctrl_register_read(unsigned int varId, unsigned int dim1, unsigned int dim2,
                         CtrlRead* const* array);
 
-/// Reads a control into `buffer`, `length` bytes, looking at read-only families first. A hole
-/// reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer` untouched.
-/// REQUIRES: ctrl_sys_init has run, here and below.
+/// Reads a control into the value buffer `buffer` of `length` bytes, looking at read-only families
+/// first. A hole reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer`
+/// untouched. REQUIRES: ctrl_sys_init has run.
 int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void* buffer);
 
 /// The read-write entry of a pair, or null; why is printed on standard output, unless the entry
-/// found there stores another id or index.
+/// found there stores another id or index. REQUIRES: ctrl_sys_init has run.
 CtrlReadWrite* ctrlGetRWEntry(unsigned int varid, unsigned int varidx);
 
 /// Validates the `length` bytes at `data`, queues the entry for confirmation and sets it. Returns
 /// CTRL_ERR_SUCCESS; CTRL_ERR_PARAM, with a warning printed, when there is no such control or the
 /// value is not acceptable; CTRL_ERR_NOBUFFER when the confirm queue is full. A refused set
-/// changes nothing and leaves the earlier sets queued.
+/// changes nothing and leaves the earlier sets queued. REQUIRES: ctrl_sys_init has run.
 int ctrlDoValidateSet(unsigned int varid, unsigned int varidx, const void* data,
                       unsigned int length);
 

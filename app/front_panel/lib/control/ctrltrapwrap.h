@@ -34,10 +34,10 @@ class CtrlTrapMgr : public CtrlEventTrapMgr {
   void postTx(int err) override;
 
  protected:
-  const ReadVarMgr& trap_var;
-  void** const state_array;
-  const unsigned int state_size;
-  unsigned int cur = 0;    // the buffer that receives the next reading
-  bool force_send = true;  // nothing has been delivered yet
-  bool need_send = false;  // result of the latest needTrap; false once its message is sent
+  const ReadVarMgr& trap_var;     ///< the variable
+  void** const state_array;       ///< the two state buffers
+  const unsigned int state_size;  ///< bytes of each
+  unsigned int cur = 0;           ///< the buffer that receives the next reading
+  bool force_send = true;         ///< nothing has been delivered yet
+  bool need_send = false;         ///< result of the latest needTrap; false once its message is sent
 };

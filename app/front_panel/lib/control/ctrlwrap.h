@@ -19,6 +19,7 @@ class CtrlRead {
   /// `varid`, `ind`: the numbers under which the control is reached, `ind` in the encoded form of
   /// the family's converter. REQUIRES: they have at most 13 decimal digits together.
   CtrlRead(unsigned int varid, unsigned int ind);
+  /// Nothing to give back. The entry is in no family that still serves.
   virtual ~CtrlRead() = default;
 
   /// The variable index.
@@ -36,14 +37,15 @@ class CtrlRead {
   unsigned int getVarID() const { return varId; }
 
  protected:
-  const unsigned int varId;
-  const unsigned int index;
-  char name[20];
+  const unsigned int varId;  ///< what getVarID returns
+  const unsigned int index;  ///< what getIndex returns
+  char name[20];             ///< what getName returns
 };
 
 /// A control that can be changed: validate, set, confirm.
 class CtrlReadWrite : public CtrlRead {
  public:
+  /// As CtrlRead.
   CtrlReadWrite(unsigned int varid, unsigned int ind) : CtrlRead(varid, ind) {}
 
   /// Tells whether the `size` bytes in `buf` are an acceptable value. Does not store them.
@@ -66,7 +68,7 @@ class CtrlReadVarMgr : public CtrlRead {
   void init() override {}
 
  protected:
-  const ReadVarMgr& rvar;
+  const ReadVarMgr& rvar;  ///< the manager
 };
 
 /// A read-write control on a variable manager.
@@ -88,7 +90,7 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
   int confirm() override;
 
  protected:
-  ReadWriteVarMgr& rwvar;
+  ReadWriteVarMgr& rwvar;  ///< the manager
 };
 
 /// A control as the preset file sees it: its confirmed value, which its manager publishes to a

@@ -24,17 +24,17 @@ extern const char* const vector_name[64];
 /// first 32-bit word, in this order on every host.
 struct exception_frame_s {
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  std::uint32_t format : 4;
+  std::uint32_t format : 4;  ///< format of the frame
   std::uint32_t fs_hi : 2;   ///< fault status, high part
   std::uint32_t vector : 8;  ///< vector number
   std::uint32_t fs_lo : 2;   ///< fault status, low part
   std::uint32_t sr : 16;     ///< status register
 #else
-  std::uint32_t sr : 16;
-  std::uint32_t fs_lo : 2;
-  std::uint32_t vector : 8;
-  std::uint32_t fs_hi : 2;
-  std::uint32_t format : 4;
+  std::uint32_t sr : 16;     ///< status register
+  std::uint32_t fs_lo : 2;   ///< fault status, low part
+  std::uint32_t vector : 8;  ///< vector number
+  std::uint32_t fs_hi : 2;   ///< fault status, high part
+  std::uint32_t format : 4;  ///< format of the frame
 #endif
   std::uint32_t pc;  ///< program counter
 };

@@ -15,9 +15,9 @@ struct flash_part_t {
   unsigned short dev_id;  ///< device id
   unsigned int blocks;    ///< number of erase blocks
   unsigned int size;      ///< bytes in the part
-  /// Number of the block that holds byte address `addr`. REQUIRES: addr < size.
+  /// Number of the block that holds byte address `addr`. REQUIRES: `addr` is below size.
   unsigned int (*a2b)(unsigned int addr);
-  /// Byte address at which block `block` starts. REQUIRES: block < blocks.
+  /// Byte address at which block `block` starts. REQUIRES: `block` is below blocks.
   unsigned int (*b2a)(unsigned int block);
 };
 

@@ -1,13 +1,12 @@
 // The trap device: turns status messages into SNMP traps.
 //
-// The application owns the trap table and the control table and keeps them, the trap table
-// writable, for as long as the device. One thread, the one that polls the trap managers; a send
-// blocks it for as long as the system takes. What stops the process: a null table, hook or
-// message, a message without a header, a Send before Init where a socket is used, and an index
-// whose second subscript lies outside its row.
-//
 // NetTrap sends each trap as one snmptrap command, a text with its zero byte, over TCP to the trap
-// generation server of this device (docs/formats.md). NetHookTrap calls the application instead.
+// generation server of this device. NetHookTrap calls the application instead. The application
+// owns the trap table and the control table and keeps them, the trap table writable, for as long
+// as the device. One thread, the one that polls the trap managers; a send blocks it for as long as
+// the system takes. What stops the process: a null table, hook or message, a message without a
+// header, a Send before Init where a socket is used, and an index whose second subscript lies
+// outside its row.
 #pragma once
 
 #include "cmdstsiface.h"
@@ -79,10 +78,10 @@ class NetTrap {
   /// Finds the trap of a message; false, with a line, when it has none.
   bool findTrap(const void* buf, unsigned int size, unsigned int& varid, int& specific) const;
 
-  TrapIndex* const m_index_array;
-  CtrlReadWrite** const m_ctrl_table;
-  const char* m_trap_mgr = nullptr;
-  int m_sock = -1;
+  TrapIndex* const m_index_array;      ///< the trap table
+  CtrlReadWrite** const m_ctrl_table;  ///< the control table
+  const char* m_trap_mgr = nullptr;    ///< the trap manager's address; null before Init
+  int m_sock = -1;                     ///< the connection; negative for none
 
  private:
   // A command and its zero byte: 76 fixed characters, an address of up to 213, and 10 digits.
@@ -98,6 +97,7 @@ class NetTrap {
 /// follow Exit. Owns its socket and closes it at destruction.
 class NetReconnectTrap : public NetTrap {
  public:
+  /// As NetTrap.
   using NetTrap::NetTrap;
   ~NetReconnectTrap() override;
 
@@ -122,7 +122,7 @@ class NetHookTrap : public NetTrap {
   int Exit() override;
 
  protected:
-  const trap_mgr_hook_t m_trapFunc;
+  const trap_mgr_hook_t m_trapFunc;  ///< the hook
 };
 
 /// What updateTraps (trapupdate.h) drives: a hook trap and the status interface wired to it.
@@ -135,6 +135,6 @@ class NetDevice : public COMDevice {
   CmdStsIface* getCmdStsIface() { return &cmdStsIface; }
 
  protected:
-  NetHookTrap m_net_trap;
-  CmdStsIface cmdStsIface;
+  NetHookTrap m_net_trap;   ///< the sender
+  CmdStsIface cmdStsIface;  ///< the interface on it
 };

@@ -4,6 +4,7 @@
 // nothing, and never stops the process; any thread.
 #pragma once
 
+/// Base of what is not copied.
 class Noncopyable {
  public:
   Noncopyable(const Noncopyable&) = delete;

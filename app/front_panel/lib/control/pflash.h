@@ -4,12 +4,10 @@
 // The medium is made of 16-bit words at even addresses, most significant byte at the lower
 // address. An erased block reads 0xFF; programming a word leaves old content AND programmed value;
 // only an erase sets bits again. At most one write or erase is in flight: the completion check of
-// the first has returned true before a second one starts.
-//
-// All nine are defined in pflash.cpp, in front of the medium that pfmedium.h chooses; without one
-// they keep nothing and read erased. A program may link nine of its own instead. No lock: they run
-// on the store's thread. What stops the process: a block id of 2 or more, and with a medium a
-// second operation in flight.
+// the first has returned true before a second one starts. All nine are defined in pflash.cpp, in
+// front of the medium that pfmedium.h chooses; without one they keep nothing and read erased. A
+// program may link nine of its own instead. No lock: they run on the store's thread. What stops the
+// process: a block id of 2 or more, and with a medium a second operation in flight.
 #pragma once
 
 /// Prepares the medium. The store calls it once, at its start-up, before any other operation.

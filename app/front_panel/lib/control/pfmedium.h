@@ -31,12 +31,13 @@ class NorArray {
   /// Copies `len` bytes from `addr` to `buf`. REQUIRES: both even, the end inside the area.
   void read(unsigned int addr, unsigned char* buf, unsigned int len) const;
 
-  unsigned char bytes[FLASH_AREA_SIZE];
+  unsigned char bytes[FLASH_AREA_SIZE];  ///< the content, by store address
 };
 
 /// A medium. The operations mirror those of pflash.h, which keeps track of what is in flight.
 class PfMedium : public Noncopyable {
  public:
+  /// Takes the medium out of use.
   virtual ~PfMedium();
 
   /// Prepares the medium; nothing is in flight afterwards.

@@ -4,12 +4,10 @@
 // in which they were programmed, each written through at once. So a process that is killed at any
 // moment leaves what a power cut would leave. A durable medium extends that to a power cut of the
 // whole machine: what a mark or an erase relies on is on the disk before it.
-//
-// (1) One process at a time has the file open; it is locked.
-// (2) A write that fails is reported on standard error and repeated at every poll. Until it
-//     succeeds the operation is not complete, so the store waits and keeps its data in RAM.
-// (3) The caller owns the medium and keeps it open while it is in use. One thread. What stops the
-//     process: use of a medium that is not open, and an odd or foreign address.
+// One process at a time has the file open; it is locked. A write that fails is reported on standard
+// error and repeated at every poll; until it succeeds the operation is not complete, so the store
+// waits and keeps its data in RAM. The caller owns the medium and keeps it open while it is in use.
+// One thread. Use of a medium that is not open and an odd or foreign address stop the process.
 #pragma once
 
 #include <string>
@@ -19,6 +17,7 @@
 /// See above.
 class PfFileMedium : public PfMedium {
  public:
+  /// A medium without a file.
   PfFileMedium() = default;
   ~PfFileMedium() override { close(); }
 
@@ -31,6 +30,7 @@ class PfFileMedium : public PfMedium {
   /// Closes the file and gives up the lock.
   void close();
 
+  /// True between a successful open and close.
   bool isOpen() const { return fd >= 0; }
 
   /// Why the last open or the operation in flight fails, as a sentence; empty when nothing does.

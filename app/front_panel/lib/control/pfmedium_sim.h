@@ -59,7 +59,9 @@ class PfSimMedium : public PfMedium {
   /// Replaces the content. REQUIRES: nothing is in flight.
   void load(const NorArray& image);
 
+  /// The work done since the start or the last clearCounters.
   const Counters& counters() const { return count; }
+  /// Sets all counters to 0.
   void clearCounters() { count = Counters{}; }
 
   /// The operation started last, a cut one included.

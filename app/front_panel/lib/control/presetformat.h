@@ -55,6 +55,7 @@ class PresetWords {
   virtual unsigned short word(unsigned int addr) const = 0;
 
  protected:
+  /// Objects are not destroyed through this class.
   ~PresetWords() = default;
 };
 
@@ -62,21 +63,21 @@ class PresetWords {
 enum presetRecState_t {
   REC_END,          ///< nothing: erased, or too near to the block's end
   REC_UNCONFIRMED,  ///< started and never confirmed
-  REC_LIVE,
-  REC_DELETED,
-  REC_CORRUPT,  ///< nothing that the format has; `fault` tells what
+  REC_LIVE,         ///< a preset, unless a later record of its id supersedes it
+  REC_DELETED,      ///< marked deleted
+  REC_CORRUPT,      ///< nothing that the format has; `fault` tells what
 };
 
 /// A record. Of one that is at its end, unconfirmed or corrupt, only the first three are set.
 struct presetRec_t {
-  presetRecState_t state;
-  unsigned int addr;  ///< store address of its head word
-  const char* fault;  ///< of a corrupt record, in plain words; else null
-  unsigned int type;  ///< 13 bits, in version 0 15 bits; 0 when deleted in version 0
-  unsigned int id;    ///< may be any number when deleted
-  unsigned int size;  ///< payload bytes
-  unsigned int data;  ///< store address of the payload
-  unsigned int next;  ///< store address behind the record
+  presetRecState_t state;  ///< what stands there
+  unsigned int addr;       ///< store address of its head word
+  const char* fault;       ///< of a corrupt record, in plain words; else null
+  unsigned int type;       ///< 13 bits, in version 0 15 bits; 0 when deleted in version 0
+  unsigned int id;         ///< may be any number when deleted
+  unsigned int size;       ///< payload bytes
+  unsigned int data;       ///< store address of the payload
+  unsigned int next;       ///< store address behind the record
 };
 
 /// Version of valid block `blkid`, or -1 when it is not valid.

@@ -1,4 +1,4 @@
-// Versioned preset images: a list of variables packed to the bit (docs/formats.md).
+// Versioned preset images: a list of variables packed to the bit.
 //
 // The application owns one list of rows, closed by a row without a field; each row says in which
 // version of the list it came in and in which it was dropped. presetrecall.h brings an image back.
@@ -48,7 +48,8 @@ inline bool isPresetCurrent(const verPresetField_t& row) {
 unsigned long presetListVersion(const verPresetField_t* list);
 
 /// Prepares all fields, dropped ones too, which brings their variables to the initial values.
-/// Returns the version of the list. Runs once, before any other operation on the list.
+/// Returns the version of the list. Runs once, before any other operation on the list; a field
+/// that was not prepared has no width.
 unsigned long initPreset(const verPresetField_t* list);
 
 /// Brings the variables of all current rows to their initial values. 0, or the result of the first
@@ -60,8 +61,7 @@ int resetPreset(const verPresetField_t* list);
 /// length of the image in bytes, or a negative value: no room. The buffer then holds no image.
 /// The version is stored in `verSize` bytes, 1 to 4. A version that does not fit is stored modulo
 /// 256^verSize, and nothing reports it: 300 in 1 byte is stored as 44. recallPreset tells what
-/// follows; a `verSize` that holds the list version avoids it.
-/// REQUIRES: `buf` not null, initPreset has run.
+/// follows; a `verSize` that holds the list version avoids it. REQUIRES: `buf` not null.
 int createPreset(void* buf, unsigned int size, unsigned int verSize, const verPresetField_t* list);
 
 /// Makes what the variables of all rows hold take effect, row by row. Reads no image: see

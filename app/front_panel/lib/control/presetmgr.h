@@ -15,8 +15,8 @@ constexpr unsigned int NUM_PRESETS = 300;
 
 /// Access to an entry: many readers or one writer.
 enum pmAccess_t {
-  PM_READ = 0,
-  PM_WRITE = 1,
+  PM_READ = 0,   ///< shared with other readers
+  PM_WRITE = 1,  ///< alone
 };
 
 /// Results of the handle operations. Each failure leaves the store as it was.
@@ -34,6 +34,7 @@ class PresetMgr {
  public:
   /// A closed handle.
   PresetMgr();
+  /// Closes the handle.
   ~PresetMgr();
   PresetMgr(const PresetMgr&) = delete;
   PresetMgr& operator=(const PresetMgr&) = delete;

@@ -6,8 +6,9 @@
 //   { std::lock_guard<std::mutex> lock(guard); ctrlDoConfirm(); } // after each set
 //   Preset::Instance()->Set_need_save();                          // in the file 10 s later
 //
-// Table and entries are the application's and live as long as the process. A null table stops it.
-// Each declaration says which thread may call it. The setup verbs are at the end of this file.
+// Table and entries are the application's and live as long as the process, which a use of Preset
+// without a table stops. Each declaration says which thread may call it. The setup verbs, which
+// keep variables in the preset store, are at the end of this file.
 #pragma once
 
 #include <jthread.h>

@@ -22,14 +22,14 @@ constexpr unsigned int NO_ADDR = 0xFFFFFFFF;
 
 /// What a service slot asks for.
 enum presetOp_t {
-  PREOP_NONE = 0,
-  PREOP_WRITE = 1,
-  PREOP_DELETE = 2,
+  PREOP_NONE = 0,    ///< nothing
+  PREOP_WRITE = 1,   ///< a record of its payload
+  PREOP_DELETE = 2,  ///< the delete mask on the record
 };
 
 /// One service slot.
 struct presetServ_t {
-  presetOp_t op;
+  presetOp_t op;           ///< what is asked for
   unsigned int dataStart;  ///< offset in ramCopy, or in the factory image; NO_ADDR for no payload
   unsigned short type;     ///< 0xFFFF for none
   unsigned int size;       ///< payload bytes
@@ -48,9 +48,10 @@ struct preset_t {
 
 /// A queue of ids, threaded through the table; NUM_PRESETS is the end mark.
 struct list_t {
-  unsigned int head, tail, size;
+  unsigned int head, tail, size;  ///< first id, last id, number of ids
 };
 
+/// What a block is used for.
 enum blkState_t {
   BLK_ALLOC = 0,    ///< the live block
   BLK_DEALLOC = 1,  ///< to be erased
@@ -83,23 +84,23 @@ enum servAction_t {
 
 /// The index, the RAM copy and the state of the blocks.
 struct presetStore_t {
-  bool init;  ///< the start-up scan has run
-  preset_t user[NUM_PRESETS];
+  bool init;                      ///< the start-up scan has run
+  preset_t user[NUM_PRESETS];     ///< the entries of the log
   preset_t factory[NUM_PRESETS];  ///< only erased, serv[0], acc and useCount matter
   unsigned int userEpoch;         ///< counts what takes the open user handles' entries away
   unsigned int factoryEpoch;      ///< as userEpoch, for factory handles
   list_t writeList;               ///< entries whose serv[0] is to be written as a record
   list_t delList;                 ///< entries whose record is to be marked deleted, oldest first
   unsigned int curOp;             ///< id that the operation in flight is for; else NUM_PRESETS
-  blkState_t blkState[TOTAL_FLASH_BLKS];
-  bool blkReadsValid[TOTAL_FLASH_BLKS];  ///< BLK_DEALLOC, to be invalidated before its erase
-  unsigned int flashAddrEnd;             ///< store address at which the next word of the log goes
-  bool lastWordDirty;                    ///< the last word of the log's block cannot be used
-  unsigned char ramCopy[RAM_COPY_SIZE];  ///< payloads, in no particular order
-  unsigned int ramCopyEnd;               ///< bytes of ramCopy in use
-  bool forceCopy;                        ///< a block copy is due even with nothing to write
-  const unsigned char* factoryData;      ///< the caller's; null for none
-  unsigned int factorySize;
+  blkState_t blkState[TOTAL_FLASH_BLKS];  ///< by block id
+  bool blkReadsValid[TOTAL_FLASH_BLKS];   ///< BLK_DEALLOC, to be invalidated before its erase
+  unsigned int flashAddrEnd;              ///< store address at which the next word of the log goes
+  bool lastWordDirty;                     ///< the last word of the log's block cannot be used
+  unsigned char ramCopy[RAM_COPY_SIZE];   ///< payloads, in no particular order
+  unsigned int ramCopyEnd;                ///< bytes of ramCopy in use
+  bool forceCopy;                         ///< a block copy is due even with nothing to write
+  const unsigned char* factoryData;       ///< the caller's; null for none
+  unsigned int factorySize;               ///< its bytes
   bool absTimeoutStarted, incTimeoutStarted;  ///< the timers count; one that is not running
                                               ///< reads as expired
   Timer absTimeout{false};                    ///< runs from the first write not yet stored
@@ -108,7 +109,7 @@ struct presetStore_t {
 
 /// State of the write-behind service. All zero at start.
 struct presetService_t {
-  servAction_t action;
+  servAction_t action;       ///< the operation in flight
   unsigned int blkid;        ///< block being erased
   unsigned int numWrBytes;   ///< bytes of the current record programmed so far
   unsigned int preStart;     ///< store address of the current record
@@ -116,7 +117,9 @@ struct presetService_t {
   bool blkCopyOp;            ///< a block copy is being written
 };
 
+/// The store of the process.
 extern presetStore_t presetStore;
+/// Its service.
 extern presetService_t presetService;
 
 /// True when the entry has a record in the log.

@@ -15,6 +15,7 @@
 /// the room in bits that is left at the call.
 class PresetField {
  public:
+  /// Nothing to give back. The field is in no list that is still used.
   virtual ~PresetField() = default;
 
   /// Prepares the field. Runs once, before set and get.
@@ -56,6 +57,7 @@ class PresetField {
 /// An entry that holds a variable. Set and get are left to the class for the type of its value.
 class PresetFieldVar : public PresetField {
  public:
+  /// `v` outlives the field.
   explicit PresetFieldVar(ReadWriteVarMgr& v);
 
   /// Brings the variable to its initial value.
@@ -71,5 +73,5 @@ class PresetFieldVar : public PresetField {
   int setVar(const void* p, unsigned int size);
 
  protected:
-  ReadWriteVarMgr& var;
+  ReadWriteVarMgr& var;  ///< the variable
 };

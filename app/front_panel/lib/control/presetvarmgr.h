@@ -78,6 +78,7 @@ class PresetFieldVarInt : public PresetFieldVar {
 /// text that is shorter is followed by the terminator in every remaining position.
 class PresetFieldVarStr : public PresetFieldVar {
  public:
+  /// How a text is laid out.
   enum mode_t {
     MODE_AUTO = 0,    ///< positions as wide as the bounds and the terminator behind them need
     MODE_MANUAL = 1,  ///< positions of 8 bits, terminator 0

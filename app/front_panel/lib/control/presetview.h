@@ -19,7 +19,7 @@ enum presetBlkView_t {
 
 /// One block, see presetView.
 struct presetBlkInfo_t {
-  presetBlkView_t view;
+  presetBlkView_t view;     ///< what it is
   unsigned int word;        ///< block word
   unsigned int verWord;     ///< the word behind it
   int version;              ///< 0 or 1 when it is valid, else -1
@@ -30,12 +30,12 @@ struct presetBlkInfo_t {
 
 /// The store as its start-up scan finds it.
 struct presetView_t {
-  presetBlkInfo_t blk[TOTAL_FLASH_BLKS];
-  int live;                          ///< the block that the store takes, or -1
-  unsigned int record[NUM_PRESETS];  ///< store address of the live record of an id; 0 for none
-  unsigned int superseded;           ///< live records with a later one of their id behind them
-  unsigned int presets;              ///< live presets
-  unsigned int payload;              ///< bytes of their payloads
+  presetBlkInfo_t blk[TOTAL_FLASH_BLKS];  ///< by block id
+  int live;                               ///< the block that the store takes, or -1
+  unsigned int record[NUM_PRESETS];       ///< store address of the live record of an id; 0 for none
+  unsigned int superseded;                ///< live records with a later one of their id behind them
+  unsigned int presets;                   ///< live presets
+  unsigned int payload;                   ///< bytes of their payloads
   unsigned int compact;  ///< bytes that a block copy of them fills, block header included
 };
 
@@ -45,8 +45,9 @@ presetView_t presetView(const PresetWords& words);
 /// The largest payload that a new preset can have, 0 for none.
 unsigned int presetRoom(const presetView_t& view);
 
-/// Cells in the map of a block, and the bytes that each stands for.
+/// Cells in the map of a block.
 constexpr unsigned int PRESET_MAP_CELLS = 256;
+/// Bytes of the block that a cell stands for.
 constexpr unsigned int PRESET_MAP_CELL_SIZE = FLASH_PARM_BLK_SIZE / PRESET_MAP_CELLS;
 
 /// What the letters of a map mean, as one line of text.

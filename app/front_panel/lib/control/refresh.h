@@ -11,6 +11,7 @@
 /// One holder's token: exactly one bit, the holder's in its RefreshMgr, or none.
 class RefreshId {
  public:
+  /// No token.
   RefreshId() = default;
   /// True when the holder has a token.
   bool isValid() const { return token != 0; }
@@ -25,6 +26,7 @@ class RefreshId {
 /// One group of up to 32 token holders.
 class RefreshMgr {
  public:
+  /// No holders.
   RefreshMgr() = default;
   /// Gives `id` the lowest free token, marked to look once; no token when all 32 are taken.
   void allocId(RefreshId& id);

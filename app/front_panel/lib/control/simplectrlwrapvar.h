@@ -18,6 +18,7 @@
 /// REQUIRES: `numDim` is 0 or `allDim` is not null.
 unsigned int calcSize(const unsigned int* allDim, unsigned int numDim);
 
+/// Checks the `numDim` dimensions at `dim`. Returns if they are usable.
 /// REQUIRES: `numDim` is 0, or `dim` is not null and no dimension is 0.
 void checkDims(const unsigned int* dim, unsigned int numDim);
 
@@ -37,11 +38,12 @@ class CtrlFamily {
  public:
   /// `ainit`: the family's flag. `arr`, `arrSize`: its array and the capacity in elements. `d`,
   /// `nd`: its dimensions, not copied, and their number; `c`: its converter, or null.
+  /// REQUIRES: `arr` is not null and holds all members; checkDims and checkConv are content.
   CtrlFamily(bool& ainit, Entry** arr, unsigned int arrSize, const unsigned int* d, unsigned int nd,
              CmdStsIdx2ArrIdxFn c);
 
   /// Registers the family under `id` if no member has done so, and puts `entry` into the place of
-  /// the encoded index `idx`.
+  /// the encoded index `idx`. REQUIRES: that place is inside the family, and free.
   void join(Entry* entry, unsigned int id, unsigned int idx) const;
 
  private:
@@ -109,9 +111,9 @@ class SimpleCtrlCmd : public CtrlReadWrite {
   }
 
  protected:
-  const bounds_t* bounds;
-  unsigned int numBounds;
-  int val;  // 0 until the first set
+  const bounds_t* bounds;  ///< the bounds list, or null
+  unsigned int numBounds;  ///< its rows
+  int val;                 ///< the value that was set; 0 until the first set
 
  private:
   const range_t overflow;

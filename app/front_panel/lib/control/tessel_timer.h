@@ -35,6 +35,7 @@ class Timer {
 
   /// A timer that is not running. `r` true makes it repeat: seen expired, it re-arms itself.
   explicit Timer(bool r) : repeat(r) {}
+  /// Nothing to give back.
   virtual ~Timer() = default;
 
   /// Arms the timer, also a running one, to expire `timeout` ticks from now.

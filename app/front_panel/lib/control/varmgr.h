@@ -14,14 +14,15 @@
 
 /// How the value of a control is carried.
 enum CTRL_DATA_TYPE {
-  DATA_TYPE_INT = 0,
-  DATA_TYPE_STRING = 1,
-  DATA_TYPE_BOOL = 2,
+  DATA_TYPE_INT = 0,     ///< a signed integer
+  DATA_TYPE_STRING = 1,  ///< a text
+  DATA_TYPE_BOOL = 2,    ///< an integer, 0 or 1
 };
 
 /// A variable that can be read.
 class ReadVarMgr {
  public:
+  /// Nothing to give back. No entry, field or trap manager uses the manager any more.
   virtual ~ReadVarMgr() = default;
 
   /// Writes the value to the value buffer `buf`, exactly `size` bytes.
@@ -98,9 +99,9 @@ class ReadWriteVarMgrInt : public ReadWriteVarMgr {
   }
 
  protected:
-  const bounds_t* bounds;
-  unsigned int numBounds;
-  int val;
+  const bounds_t* bounds;  ///< the bounds list, or null
+  unsigned int numBounds;  ///< its rows
+  int val;                 ///< the working value
 
  private:
   const range_t overflow;
@@ -109,15 +110,16 @@ class ReadWriteVarMgrInt : public ReadWriteVarMgr {
 /// A truth value, 0 or 1.
 class ReadWriteVarMgrBool : public ReadWriteVarMgrInt {
  public:
+  /// The two values in four spellings.
   enum vals_e {
-    FALSE = 0,
-    TRUE = 1,
-    NO = 0,
-    YES = 1,
-    DISABLE = 0,
-    ENABLE = 1,
-    OFF = 0,
-    ON = 1,
+    FALSE = 0,    ///< 0
+    TRUE = 1,     ///< 1
+    NO = 0,       ///< 0
+    YES = 1,      ///< 1
+    DISABLE = 0,  ///< 0
+    ENABLE = 1,   ///< 1
+    OFF = 0,      ///< 0
+    ON = 1,       ///< 1
   };
   /// The row {0, 1}.
   static const bounds_t BOUNDS[];
@@ -169,8 +171,8 @@ class ReadWriteVarMgrStr : public ReadWriteVarMgr {
   void restore(const void* text);
 
  protected:
-  char* const str;
-  const unsigned int len;
+  char* const str;         ///< the working buffer, or null; str[len] is always zero
+  const unsigned int len;  ///< capacity in characters, terminator not counted
 
  private:
   char getBoundsChar(char c) const;

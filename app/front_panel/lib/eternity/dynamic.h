@@ -13,12 +13,16 @@ namespace eternity {
 /// One element: its name, and either a text or the elements below it.
 class node {
  public:
+  /// An element without text and children.
   explicit node(const std::string& name) : m_name(name) {}
+  /// Moves the element with all below it.
   node(node&&) = default;
+  /// As the constructor.
   node& operator=(node&&) = default;
   node(const node&) = delete;
   node& operator=(const node&) = delete;
 
+  /// The name of its tags.
   const std::string& name() const { return m_name; }
   /// The text between the tags, unescaped.
   const std::string& text() const { return m_text; }
@@ -27,8 +31,9 @@ class node {
   /// none. Takes the logarithm of the number of children.
   node* find(const std::string& key, int index);
 
+  /// Gives the element its text, unescaped.
   void setText(const std::string& text) { m_text = text; }
-  /// Adds a child at the end. Pointers to earlier children become invalid.
+  /// Adds a child at the end and returns it. Pointers to earlier children become invalid.
   node& add(const std::string& name);
   /// Makes find work; called once, behind the last add.
   void sort();

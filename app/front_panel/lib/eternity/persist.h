@@ -15,9 +15,11 @@ namespace eternity {
 /// A failure of this layer, with a text for a person.
 class exception : public std::exception {
  public:
+  /// A failure with this text.
   explicit exception(const std::string& text) : m_text(text) {}
   /// Takes the text of `other.what()`, also when a derived class has its own.
   exception(const exception& other) : std::exception(other), m_text(other.what()) {}
+  /// Takes the text that `other` was made with.
   exception& operator=(const exception& other) = default;
   ~exception() override = default;
 
@@ -31,6 +33,7 @@ class exception : public std::exception {
 /// The direction of an archive. A class below decides what it reads and writes.
 class archive {
  public:
+  /// The two directions.
   enum opening_mode {
     load = 0,   ///< values go from the file to the program
     store = 1,  ///< values go from the program to the file
@@ -40,12 +43,13 @@ class archive {
   bool is_loading() const { return m_bloading; }
 
  protected:
-  bool m_bloading = true;
+  bool m_bloading = true;  ///< what is_loading returns
 };
 
 /// An archive of plain bytes. It has a direction and, as yet, no operation that transfers.
 class bin_archive : public archive {
  public:
+  /// An archive of this direction.
   explicit bin_archive(opening_mode mode = load) { m_bloading = mode == load; }
 };
 

@@ -1,9 +1,8 @@
 // The XML archive: named values in a file of one root element with one child per value.
 //
 // Use: open(), then write() or read() once per value, then done(); an archive is reused for the
-// next file. docs/formats.md has the format. A file is written in place, element by element, and is
-// complete with done(); a writer that must not lose the old file writes to another name and renames
-// (filereplace.h does that).
+// next file. A file is written in place, element by element, and is complete with done(); a writer
+// that must not lose the old file writes to another name and renames (filereplace.h does that).
 //
 // The archive owns its file and what it has parsed. One archive belongs to one thread at a time.
 // Failures are eternity::exception by value, but for done(); nothing stops the process.
@@ -18,6 +17,7 @@
 
 namespace eternity {
 
+/// An archive in a file of XML. Its root element is "archive"; a child of it is a value.
 class xml_archive : public archive {
  public:
   /// A finished archive: no file, and loading.
@@ -39,7 +39,8 @@ class xml_archive : public archive {
   /// there is no such element or no such number, or when no file is open for loading.
   void read(const std::string& key, int& value, int index);
 
-  /// The same as text, with every byte of it kept.
+  /// The same as text, with every byte of it kept. Throws, with `value` as it was, when there is no
+  /// such element, or when no file is open for loading.
   void read(const std::string& key, std::string& value, int index);
 
   /// Writes one element and flushes. `T` is int, or char* for a zero-terminated text (null is
@@ -50,7 +51,7 @@ class xml_archive : public archive {
   void write(const std::string& key, T value) = delete;
 
   /// Writes the indentation of the present depth, a tab per level; the children of the root are
-  /// at depth 0.
+  /// at depth 0, and the depth stays 0 without branches.
   void formatting();
 
   /// Finishes the archive: writes "</archive>" to a file open for storing and closes it, frees
@@ -63,12 +64,12 @@ class xml_archive : public archive {
   bool failed() const { return m_oOut.fail(); }
 
  protected:
-  xml_scanner m_oParser;
-  std::ofstream m_oOut;
-  std::vector<node*> m_dBranches;       // the elements entered below the root
-  std::vector<void*> m_vPointerstored;  // the objects stored so far, where links are stored
-  int m_nTab = 0;                       // the depth, in tabs
-  node* m_pCurElement = nullptr;        // where read looks, when loading
+  xml_scanner m_oParser;                ///< holds what was parsed
+  std::ofstream m_oOut;                 ///< the file, open for storing
+  std::vector<node*> m_dBranches;       ///< the elements entered below the root
+  std::vector<void*> m_vPointerstored;  ///< the objects stored so far, where links are stored
+  int m_nTab = 0;                       ///< the depth, in tabs
+  node* m_pCurElement = nullptr;        ///< where read looks, when loading
 
  private:
   void finish();

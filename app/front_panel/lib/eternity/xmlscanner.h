@@ -2,10 +2,11 @@
 //
 // It takes the whole file at once, as bytes, and is strict about the frame and lenient about texts:
 // a file that was cut off anywhere is refused, and a text ends at its own end tag and nowhere else,
-// so a bare & or < inside it is an ordinary character. docs/formats.md has the list.
+// so a bare & or < inside it is an ordinary character. Comments, instructions, a document type,
+// attributes and white space between elements are passed over.
 //
 // The scanner owns the parsed nodes until close(). A fault is an eternity::exception by value
-// that names the line. One thread at a time.
+// that names the line; nothing stops the process. One thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -16,6 +17,7 @@
 
 namespace eternity {
 
+/// The parser and, behind a parse, its result.
 class xml_scanner {
  public:
   /// What the scanner expects next.
@@ -31,9 +33,11 @@ class xml_scanner {
     endfile,       ///< nothing more
   };
 
+  /// No result.
   xml_scanner() = default;
   xml_scanner(const xml_scanner&) = delete;
   xml_scanner& operator=(const xml_scanner&) = delete;
+  /// Frees the nodes.
   ~xml_scanner() = default;
 
   /// Parses a whole file and returns its root element, whose name is `rootName`. Ends an earlier
