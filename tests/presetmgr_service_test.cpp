@@ -197,39 +197,43 @@ TEST(Queues, KeepTheirOrder) {
   PresetMgr handle;
   Random random(3);
   std::list<unsigned int> write, del;
-  const auto members = [](const list_t& list, unsigned int preset_t::*next,
-                          unsigned int preset_t::*prev) {
-    std::list<unsigned int> ids;
-    unsigned int last = NUM_PRESETS;
+  const auto check = [](const list_t& list, const std::list<unsigned int>& expected,
+                        unsigned int preset_t::*next, unsigned int preset_t::*prev) {
+    std::list<unsigned int> ahead, back;
     for (unsigned int id = list.head; id < NUM_PRESETS; id = presetStore.user[id].*next) {
-      EXPECT_EQ(presetStore.user[id].*prev, last);
-      ids.push_back(last = id);
+      ahead.push_back(id);
     }
-    EXPECT_EQ(list.tail, last);
-    EXPECT_EQ(list.size, ids.size());
-    return ids;
+    for (unsigned int id = list.tail; id < NUM_PRESETS; id = presetStore.user[id].*prev) {
+      back.push_front(id);
+    }
+    ASSERT_EQ(ahead, expected);
+    ASSERT_EQ(back, expected);
+    ASSERT_EQ(list.size, expected.size());
   };
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 20000 && !testing::Test::HasFailure(); ++i) {
     const unsigned int id = random.oneIn(9) ? NUM_PRESETS - 1 : random.below(8);
-    const unsigned int verb = random.below(4);
-    if (verb == 0) {
-      insertWriteList(id);
-      write.remove(id);
-      write.push_back(id);
-    } else if (verb == 1) {
-      removeWriteList(id);
-      write.remove(id);
-    } else if (verb == 2) {
-      insertDelList(id);
-      if (std::find(del.begin(), del.end(), id) == del.end()) {
-        del.push_back(id);
-      }
-    } else {
-      dequeueDelList();
-      del.erase(del.begin(), del.empty() ? del.end() : std::next(del.begin()));
+    switch (random.below(4)) {
+      case 0:
+        insertWriteList(id);
+        write.remove(id);
+        write.push_back(id);
+        break;
+      case 1:
+        removeWriteList(id);
+        write.remove(id);
+        break;
+      case 2:
+        insertDelList(id);
+        if (std::find(del.begin(), del.end(), id) == del.end()) {
+          del.push_back(id);
+        }
+        break;
+      default:
+        dequeueDelList();
+        del.erase(del.begin(), del.empty() ? del.end() : std::next(del.begin()));
     }
-    ASSERT_EQ(members(presetStore.writeList, &preset_t::nextWrite, &preset_t::prevWrite), write);
-    ASSERT_EQ(members(presetStore.delList, &preset_t::nextDel, &preset_t::prevDel), del);
+    check(presetStore.writeList, write, &preset_t::nextWrite, &preset_t::prevWrite);
+    check(presetStore.delList, del, &preset_t::nextDel, &preset_t::prevDel);
   }
   EXPECT_FATAL(insertWriteList(NUM_PRESETS), "id < NUM_PRESETS");
 }
