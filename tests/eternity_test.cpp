@@ -1,13 +1,10 @@
 // The XML archive: what it writes, what it reads back, and what it refuses.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <climits>
 #include <map>
 #include <optional>
-#include <vector>
 
 #include "persist_xml.h"
 #include "random.h"
@@ -17,6 +14,7 @@ namespace {
 
 using eternity::archive;
 using eternity::xml_archive;
+using Elements = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char START[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<archive>\n";
 constexpr char FILE_NAME[] = "a.xml";
@@ -36,7 +34,8 @@ class OpenArchive : public xml_archive {
 
 class ArchiveTest : public testing::Test {
  protected:
-  void store(const std::vector<std::pair<std::string, std::string>>& elements) {
+  // The file with these elements, as it is written.
+  std::string store(const Elements& elements) {
     xml.open(FILE_NAME, archive::store);
     for (const auto& [key, text] : elements) {
       std::string copy = text;
@@ -44,6 +43,7 @@ class ArchiveTest : public testing::Test {
     }
     xml.done();
     EXPECT_FALSE(xml.failed());
+    return readWhole(FILE_NAME);
   }
 
   // The message of the exception with which reading `bytes` ends, or an empty text.
@@ -88,71 +88,65 @@ std::string frame(const std::string& inside) {
   return START + inside + "</archive>\n";
 }
 
-// Texts that mix what is special to XML with any byte that a text can hold.
-std::string randomText(Random& random, bool printable) {
-  static const std::string special = "<>&;#/'\" \t\n]-!?archive";
+// Texts that mix what is special to XML with any byte that a text can hold, from `lowest` on.
+std::string randomText(Random& random, int lowest, int highest) {
   std::string text;
   for (unsigned int n = random.below(40); n > 0; --n) {
-    text += random.oneIn(2) ? special[random.below(static_cast<unsigned int>(special.size()))]
-            : printable     ? static_cast<char>(random.between(0x20, 0x7E))
-                            : static_cast<char>(static_cast<unsigned char>(random.between(1, 255)));
+    text += random.oneIn(2) ? "<>&;#/'\" \t\n]-!?archive"[random.below(22)]
+                            : static_cast<char>(random.between(lowest, highest));
   }
   return text;
 }
 
 TEST_F(ArchiveTest, FileIsTheDocumentedTextAndDoneTwiceEndsItOnce) {
-  char empty[] = "";
   char unit[] = " Unit 1 <&>\r";
   xml.open(FILE_NAME, archive::store);
   EXPECT_FALSE(xml.is_loading());
   xml.write<int>("CV-1234-I-0", INT_MIN);
   xml.write<char*>("CV-90-I-0", unit);
-  xml.write<char*>("CV-90-I-1", empty);
+  xml.write<char*>("CV-90-I-1", nullptr);
   const std::string body =
       "<CV-1234-I-0>-2147483648</CV-1234-I-0>\n"
       "<CV-90-I-0> Unit 1 &lt;&amp;&gt;&#13;</CV-90-I-0>\n"
       "<CV-90-I-1></CV-90-I-1>\n";
   EXPECT_EQ(readWhole(FILE_NAME), START + body) << "each element is flushed";
+  EXPECT_THROW(text("CV-90-I-0"), eternity::exception) << "it is no archive for reading";
   xml.m_nTab = 2;
   xml.write<int>("deep", 1);
   xml.done();
   xml.done();
   EXPECT_TRUE(xml.is_loading());
   EXPECT_EQ(readWhole(FILE_NAME), frame(body + "\t\t<deep>1</deep>\n"));
+  EXPECT_THAT(
+      [this] { xml.write<int>("a", 1); },
+      testing::ThrowsMessage<eternity::exception>("write attempt on an archive open for loading."));
 }
 
 TEST_F(ArchiveTest, EveryTextComesBackByteForByte) {
   Random random(1);
   for (int round = 0; round < 60; ++round) {
-    const bool printable = round % 3 == 0;
-    std::vector<std::pair<std::string, std::string>> elements;
+    Elements elements;
     for (unsigned int i = 0; i < 40; ++i) {
       // Names that are prefixes of one another, some of them twice.
-      elements.emplace_back("CV-" + std::to_string(random.below(30)),
-                            randomText(random, printable));
+      elements.emplace_back(
+          "CV-" + std::to_string(random.below(30)),
+          round == 0 ? randomText(random, 0x20, 0x7E) : randomText(random, -128, 127));
     }
     store(elements);
-    if (printable && round < 30) {
+    if (round == 0) {
       const int status = std::system("xmllint --noout a.xml >&2");
       EXPECT_TRUE(WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 127) << "127: no xmllint";
     }
     xml.open(FILE_NAME, archive::load);
     std::map<std::string, int> seen;
     for (const auto& [key, value] : elements) {
-      ASSERT_EQ(text(key, seen[key]++), value);
+      ASSERT_EQ(text(key, seen[key]++), value.c_str());
     }
     for (const auto& [key, count] : seen) {
       EXPECT_THROW(text(key, count), eternity::exception);
       EXPECT_THROW(text(key, -1), eternity::exception);
     }
   }
-  std::string every;
-  for (int c = 1; c <= 255; ++c) {
-    every += static_cast<char>(static_cast<unsigned char>(c));
-  }
-  store({{"a", every}});
-  xml.open(FILE_NAME, archive::load);
-  EXPECT_EQ(text("a"), every);
 }
 
 TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
@@ -160,21 +154,16 @@ TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
     const char* element;
     const char* text;
   } cases[] = {
-      {"<a>R&D</a>", "R&D"},
-      {"<a>&</a>", "&"},
-      {"<a>& &amp &amp; &;</a>", "& &amp & &;"},
+      {"<a>R&D & &amp &amp; &;</a>", "R&D & &amp & &;"},
       {"<a>&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#99999999999;</a>",
        "&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#99999999999;"},
       {"<a>&#13;&#xE9;&quot;&apos;&lt;&gt;</a>", "\r\xE9\"'<>"},
       {"<a>a<b</a>", "a<b"},
-      {"<a><</a>", "<"},
       {"<a></</a>", "</"},
       {"<a>x<b>y</b></c></ab></a>", "x<b>y</b></c></ab>"},
-      {"<a><aa></a>", "<aa>"},
-      {"<a>]]></a>", "]]>"},
+      {"<a><aa>]]></a>", "<aa>]]>"},
       {"<a> \r\n\t two  lines \n</a>", " \r\n\t two  lines \n"},
       {"<a/>", ""},
-      {"<a />", ""},
       {"<a x=\"1>\" y = 'b/'>t</a >", "t"},
       {"<!-- <a>0</a> --> <a>t</a><?p <a> ?>", "t"},
       {"<b>1</b>\r\n\r\n  <a>t</a>  <c></c>", "t"},
@@ -183,11 +172,10 @@ TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
     ASSERT_EQ(refusal(frame(c.element)), "") << c.element;
     EXPECT_EQ(text("a"), c.text) << c.element;
   }
-  const char* const starts[] = {
-      "<archive>", "\xEF\xBB\xBF<archive>", "\n<archive x='1'>",
-      "<?xml version='1.0'?><!DOCTYPE archive [<!ELEMENT a (b)>]><archive>"};
-  for (const char* start : starts) {
-    ASSERT_EQ(refusal(std::string(start) + "<a>1</a></archive> <!-- end -->\n"), "") << start;
+  for (const std::string start :
+       {"<archive>", "\xEF\xBB\xBF<archive>", "\n<archive x='1'>",
+        "<?xml version='1.0'?><!DOCTYPE archive [<!ELEMENT a (b)>]><archive>"}) {
+    ASSERT_EQ(refusal(start + "<a>1</a></archive> <!-- end -->\n"), "") << start;
     EXPECT_EQ(number("a"), 1);
   }
   EXPECT_EQ(refusal("<archive/>"), "");
@@ -196,55 +184,35 @@ TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
 TEST_F(ArchiveTest, NumbersAreWholeAndFitIn32Bits) {
   const struct {
     const char* text;
-    std::optional<int> value;
-  } cases[] = {
-      {"0", 0},
-      {"-3", -3},
-      {" \r\n\t 42\n", 42},
-      {"2147483647", INT_MAX},
-      {"007", 7},
-      {"-0", 0},
-      {"-2147483648", INT_MIN},
-      {"&#52;2", 42},
-      {"", {}},
-      {" ", {}},
-      {"2147483648", {}},
-      {"-2147483649", {}},
-      {"4 2", {}},
-      {"42x", {}},
-      {"4.0", {}},
-      {"0x10", {}},
-      {"+1", {}},
-      {"--1", {}},
-      {"- 1", {}},
-      {"99999999999999999999", {}},
-      {"4<!-- -->2", {}},
-      {"\v1", {}},
-  };
-  for (const auto& c : cases) {
+    int value;
+  } numbers[] = {{"0", 0},   {"-3", -3}, {" \r\n\t 42\n", 42}, {"2147483647", INT_MAX},
+                 {"007", 7}, {"-0", 0},  {"&#52;2", 42},       {"-2147483648", INT_MIN}};
+  for (const auto& c : numbers) {
     ASSERT_EQ(refusal(frame("<a>" + std::string(c.text) + "</a>")), "");
     EXPECT_EQ(number("a"), c.value) << c.text;
+  }
+  for (const std::string text : {"", " ", "2147483648", "-2147483649", "4 2", "42x", "4.0", "0x10",
+                                 "+1", "--1", "- 1", "99999999999999999999", "4<!-- -->2", "\v1"}) {
+    ASSERT_EQ(refusal(frame("<a>" + text + "</a>")), "");
+    EXPECT_EQ(number("a"), std::nullopt) << text;
   }
   EXPECT_EQ(number("b"), std::nullopt);
 }
 
 TEST_F(ArchiveTest, BrokenFramesAreRefused) {
-  using testing::HasSubstr;
   const struct {
     std::string file;
     const char* message;
   } cases[] = {
       {"", "too early"},
-      {"\n", "too early"},
       {"archive", "outside"},
-      {frame("<a>1</a>") + "<b>2</b>", "behind the root"},
-      {frame("<a>1</a>") + "rest of an older file", "outside"},
-      {frame("<a>1</a>") + "</archive>", "end tag"},
+      {frame("") + "<b>2</b>", "behind the root"},
+      {frame("") + "rest of an older file", "outside"},
+      {frame("") + "</archive>", "end tag"},
       {frame("text"), "outside of an element, line 3"},
       {frame("<a>1</b>"), "no end"},
       {frame("<a>one</b>\n<a>two</a>"), "begins twice"},
       {frame("<a>one</b>\n<a x='1'>two</a>"), "begins twice"},
-      {frame("</a>"), "end tag"},
       {frame("<a x>1</a>"), "attribute"},
       {frame("<a x=1>1</a>"), "quotes"},
       {frame("<>1</>"), "name"},
@@ -257,7 +225,7 @@ TEST_F(ArchiveTest, BrokenFramesAreRefused) {
       {"<!DOCTYPE archive [", "declaration"},
   };
   for (const auto& c : cases) {
-    EXPECT_THAT(refusal(c.file, true), HasSubstr(c.message)) << c.file;
+    EXPECT_THAT(refusal(c.file, true), testing::HasSubstr(c.message)) << c.file;
   }
 }
 
@@ -272,15 +240,14 @@ TEST_F(ArchiveTest, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
 }
 
 TEST_F(ArchiveTest, EveryTruncationIsRefused) {
-  store({{"CV-1-I-0", "Unit <1>"}, {"CV-2-I-0", "a & b"}, {"CV-3-I-0", ""}});
-  const std::string whole = readWhole(FILE_NAME);
+  const std::string whole =
+      store({{"CV-1-I-0", "Unit <1>"}, {"CV-2-I-0", "a & b"}, {"CV-3-I-0", ""}});
   for (std::size_t length = 0; length < whole.size() - 1; ++length) {
     ASSERT_NE(refusal(whole.substr(0, length)), "") << length;
     // The same with the end that an archive puts behind a failed write.
     const std::string closed = whole.substr(0, length) + "</archive>\n";
-    if (refusal(closed).empty()) {
-      ASSERT_TRUE(whole[length - 1] == '>' || whole[length - 1] == '\n') << closed;
-    }
+    ASSERT_TRUE(!refusal(closed).empty() || whole[length - 1] == '>' || whole[length - 1] == '\n')
+        << closed;
   }
   EXPECT_EQ(refusal(whole.substr(0, whole.size() - 1)), "") << "all but the last line break";
 }
@@ -289,18 +256,16 @@ TEST_F(ArchiveTest, EveryTruncationIsRefused) {
 // element swallow another.
 TEST_F(ArchiveTest, ADamagedByteNeverReachesAnotherElement) {
   Random random(2);
-  std::vector<std::pair<std::string, std::string>> elements;
+  Elements elements;
   for (unsigned int i = 0; i < 12; ++i) {
-    elements.emplace_back("CV-" + std::to_string(i), randomText(random, true));
+    elements.emplace_back("CV-" + std::to_string(i), randomText(random, 0x20, 0x7E));
   }
-  store(elements);
-  const std::string whole = readWhole(FILE_NAME);
-  const std::string likely = "<>/&;!?-='\" \n0129CV";
+  const std::string whole = store(elements);
   for (std::size_t at = 0; at < whole.size(); ++at) {
-    for (unsigned int i = 0; i < likely.size() + 4; ++i) {
+    for (const char damage : std::string("<>/&;!?-='\" \n0129CV") + randomText(random, 0, 127)) {
       std::string damaged = whole;
-      damaged[at] = i < likely.size() ? likely[i] : static_cast<char>(random.between(0, 127));
-      if (damaged[at] == whole[at] || !refusal(damaged).empty()) {
+      damaged[at] = damage;
+      if (!refusal(damaged).empty()) {
         continue;
       }
       int different = 0;
@@ -318,21 +283,6 @@ TEST_F(ArchiveTest, ADamagedByteNeverReachesAnotherElement) {
   }
 }
 
-TEST_F(ArchiveTest, EachDirectionRefusesTheOther) {
-  EXPECT_TRUE(xml.is_loading());
-  try {
-    xml.write<int>("a", 1);
-    ADD_FAILURE();
-  } catch (const eternity::exception& e) {
-    EXPECT_STREQ(e.what(), "write attempt on an archive open for loading.");
-  }
-  xml.open(FILE_NAME, archive::store);
-  EXPECT_THROW(text("a"), eternity::exception);
-  EXPECT_THROW(xml.write<int>("", 1), eternity::exception);
-  xml.done();
-  EXPECT_EQ(readWhole(FILE_NAME), frame("")) << "a refused write writes nothing";
-}
-
 TEST_F(ArchiveTest, WritesAnyNameThatItReadsBackAndNoOther) {
   std::string refused;
   for (int c = 0; c <= 255; ++c) {
@@ -343,6 +293,8 @@ TEST_F(ArchiveTest, WritesAnyNameThatItReadsBackAndNoOther) {
         xml.write<int>(name, 5);
       } catch (const eternity::exception&) {
         refused += name;
+        xml.done();
+        EXPECT_EQ(readWhole(FILE_NAME), frame("")) << "a refused write writes nothing";
         continue;
       }
       xml.open(FILE_NAME, archive::load);
@@ -355,24 +307,23 @@ TEST_F(ArchiveTest, WritesAnyNameThatItReadsBackAndNoOther) {
     expected += c == '!' || c == '?' ? "" : std::string("a") + c + "a" + c + "b";
   }
   EXPECT_EQ(refused, expected);
+  xml.open(FILE_NAME, archive::store);
+  EXPECT_THROW(xml.write<int>("", 1), eternity::exception);
 }
 
 TEST_F(ArchiveTest, OpenStartsCleanlyOnAnOpenArchive) {
-  xml.open("first", archive::store);
-  xml.write<int>("a", 1);
-  xml.open("second", archive::store);
-  xml.write<int>("b", 2);
+  {
+    xml_archive left;
+    left.open("first", archive::store);
+    left.write<int>("a", 1);
+    left.open("second", archive::store);
+    left.write<int>("b", 2);
+  }
   xml.open("first", archive::load);
   EXPECT_EQ(number("a"), 1);
   xml.open("second", archive::load);
   EXPECT_EQ(number("a"), std::nullopt);
-  EXPECT_EQ(number("b"), 2);
-  {
-    xml_archive left;
-    left.open("third", archive::store);
-    left.write<int>("c", 3);
-  }
-  EXPECT_EQ(readWhole("third"), frame("<c>3</c>\n")) << "a destroyed archive is ended properly";
+  EXPECT_EQ(readWhole("second"), frame("<b>2</b>\n")) << "a destroyed archive is ended properly";
 }
 
 TEST_F(ArchiveTest, AnOpenBranchIsReportedByPointer) {
@@ -397,9 +348,7 @@ TEST_F(ArchiveTest, AFullDiskShowsInFailed) {
   xml.write<int>("a", 1);
   xml.done();
   EXPECT_TRUE(xml.failed());
-  xml.open(FILE_NAME, archive::store);
-  xml.done();
-  EXPECT_FALSE(xml.failed()) << "the next file starts without the failure";
+  store({});  // the next file starts without the failure
 }
 
 TEST(Exception, ACopyTakesTheTextOfWhat) {
