@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "registry.h"
 #include "simplectrlwrapvar.h"
 #include "simplevarmgr.h"
 
@@ -35,13 +36,8 @@ class Command : public SimpleCtrlCmd {
 const bounds_t COMMANDS[] = {{0, 3}, BOUNDS_END};
 const unsigned int MEMBERS[] = {4};
 
-struct Device {
-  Device() {
-    CtrlReadWrite* table[] = {&clip, &wrap, &on, &text, &command, nullptr};
-    CtrlRead* none[] = {nullptr};
-    ctrl_sys_init(&rwTree, &readTree, table, none, queue, 8, nullptr, 0, nullptr, nullptr, nullptr,
-                  nullptr, nullptr, nullptr);
-  }
+struct Device : Registry {
+  Device() { start({&clip, &wrap, &on, &text, &command}); }
 
   void check() const {
     require((clipGlobal >= -20 && clipGlobal <= 10) || (clipGlobal >= 20 && clipGlobal <= 30));
@@ -53,10 +49,6 @@ struct Device {
     }
   }
 
-  alignas(4) char rwPool[2 * (AVLTree::NODE_SIZE + sizeof(ReadWriteNode))];
-  AVLTree rwTree{rwPool, sizeof rwPool, sizeof(ReadWriteNode)};
-  AVLTree readTree{nullptr, 0, sizeof(ReadNode)};
-  CtrlReadWrite* queue[8];
   CtrlReadWrite* family[4];
   CtrlReadWrite* commands[1];
   bool familyFirst = true;

@@ -1,13 +1,9 @@
 // The index tree: its invariants on random shapes, and its refusals.
 #include "avltree.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstring>
-#include <memory>
 #include <set>
-#include <vector>
 
 #include "fatal.h"
 #include "random.h"
@@ -107,23 +103,18 @@ TEST_F(TreeTest, AnyOrderOfKeysKeepsTheInvariants) {
 }
 
 TEST(AvlTree, AFullPoolAndADuplicateAreFatal) {
-  EXPECT_EQ(NODE, 3 * sizeof(void*) + 8);
-  const struct {
-    unsigned int payload, rounded, bytesMissing;
-  } cases[] = {{80, 80, 0}, {81, 84, 0}, {84, 84, 0}, {80, 80, 1}, {0, 0, 0}};
-  for (const auto& c : cases) {
-    alignas(4) char pool[2048] = {};
+  for (const unsigned int missing : {0U, 1U}) {
+    alignas(4) char pool[10 * (NODE + 84)];
     char data[84] = {};
-    AVLTree tree(pool, 10 * (NODE + c.rounded) - c.bytesMissing, c.payload);
-    EXPECT_EQ(tree.find(5), nullptr);
-    const unsigned int room = c.bytesMissing == 0 ? 10 : 9;
-    for (unsigned int i = 0; i < room; ++i) {
+    AVLTree tree(pool, sizeof pool - missing, 81);  // rounded up
+    for (unsigned int i = 0; i < 10 - missing; ++i) {
       tree.insert(i, data);
     }
-    EXPECT_FATAL(tree.insert(room, data), "MAX_INDEX > next_free_index");
+    EXPECT_FATAL(tree.insert(10, data), "MAX_INDEX > next_free_index");
   }
   alignas(4) char pool[4 * NODE];
   AVLTree tree(pool, sizeof pool, 0);
+  EXPECT_EQ(tree.find(5), nullptr);
   for (const unsigned int index : {5U, 2U, 8U}) {
     tree.insert(index, nullptr);
   }

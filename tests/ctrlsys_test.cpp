@@ -5,11 +5,9 @@
 #include <cstring>
 #include <functional>
 #include <list>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "fatal.h"
+#include "registry.h"
 
 namespace {
 
@@ -24,14 +22,11 @@ class LoggedEntry : public CtrlReadWrite {
   bool validate(const void*, unsigned int) const override { return say("validate") != 0 && valid; }
   int set(const void*, unsigned int) override { return say("set"); }
   int confirm() override {
-    const int result = say("confirm");
-    if (onConfirm) {
-      onConfirm();
-    }
-    return result;
+    onConfirm();
+    return say("confirm");
   }
   bool valid = true;
-  std::function<void()> onConfirm;
+  std::function<void()> onConfirm = [] {};
 
  private:
   int say(const char* what) const {
@@ -41,29 +36,19 @@ class LoggedEntry : public CtrlReadWrite {
   std::string& log;
 };
 
-class Registry : public testing::Test {
+class RegistryTest : public testing::Test, public Registry {
  protected:
-  static constexpr unsigned int QUEUE = 3;
   using Entries = std::vector<CtrlReadWrite*>;
 
-  ~Registry() override { ctrlDoConfirm(); }  // the queue is the process's
-
-  void start(Entries rw = {}, std::vector<CtrlRead*> read = {}) {
-    rw.push_back(nullptr);
-    read.push_back(nullptr);
-    ctrl_sys_init(&rwTree, &readTree, rw.data(), read.data(), queue, QUEUE, nullptr, 0, nullptr,
-                  nullptr, nullptr, nullptr, nullptr, nullptr);
-  }
+  ~RegistryTest() override { ctrlDoConfirm(); }  // the entries on the queue are about to go
 
   LoggedEntry* entry(unsigned int varid, unsigned int ind) {
-    entries.push_back(std::make_unique<LoggedEntry>(varid, ind, log));
-    return entries.back().get();
+    return &entries.emplace_back(varid, ind, log);
   }
 
-  const Entries& family(unsigned int varid, unsigned int dim1, unsigned int dim2, Entries members) {
-    families.push_back(std::move(members));
+  void family(unsigned int varid, unsigned int dim1, unsigned int dim2, const Entries& members) {
+    families.push_back(members);
     ctrl_register_rw(varid, dim1, dim2, families.back().data());
-    return families.back();
   }
 
   int get(unsigned int varid, unsigned int varidx) {
@@ -75,41 +60,34 @@ class Registry : public testing::Test {
   int set(unsigned int varid, unsigned int varidx, const std::string& data = "data") {
     // A copy of exact size: a byte read behind it is a fault that the sanitizer sees.
     const std::vector<char> exact(data.begin(), data.end());
+    const unsigned int size = static_cast<unsigned int>(exact.size());
     testing::internal::CaptureStdout();
-    const int code =
-        ctrlDoValidateSet(varid, varidx, exact.data(), static_cast<unsigned int>(exact.size()));
+    const int code = ctrlDoValidateSet(varid, varidx, exact.data(), size);
     printed = testing::internal::GetCapturedStdout();
     return code;
   }
 
-  alignas(4) char rwPool[40 * (AVLTree::NODE_SIZE + sizeof(ReadWriteNode))];
-  alignas(4) char readPool[8 * (AVLTree::NODE_SIZE + sizeof(ReadNode))];
-  AVLTree rwTree{rwPool, sizeof rwPool, sizeof(ReadWriteNode)};
-  AVLTree readTree{readPool, sizeof readPool, sizeof(ReadNode)};
-  CtrlReadWrite* queue[QUEUE] = {};
-  std::vector<std::unique_ptr<LoggedEntry>> entries;
+  std::list<LoggedEntry> entries;
   std::list<Entries> families;
   std::string log;
   std::string printed;
-  char buffer[8];
+  char buffer[5];
 };
 
 // Families of every small shape, every member and every index near them, against the definition:
 // a request succeeds exactly for the index that a member was constructed with.
-TEST_F(Registry, EveryIndexReachesItsOwnMemberOrNone) {
-  start();
+TEST_F(RegistryTest, EveryIndexReachesItsOwnMemberOrNone) {
+  start({});
   unsigned int varid = 100;
   for (const unsigned int dim1 : {0U, 1U, 2U, 4U}) {
     for (const unsigned int dim2 : {0U, 1U, 3U}) {
       ++varid;
-      const bool scalar = dim1 * dim2 <= 1;
       Entries members;
-      // The array's order is the first subscript times the second dimension plus the second.
+      // The array's order is the first subscript times the second dimension plus the second. Of a
+      // family of one, any index will do, as long as the request names the same.
       for (unsigned int place = 0; place < std::max(dim1 * dim2, 1U); ++place) {
-        const unsigned int index = scalar ? 7  // any will do, as long as the request names the same
-                                   : dim1 > 1 && dim2 > 1 ? place / dim2 | place % dim2 << 8
-                                                          : place;
-        members.push_back(entry(varid, index));
+        const unsigned int pair = dim2 > 1 ? place / dim2 | place % dim2 << 8 : place;
+        members.push_back(entry(varid, dim1 * dim2 <= 1 ? 7 : dim1 > 1 ? pair : place));
       }
       family(varid, dim1, dim2, members);
       for (unsigned int i = 0; i < 2 * 6 * 16; ++i) {
@@ -124,7 +102,7 @@ TEST_F(Registry, EveryIndexReachesItsOwnMemberOrNone) {
   }
 }
 
-TEST_F(Registry, AGetPrefersTheReadFamilyAndASetNeverSeesIt) {
+TEST_F(RegistryTest, AGetPrefersTheReadFamilyAndASetNeverSeesIt) {
   CtrlRead* readArray[] = {nullptr};  // a hole reads as zeros
   start({entry(1, 0), entry(1, 1)}, {entry(2, 0), entry(3, 0)});
   EXPECT_EQ(log, "init2.0 init3.0 init1.0 init1.1 ") << "each once, those to read first";
@@ -137,8 +115,8 @@ TEST_F(Registry, AGetPrefersTheReadFamilyAndASetNeverSeesIt) {
   EXPECT_EQ(set(9, 0), CTRL_ERR_SUCCESS);
 }
 
-TEST_F(Registry, EachRefusalOfASetHasItsWords) {
-  start();
+TEST_F(RegistryTest, EachRefusalOfASetHasItsWords) {
+  start({});
   LoggedEntry* const good = entry(5, 0);
   family(5, 3, 1, {good, nullptr, entry(5, 77)});  // the last has not the index of its place
   good->valid = false;
@@ -149,8 +127,8 @@ TEST_F(Registry, EachRefusalOfASetHasItsWords) {
                   {5, 3, "x", "subscript out of range rwn\nWARNING:Can't find varid=5, varidx=3\n"},
                   {5, 1, "x", "var null\nWARNING:Can't find varid=5, varidx=1\n"},
                   {5, 2, "x", "WARNING:Can't find varid=5, varidx=2\n"},
-                  {5, 0, "ab", "\nWARNING: Invalid length=2, data=ab\n"},
                   {5, 0, {"1234567\0beyond", 14}, "\nWARNING: Invalid length=14, data=1234567\n"},
+                  {5, 0, "ab", "\nWARNING: Invalid length=2, data=ab\n"},
                   {5, 0, "", "\nWARNING: Invalid length=0, data=\n"}};
   for (const auto& r : refusals) {
     EXPECT_EQ(set(r.varid, r.varidx, r.data), CTRL_ERR_PARAM);
@@ -161,47 +139,49 @@ TEST_F(Registry, EachRefusalOfASetHasItsWords) {
   EXPECT_EQ(log, "") << "nothing refused was queued";
 }
 
-TEST_F(Registry, SetsAreConfirmedInOrderAndAFullQueueRefusesWithoutATrace) {
-  start();
+TEST_F(RegistryTest, SetsAreConfirmedInOrderAndAFullQueueRefusesWithoutATrace) {
+  start({});
+  LoggedEntry* const first = entry(5, 0);
   LoggedEntry* const second = entry(5, 1);
-  family(5, 2, 1, {entry(5, 0), second});
+  family(5, 2, 1, {first, second});
   for (int round = 0; round < 2; ++round) {
     log.clear();
-    EXPECT_EQ(set(5, 0), CTRL_ERR_SUCCESS);
     second->valid = false;
     EXPECT_EQ(set(5, 1), CTRL_ERR_PARAM);
     second->valid = true;
-    EXPECT_EQ(set(5, 1), CTRL_ERR_SUCCESS);
-    EXPECT_EQ(set(5, 0), CTRL_ERR_SUCCESS);
+    for (const unsigned int index : {0U, 1U, 1U, 0U}) {
+      EXPECT_EQ(set(5, index), CTRL_ERR_SUCCESS);
+    }
     EXPECT_EQ(set(5, 1), CTRL_ERR_NOBUFFER);
-    EXPECT_EQ(ctrlDoConfirm(), CTRL_ERR_SUCCESS);
-    EXPECT_EQ(ctrlDoConfirm(), CTRL_ERR_SUCCESS);
     EXPECT_EQ(log,
-              "validate5.0 set5.0 validate5.1 validate5.1 set5.1 validate5.0 set5.0 validate5.1 "
-              "confirm5.0 confirm5.1 confirm5.0 ");
+              "validate5.1 validate5.0 set5.0 validate5.1 set5.1 validate5.1 set5.1 validate5.0 "
+              "set5.0 validate5.1 ");
+    log.clear();
+    EXPECT_EQ(ctrlDoConfirm(), CTRL_ERR_SUCCESS);
+    EXPECT_EQ(ctrlDoConfirm(), CTRL_ERR_SUCCESS);
+    EXPECT_EQ(log, "confirm5.0 confirm5.1 confirm5.1 confirm5.0 ");
   }
   log.clear();
-  LoggedEntry* const first = entry(5, 0);
   first->onConfirm = [&] { EXPECT_EQ(generic_set("x", 1, *second), 1); };
   generic_set("x", 1, *first);
   ctrlDoConfirm();
-  EXPECT_EQ(log, "set5.0 confirm5.0 set5.1 confirm5.1 ") << "in the same pass";
+  EXPECT_EQ(log, "set5.0 set5.1 confirm5.0 confirm5.1 ") << "in the same pass";
 }
 
 unsigned int threeDimensions(unsigned int idx, const unsigned int* dim, unsigned int ndim) {
   return ndim == 3 ? (idx / 100 * dim[1] + idx / 10 % 10) * dim[2] + idx % 10 : 0xFFFFFFFF;
 }
 
-TEST_F(Registry, AConverterOfTheApplicationAddressesMoreDimensions) {
-  start();
-  CtrlReadWrite* array[24];
+TEST_F(RegistryTest, AConverterOfTheApplicationAddressesMoreDimensions) {
+  start({});
+  Entries array;
   for (unsigned int i = 0; i < 24; ++i) {
-    array[i] = entry(5, i / 12 * 100 + i / 4 % 3 * 10 + i % 4);
+    array.push_back(entry(5, i / 12 * 100 + i / 4 % 3 * 10 + i % 4));
   }
   unsigned int dims[] = {2, 3, 4};
-  ctrl_register_rw(5, dims, 3, threeDimensions, array);
+  ctrl_register_rw(5, dims, 3, threeDimensions, array.data());
   const unsigned int empty[] = {2, 0};
-  ctrl_register_rw(6, empty, 2, cmd_sts_idx_conv2D, array);
+  ctrl_register_rw(6, empty, 2, cmd_sts_idx_conv2D, array.data());
   dims[1] = dims[2] = 0;  // the registry has its copy
   EXPECT_EQ(ctrlGetRWEntry(5, 123), array[23]);
   EXPECT_EQ(ctrlGetRWEntry(5, 11), array[5]);
@@ -209,14 +189,17 @@ TEST_F(Registry, AConverterOfTheApplicationAddressesMoreDimensions) {
   EXPECT_EQ(get(6, 0), CTRL_ERR_PARAM) << "a dimension of 0 leaves no place";
 }
 
-using RegistryDeathTest = Registry;
+using RegistryDeathTest = RegistryTest;
 
 TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   CtrlReadWrite* array[1] = {};
   const unsigned int dims[17] = {1};
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "tree != nullptr");
   EXPECT_FATAL(get(1, 0), "tree != nullptr");
-  start();
+  EXPECT_FATAL(ctrl_sys_init(&rwTree, &readTree, nullptr, nullptr, queue, QUEUE, nullptr, 0,
+                             nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+               "rwArray != nullptr");
+  start({});
   EXPECT_FATAL(ctrl_register_rw(1, dims, 17, cmd_sts_idx_conv1D, array), "ndim <= MAX_CTRL_DIMS");
   EXPECT_FATAL(ctrl_register_rw(1, dims, 1, nullptr, array), "conv != nullptr");
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, nullptr), "array != nullptr");
@@ -226,13 +209,15 @@ TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "duplicate");
   EXPECT_FATAL(cmd_sts_idx_conv0D(0, dims, 1), "ndim == 0");
   EXPECT_FATAL(cmd_sts_idx_conv1D(0, nullptr, 1), "dim != nullptr");
+  EXPECT_FATAL(cmd_sts_idx_conv1D(0, dims, 2), "ndim == 1");
+  EXPECT_FATAL(cmd_sts_idx_conv2D(0, nullptr, 2), "dim != nullptr");
   for (unsigned int i = 0; i < QUEUE; ++i) {
     generic_set("x", 1, *entry(5, i));
   }
   EXPECT_FATAL(generic_set("x", 1, *entry(5, 9)), "confirm_index < ctrlConfirmSize");
 }
 
-TEST_F(Registry, AnEntrysNameIsTheKeyOfThePresetFileAndHasToFit) {
+TEST_F(RegistryTest, AnEntrysNameIsTheKeyOfThePresetFileAndHasToFit) {
   EXPECT_STREQ(entry(0, 258)->getName(), "CV-0-I-258");
   EXPECT_STREQ(entry(4294967295U, 999)->getName(), "CV-4294967295-I-999");
   EXPECT_FATAL(entry(4294967295U, 1000), "length < ");

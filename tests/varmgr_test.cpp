@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <vector>
 
+#include "ctrlwrap.h"
 #include "random.h"
 
 namespace {
@@ -36,7 +34,6 @@ class Plain : public Base {
 };
 
 using Int = Plain<ReadWriteVarMgrInt>;
-using Bool = Plain<ReadWriteVarMgrBool>;
 using Str = Plain<ReadWriteVarMgrStr>;
 
 const bounds_t GAPPED[] = {{0, 10}, {20, 30}, BOUNDS_END};
@@ -93,63 +90,50 @@ TEST(ValueBuffer, TextsAreCutTerminatedAndPadded) {
       EXPECT_EQ(buf, expected + '\x5A');
     }
   }
-  char raw[4];
-  const char unterminated[4] = {'a', 0, 'b', 'c'};
-  ReadVarMgr::setBufStr(raw, 4, unterminated, true);
-  EXPECT_EQ(std::memcmp(raw, unterminated, 4), 0);
+  std::string raw(4, '\0');
+  ReadVarMgr::setBufStr(&raw[0], 3, "a\0b", true);
+  EXPECT_EQ(raw, std::string("a\0b\0", 4)) << "copied as it is";
 }
 
 TEST(VarMgrInt, ValidateAsksForARowAndSetForcesByThePolicy) {
-  const Int fresh(GAPPED, RANGE_CLIP);
-  EXPECT_EQ(fresh.get(), -2147483647 - 1) << "until it has a value";
-  unsigned int rows = 0;
-  EXPECT_EQ(fresh.getBounds(rows), GAPPED);
-  EXPECT_EQ(rows, 2U);
-  EXPECT_EQ(fresh.getType(), DATA_TYPE_INT);
-  Int wrap(GAPPED, RANGE_WRAP);
-  Int clip(GAPPED, RANGE_CLIP);
-  Int free(nullptr, RANGE_WRAP);
-  for (int v = -80; v <= 80; ++v) {
-    const bool inRow = (v >= 0 && v <= 10) || (v >= 20 && v <= 30);
-    EXPECT_EQ(setInt(wrap, v), inRow);
-    EXPECT_EQ(setInt(clip, v), inRow);
-    EXPECT_TRUE(setInt(free, v));
-    EXPECT_EQ(wrap.get(), getBoundsVal(v, true, RANGE_WRAP, GAPPED, 2));
-    EXPECT_EQ(clip.get(), getBoundsVal(v, true, RANGE_CLIP, GAPPED, 2));
-    EXPECT_EQ(free.get(), v);
+  for (const range_t policy : {RANGE_WRAP, RANGE_CLIP}) {
+    Int var(GAPPED, policy);
+    Int free(nullptr, policy);
+    EXPECT_EQ(var.get(), -2147483647 - 1) << "until it has a value";
+    for (int v = -80; v <= 80; ++v) {
+      EXPECT_EQ(setInt(var, v), (v >= 0 && v <= 10) || (v >= 20 && v <= 30));
+      EXPECT_EQ(var.get(), getBoundsVal(v, true, policy, GAPPED, 2));
+      EXPECT_TRUE(setInt(free, v));
+      EXPECT_EQ(free.get(), v);
+    }
+    unsigned int rows = 0;
+    EXPECT_EQ(var.getBounds(rows), GAPPED);
+    EXPECT_EQ(rows, 2U);
+    EXPECT_EQ(var.getType(), DATA_TYPE_INT);
   }
 }
 
 TEST(VarMgrInt, IncrementJumpsGapsInItsDirectionAndWrapsIn32Bits) {
   const struct {
+    const bounds_t* bounds;
     int from, delta, wrapped, clipped;
-  } steps[] = {{10, 1, 20, 20}, {20, -1, 10, 10}, {30, 1, 0, 30}, {0, -1, 30, 0}, {5, 0, 5, 5}};
+  } steps[] = {{GAPPED, 10, 1, 20, 20}, {GAPPED, 20, -1, 10, 10},
+               {GAPPED, 30, 1, 0, 30},  {GAPPED, 0, -1, 30, 0},
+               {GAPPED, 5, 0, 5, 5},    {nullptr, 2147483647, 1, -2147483647 - 1, -2147483647 - 1}};
   for (const auto& s : steps) {
-    Int wrap(GAPPED, RANGE_WRAP);
-    Int clip(GAPPED, RANGE_CLIP);
-    setInt(wrap, s.from);
-    setInt(clip, s.from);
-    wrap.increment(s.delta);
-    clip.increment(s.delta);
-    EXPECT_EQ(wrap.get(), s.wrapped) << s.from << " by " << s.delta;
-    EXPECT_EQ(clip.get(), s.clipped) << s.from << " by " << s.delta;
+    for (const range_t policy : {RANGE_WRAP, RANGE_CLIP}) {
+      Int var(s.bounds, policy);
+      setInt(var, s.from);
+      var.increment(s.delta);
+      EXPECT_EQ(var.get(), policy == RANGE_WRAP ? s.wrapped : s.clipped) << s.from;
+    }
   }
-  Int free(nullptr, RANGE_CLIP);
-  setInt(free, 2147483647);
-  free.increment(1);
-  EXPECT_EQ(free.get(), -2147483647 - 1);
-}
-
-TEST(VarMgrBool, TogglesOrStops) {
-  Bool toggle(RANGE_WRAP);
-  Bool stop(RANGE_CLIP);
-  EXPECT_FALSE(setInt(stop, 2));
-  EXPECT_TRUE(setInt(toggle, Bool::ON));
+  Plain<ReadWriteVarMgrBool> toggle(RANGE_WRAP);
+  EXPECT_TRUE(setInt(toggle, toggle.ON));
   toggle.increment(1);
-  stop.increment(1);
-  EXPECT_EQ(toggle.get(), Bool::OFF);
-  EXPECT_EQ(stop.get(), Bool::ENABLE);
-  EXPECT_EQ(stop.getType(), DATA_TYPE_BOOL);
+  EXPECT_EQ(toggle.get(), toggle.OFF);
+  EXPECT_FALSE(setInt(toggle, 2));
+  EXPECT_EQ(toggle.getType(), DATA_TYPE_BOOL);
 }
 
 TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
@@ -225,19 +209,33 @@ TEST(VarMgrStr, BehavesAsABoundedString) {
 
 TEST(VarMgrSequences, StopAtTheFirstRefusal) {
   unsigned char buf[4];
-  Int var(nullptr, RANGE_CLIP);
+  Int var(GAPPED, RANGE_CLIP);
+  CtrlReadWriteVarMgr entry(1, 0, var);
   getCurVarMgrVal(var, buf, sizeof buf);
   EXPECT_EQ(ReadWriteVarMgr::convert(buf, 4), ReadWriteVarMgrInt::DEFAULT);
-  EXPECT_EQ(startVarMgrSet(var, "\x12", 1), 0);
+  EXPECT_EQ(startVarMgrSet(var, "\x1A", 1), 0);
   EXPECT_EQ(startVarMgrReset(var), 0);
   EXPECT_EQ(commitVarMgr(var), 0);
   EXPECT_EQ(var.calls, "refresh start start init consistent commit ");
+  EXPECT_EQ(var.get(), 26);
+  var.calls.clear();
+  EXPECT_FALSE(entry.validate("\x0F", 1)) << "15 lies in the gap";
+  EXPECT_TRUE(entry.validate("\x14", 1));
+  EXPECT_EQ(entry.set("\x0F", 1), 0);
+  EXPECT_EQ(entry.confirm(), 0);
+  entry.get(buf, 4);
+  entry.init();
+  EXPECT_EQ(buf[3], 20);
+  EXPECT_EQ(var.calls, "start refresh start refresh consistent commit refresh init ");
+  var.calls.clear();
   var.starts = var.consistent = false;
-  EXPECT_NE(startVarMgrSet(var, buf, sizeof buf), 0);
+  EXPECT_NE(startVarMgrSet(var, "\x01", 1), 0);
   EXPECT_EQ(startVarMgrReset(var), 1);
   EXPECT_EQ(commitVarMgr(var), 1);
-  EXPECT_EQ(var.calls, "refresh start start init consistent commit start start consistent ");
-  EXPECT_EQ(var.get(), 0x12);
+  EXPECT_FALSE(entry.validate("\x14", 1));
+  EXPECT_EQ(entry.confirm(), 1);
+  EXPECT_EQ(var.calls, "start start consistent start consistent ");
+  EXPECT_EQ(var.get(), 20);
 }
 
 }  // namespace
