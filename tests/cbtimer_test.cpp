@@ -2,10 +2,7 @@
 #include "cbtimer.h"
 
 #include <atomic>
-#include <memory>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "fatal.h"
 #include "mcf5200.h"
@@ -14,13 +11,12 @@
 // The status register of a board, in place of the library's empty operations.
 namespace {
 unsigned short statusRegister = 0;
-std::vector<unsigned short> levelsSet;
-std::atomic<bool> watchingLevels{false};
+std::vector<unsigned short>* levelsSet = nullptr;  // noted while somebody looks
 }  // namespace
 
 unsigned short spl(const unsigned short s) {
-  if (watchingLevels) {
-    levelsSet.push_back(s);
+  if (levelsSet != nullptr) {
+    levelsSet->push_back(s);
   }
   return 0;
 }
@@ -47,11 +43,7 @@ std::unique_ptr<CBTimer> a, b, c;
 
 class CbTimerTest : public testing::Test {
  protected:
-  ~CbTimerTest() override {
-    for (auto* t : {&a, &b, &c}) {
-      t->reset();
-    }
-  }
+  ~CbTimerTest() override { a.reset(), b.reset(), c.reset(); }
 
   // Hooks a, b and c, so that the walk meets c first, and makes all of them due.
   void hookThree(bool repeat) {
@@ -66,7 +58,8 @@ class CbTimerTest : public testing::Test {
     Timer::sysTime = 110;
   }
 
-  std::string walk() {
+  std::string walk(unsigned int time = Timer::sysTime) {
+    Timer::sysTime = time;
     fired.clear();
     cbTimerISR();
     return fired;
@@ -80,10 +73,8 @@ TEST_F(CbTimerTest, EachTimerFiresOncePerPeriodAndTheLatestHookedFirst) {
   EXPECT_EQ(walk(), "");
   c->setTimeout(5);
   a->setCallback(callback<'x'>);  // replaces the callback, keeps the place
-  Timer::sysTime = 143;
-  EXPECT_EQ(walk(), "cbx");  // missed periods count once
-  Timer::sysTime = 150;
-  EXPECT_EQ(walk(), "cbx");  // the phase is kept
+  EXPECT_EQ(walk(143), "cbx");    // missed periods count once
+  EXPECT_EQ(walk(150), "cbx");    // the phase is kept
 }
 
 TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
@@ -100,12 +91,12 @@ TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
   a->clearCallback();
   a->clearCallback();
   c.reset();
-  EXPECT_EQ(Timer::cb, cbTimerISR);
   EXPECT_EQ(walk(), "b");
   EXPECT_EQ(walk(), "");  // fired, and still hooked
   b->setTimeout(0);
   EXPECT_EQ(walk(), "b");
   EXPECT_FATAL(b->setCallback(nullptr), "cfn != nullptr");
+  EXPECT_EQ(Timer::cb, cbTimerISR);
   b->clearCallback();
   EXPECT_EQ(Timer::cb, nullptr);
 }
@@ -131,12 +122,11 @@ TEST_F(CbTimerTest, ACallbackMayUnhookOrDestroyAnyTimer) {
     act = each.action;
     EXPECT_EQ(walk(), each.firstWalk);
     actingLetter = 0;
-    Timer::sysTime = 120;
-    EXPECT_EQ(walk(), each.secondWalk) << "after " << each.firstWalk;
+    EXPECT_EQ(walk(120), each.secondWalk) << "after " << each.firstWalk;
   }
 }
 
-TEST_F(CbTimerTest, TheLockRaisesTheLevelAndNeverLowersIt) {
+TEST(IntrptLock, RaisesTheLevelAndNeverLowersIt) {
   const struct {
     unsigned short level;
     unsigned short status;
@@ -146,29 +136,23 @@ TEST_F(CbTimerTest, TheLockRaisesTheLevelAndNeverLowersIt) {
       {3, 0x2700, {0x2700}}, {7, 0x0615, {0x2700, 0x0615}}, {9, 0, {0x2100, 0}},
   };
   for (const auto& each : cases) {
+    std::vector<unsigned short> levels;
     statusRegister = each.status;
-    levelsSet.clear();
-    watchingLevels = true;
+    levelsSet = &levels;
     {
       IntrptLock lock(each.level);
       lock.lock();
     }
-    watchingLevels = false;
-    EXPECT_EQ(levelsSet, each.set) << each.level << " over " << each.status;
+    levelsSet = nullptr;
+    EXPECT_EQ(levels, each.set) << each.level << " over " << each.status;
   }
 }
 
 // The callbacks of one thread's timers. A callback that runs after its timer was unhooked would be
 // seen here; an unguarded access is seen by the thread sanitizer.
-constexpr unsigned int THREADS = 3;
-bool hooked[THREADS];
+bool hooked[3];
 std::atomic<bool> strayCall{false};
 std::atomic<int> steadyCalls{0};
-
-template <unsigned int THREAD>
-void expectHooked() {
-  strayCall = strayCall || !hooked[THREAD];
-}
 
 template <unsigned int THREAD>
 void hookAndUnhook() {
@@ -178,7 +162,7 @@ void hookAndUnhook() {
     IntrptLock lock(Timer::level);
     lock.lock();
     hooked[THREAD] = true;
-    timer.setCallback(expectHooked<THREAD>);
+    timer.setCallback([] { strayCall = strayCall || !hooked[THREAD]; });
     lock.unlock();
     timer.setTimeout(random.below(3));
     if (timer.isRunning() && !timer.isTimeoutExpired() && random.oneIn(2)) {

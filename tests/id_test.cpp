@@ -2,9 +2,6 @@
 // process, so each case runs in one of its own.
 #include "id.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <cstring>
 
 #include "env.h"

@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
-#include <vector>
 
 #include "random.h"
 
@@ -78,17 +76,6 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
     }
     ASSERT_EQ(var->real.get(), var->val) << "step " << step;
   }
-}
-
-TEST(RefreshGroup, AFreedTokenIsNoToken) {
-  RefreshMgr group;
-  RefreshId id;
-  group.allocId(id);
-  EXPECT_TRUE(id.isValid());
-  group.freeId(id);
-  EXPECT_FALSE(id.isValid());
-  group.setRefresh();
-  EXPECT_FALSE(group.needRefresh(id));
 }
 
 TEST(SimpleIntAndBool, DefaultIsForcedAndTheGlobalWinsUnlessItIsCommitted) {

@@ -9,7 +9,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <optional>
 
 #include "random.h"
@@ -110,22 +109,9 @@ TEST(TimerTest, DifferencesLoseATickAcrossTheWrap) {
   }
 }
 
-class TimerThreadTest : public testing::Test {
- protected:
-  TimerThreadTest() {
-    sem_init(&passBegins, 0, 0);
-    sem_init(&passEnded, 0, 0);
-    calls = 0;
-  }
-  ~TimerThreadTest() override {
-    Timer_thread::Instance()->Stop();
-    Timer::cb = nullptr;
-  }
-  static int calls;
-};
-int TimerThreadTest::calls;
+int calls = 0;
 
-TEST_F(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
+TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
   const struct {
     std::optional<timeval> clock;
     unsigned int time;
@@ -153,16 +139,8 @@ TEST_F(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "Starting the Timer thread\nStarting the Timer thread\nStopping the Timer thread\n");
   clockNow = timeval{2, 0};
-  EXPECT_EQ(thread->Start(), 0);
-  sem_wait(&passEnded);
-  EXPECT_EQ(Timer::sysTime, 2000U);
-}
-
-// A callback is the application's code: Stop waits for its end rather than unwinding it.
-TEST_F(TimerThreadTest, ARunningCallbackIsNotCancelled) {
+  // A callback is the application's code: Stop waits for its end rather than unwinding it.
   static sem_t reached;
-  sem_init(&reached, 0, 0);
-  clockNow = timeval{3, 0};
   Timer::cb = [] {
     sem_post(&reached);
     timespec pause{0, 20000000};
@@ -170,10 +148,11 @@ TEST_F(TimerThreadTest, ARunningCallbackIsNotCancelled) {
     pthread_testcancel();
     ++calls;
   };
-  Timer_thread::Instance()->Init();
+  EXPECT_EQ(thread->Start(), 0);
   sem_wait(&reached);
-  EXPECT_EQ(Timer_thread::Instance()->Stop(), 0);
-  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(Timer::sysTime, 2000U);
+  EXPECT_EQ(thread->Stop(), 0);
+  EXPECT_EQ(calls, 4);
 }
 
 }  // namespace
