@@ -535,4 +535,15 @@ TEST_F(PresetTest, ToolsPrintWhatTheyFind) {
   EXPECT_EQ(level.calls, "icc");
 }
 
+TEST_F(PresetTest, AFaultyTableIsFatal) {
+  struct TwoWords : Control {
+    TwoWords() : Control(1, 0, 0) {}
+    const char* getName() const override { return "two words"; }
+  } named;
+  table[1] = &named;
+  EXPECT_FATAL(Preset::Instance()->Init(table.data()), "namesAreElements(rwp)");
+  table[1] = &level;
+  EXPECT_FATAL(Preset::Instance()->Init(table.data()), "namesAreDistinct(rwp)");
+}
+
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <mutex>
+#include <set>
 
 #include "debug.h"
 #include "filereplace.h"
@@ -99,6 +100,25 @@ void keepDamagedFile() {
   }
 }
 
+bool namesAreDistinct(CtrlReadWrite** rwp) {
+  std::set<std::string> names;
+  for (; *rwp != nullptr; ++rwp) {
+    if (!names.insert((*rwp)->getName()).second) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool namesAreElements(CtrlReadWrite** rwp) {
+  for (; *rwp != nullptr; ++rwp) {
+    if (!eternity::isElementName((*rwp)->getName())) {
+      return false;
+    }
+  }
+  return true;
+}
+
 enum restore_t { RESTORED, UNREADABLE, BROKEN };
 
 restore_t restore(eternity::xml_archive& xml) {
@@ -142,6 +162,8 @@ Preset* Preset::Instance() {
 
 void Preset::Init(CtrlReadWrite** rwp) {
   CTRL_ASSERT(rwp != nullptr);
+  CTRL_ASSERT(namesAreElements(rwp));
+  CTRL_ASSERT(namesAreDistinct(rwp));
   std::puts("Preset init...");
   m_rwp = rwp;
 }

@@ -23,7 +23,8 @@
 #include "presetrecall.h"
 #include "tessel_timer.h"
 
-/// The application's copy function: backs the saved file up. Runs on the preset thread.
+/// The application's copy function: backs the saved file up. Runs on the preset thread, and no
+/// exception leaves it.
 using preset_bk_func_t = void (*)();
 
 /// The one keeper of the preset file, with its thread.
@@ -46,7 +47,8 @@ class Preset : public Noncopyable, private JThread {
   static Preset* Instance();
 
   /// Takes the control table, ended by a null pointer. Start-up thread, in front of Start.
-  /// REQUIRES: `rwp` is not null.
+  /// REQUIRES: `rwp` is not null; the names of its controls can be elements of an archive
+  /// (isElementName), and no two are the same, for one of the two values would be lost.
   void Init(CtrlReadWrite** rwp);
 
   /// Writes every control of the table to `xml`, or sets and confirms every control from it, as
