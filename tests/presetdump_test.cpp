@@ -3,7 +3,6 @@
 #include <sstream>
 #include <vector>
 
-#include "bytes.h"
 #include "fatal.h"
 #include "program.h"
 #include "random.h"
@@ -13,11 +12,6 @@
 namespace {
 
 using testing::HasSubstr;
-
-struct Patch {
-  unsigned int addr;
-  unsigned short word;
-};
 
 class PresetDump : public testing::Test {
  protected:
@@ -65,20 +59,11 @@ class PresetDump : public testing::Test {
   int status = 0;
 };
 
-NorArray patched(NorArray image, const std::vector<Patch>& patches) {
-  for (const Patch& patch : patches) {
-    putBigEndian(image.bytes + patch.addr, 2, patch.word);
-  }
-  return image;
-}
-
 // A live block 1 with one preset of type 5 in entry 2 and a removed one behind it.
-NorArray example() {
-  return Image("@8192 7FFE 0 live:5,2,ABC dead:7,0,XY");
-}
+const std::string EXAMPLE = "@8192 7FFE 0 live:5,2,ABC dead:7,0,XY";
 
 TEST_F(PresetDump, ShowsBlocksRecordsAndRoom) {
-  save(example());
+  save(Image(EXAMPLE));
   EXPECT_EQ(run("presets.flash"), R"(presets.flash
 
 Block 0 at 0x0000: erased
@@ -101,47 +86,37 @@ Sound.
   EXPECT_THAT(map, HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000"));
 }
 
-// A patch to the example, what the program says of it and its exit status under --check.
+// What the program says of an image, and its exit status under --check.
 TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
+  const std::string records = "live:5,2,ABC dead:7,0,XY ", abc = "@8192 7FFE 0 live:5,2,ABC ";
   const struct {
-    std::vector<Patch> patches;
+    std::string image;
     int status;
     const char* says;
-    const char* map;  // of the first 128 bytes of block 1
+    const char* map;  // of the first bytes of block 1
   } CASES[] = {
-      {{{8206, 0x6007}}, 0, "at 0x200E was started and never confirmed; block 1 counts", "?..."},
-      {{{8206, 0x2005}, {8208, 2}}, 0, "superseded and not marked deleted: 1; the", "#..."},
-      {{{8194, 1}}, 1, "block 1 has version word 0x0001", "!..."},
-      {{{8192, 0x6FFE}}, 0, "block 1 has been invalidated and not yet erased", "!..."},
-      {{{8192, 0xFFFE}}, 0, "block 1 is a finished block copy that has not become", "!..."},
-      {{{8192, 0xFFFF}}, 0, "left in the middle of a block copy or of an erase", "!..."},
-      {{{8192, 0x1234}}, 1, "block 1 starts with 0x1234, which is no block word", "!..."},
-      {{{0, 0x1234}}, 0, "block 0 starts with 0x1234 0xFFFF, as a cut-off erase", "#..."},
-      {{{0, 0x7FFE}, {2, 0}, {4, 0}, {6, 0}, {8, 1}}, 0, "block 0 is valid as well", "#..."},
-      {{{8196, 0x4005}}, 1, "corrupt at 0x2004: its head word", "!..."},
-      {{{8198, 300}}, 1, "corrupt at 0x2004: its id is 300 or more", "!..."},
-      {{{8196, 0x0005}}, 0, "comes up with 0 presets, 0 payload bytes", "x..."},
-      {{{8200, 0}, {0, 0x1234}}, 1, "block 0 starts with 0x1234, which is no block", "!..."},
-      {{{8200, 0}}, 1, "corrupt at 0x2004: its size is 0", "!..."},
-      {{{8210, 9000}}, 1, "corrupt at 0x200E: its payload runs past the end", "!..."},
-      {{{8272, 0}}, 1, "behind the log of block 1 is not erased at 0x2050", "#.!."},
-      {{{16382, 0}}, 1, "the last word of block 1 is not erased", "#..."},
-      {{{8192, 0x7FFF},
-        {8194, 0x3005},
-        {8196, 2},
-        {8198, 0},
-        {8200, 3},
-        {8206, 0xFFFF},
-        {8208, 0xFFFF},
-        {8210, 0xFFFF},
-        {8212, 0xFFFF}},
-       0,
-       "block 1 is of version 0; the store rewrites it",
-       "#..."},
+      {abc + "open:7,0,XY", 0, "at 0x200E was started and never confirmed; block 1 counts", "?..."},
+      {abc + "live:5,2,XY", 0, "superseded and not marked deleted: 1; the", "#..."},
+      {"@8192 7FFE 1 " + records, 1, "block 1 has version word 0x0001", "!..."},
+      {"@8192 6FFE 0 " + records, 0, "block 1 has been invalidated and not yet erased", "!..."},
+      {"@8192 FFFE 0 " + records, 0, "block 1 is a finished block copy that has not become", "!"},
+      {"@8194 0 " + records, 0, "left in the middle of a block copy or of an erase", "!..."},
+      {"@8192 1234", 1, "block 1 starts with 0x1234, which is no block word", "!..."},
+      {EXAMPLE + " @0 1234", 0, "block 0 starts with 0x1234 0xFFFF, as a cut-off erase", "#..."},
+      {EXAMPLE + " @0 7FFE 0 0 0 1", 0, "block 0 is valid as well", "#..."},
+      {"@8192 7FFE 0 4005 2 3", 1, "corrupt at 0x2004: its head word", "!..."},
+      {"@8192 7FFE 0 live:5,300,ABC", 1, "corrupt at 0x2004: its id is 300 or more", "!..."},
+      {"@8192 7FFE 0 dead:5,2,ABC", 0, "comes up with 0 presets, 0 payload bytes", "x..."},
+      {"1234 @8192 7FFE 0 live:5,2,", 1, "block 0 starts with 0x1234, which is no block", "!..."},
+      {"@8192 7FFE 0 live:5,2,", 1, "corrupt at 0x2004: its size is 0", "!..."},
+      {abc + "7 0 2328", 1, "corrupt at 0x200E: its payload runs past the end", "!..."},
+      {EXAMPLE + " @8272 0", 1, "behind the log of block 1 is not erased at 0x2050", "#.!."},
+      {EXAMPLE + " @16382 0", 1, "the last word of block 1 is not erased", "#..."},
+      {"@8192 7FFF live0:5,2,ABC", 0, "block 1 is of version 0; the store rewrites it", "#..."},
   };
   for (const auto& c : CASES) {
     SCOPED_TRACE(c.says);
-    const NorArray image = patched(example(), c.patches);
+    const Image image(c.image);
     save(image);
     const std::string out = run("--check --map presets.flash");
     EXPECT_THAT(out, HasSubstr(c.says));
@@ -157,7 +132,7 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
 }
 
 TEST_F(PresetDump, RefusesWhatIsNoStoreFile) {
-  save(example());
+  save(Image(EXAMPLE));
   for (const unsigned int size : {0U, 16383U, 16385U}) {
     writeWhole("odd", std::string(size, '\xFF'));
     EXPECT_THAT(run("presets.flash odd"), HasSubstr("a store file has 16384"));
