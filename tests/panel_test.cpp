@@ -1,14 +1,10 @@
 // The panel, through the panel program: its console, and that a confirmed setting is never lost.
 #include "panel.h"
 
-#include <algorithm>
-
 #include "component_writer.h"
-#include "random.h"
 
 namespace {
 
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -41,67 +37,6 @@ TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
   runProgram("{ " PANEL " < input; echo $? > ended; } | true");  // nobody reads what it prints
   EXPECT_EQ(readWhole("ended"), "0\n");
   EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"unread\""));
-}
-
-// The settings of generation n are in the first two rows of the file and in the last.
-std::string commandsOf(int n) {
-  return "set name " + number(n) + "\nset gain 0 0 " + number(-n % 61) + "\nset limit " +
-         number(30 + n % 61) + "\nconfirm\nsave\n";
-}
-bool holds(const std::string& file, int n) {
-  const std::string first = "<archive>\n<CV-10-I-0>" + number(n) + "</CV-10-I-0>\n<CV-20-I-0>" +
-                            number(-n % 61) + "</CV-20-I-0>\n";
-  const std::string last = "\n<CV-70-I-0>" + number(30 + n % 61) + "</CV-70-I-0>\n</archive>\n";
-  return file.find(first) != file.npos && std::count(file.begin(), file.end(), '\n') == 25 &&
-         file.find(last) + last.size() == file.size();
-}
-
-// A panel that saves all the time is killed at one moment after another. The file holds what the
-// last finished save wrote, or the one that was running, complete either way.
-TEST_F(PanelTest, KilledInTheMiddleOfASaveLeavesTheFileOldOrNew) {
-  constexpr int KILLS = 25;
-  Random random(1);
-  int saved = 0;  // the generation of the last save that is known to have finished
-  run(commandsOf(saved));
-  int hit = 0;  // kills that fell into a save
-  for (int round = 0; hit < KILLS && round < 20 * KILLS; ++round) {
-    std::string commands;
-    for (int n = saved + 1; n <= saved + 200; ++n) {
-      commands += commandsOf(n);
-    }
-    Process panel({PANEL}, "log" + number(round));
-    panel.type(commands);
-    ASSERT_TRUE(panel.says("| saved"));
-    usleep(random.below(3000));
-    panel.end(SIGKILL);
-    const std::string output = panel.output(), file = readWhole(FILE_NAME);
-    for (size_t at = 0; (at = output.find("| saved", at)) != output.npos; ++at) {
-      ++saved;
-    }
-    hit += std::filesystem::exists("presets.xml.tmp") ? 1 : 0;
-    saved += holds(file, saved) ? 0 : 1;  // killed between the save and its answer
-    ASSERT_TRUE(holds(file, saved)) << "round " << round << ", " << saved << ": " << file;
-  }
-  EXPECT_EQ(hit, KILLS);
-  EXPECT_THAT(run("get name\n"), HasSubstr("\"" + number(saved) + "\""));
-}
-
-// The preset thread saves while the main thread goes on. The gain is 12 only while unconfirmed,
-// which is nearly all the time.
-TEST_F(PanelTest, TheBackgroundSaveHoldsWhatIsConfirmedAndNothingElse) {
-  Process panel({PANEL}, "log");
-  panel.type("set name kept\nconfirm\n");
-  for (int i = 0; i < 60 && panel.output().find("Save presets to:") == std::string::npos; ++i) {
-    panel.type("set gain 0 1 12\nwait\nget gain 0 1\n");
-    EXPECT_TRUE(panel.saysNext("| gain[0][1] = 12 dB, not confirmed; in effect is "));
-    panel.type("set gain 0 1 " + number(i % 12) + "\nconfirm\n");
-    EXPECT_TRUE(panel.saysNext("confirmed"));
-  }
-  panel.type("wait\nget name\n");  // the thread prints first and writes then
-  EXPECT_TRUE(panel.saysNext("| name"));
-  panel.end(SIGKILL);
-  EXPECT_THAT(readWhole(FILE_NAME),
-              AllOf(HasSubstr(">kept<"), Not(HasSubstr(">12<")), EndsWith("</archive>\n")));
 }
 
 TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {

@@ -6,8 +6,8 @@
 // CONTROL_TEST_THIN=n tries only every n-th cut, for slow machines.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <optional>
 #include <sstream>
 
 #include "random.h"
@@ -30,7 +30,7 @@ void PrintTo(const Workload& workload, std::ostream* out) {
 
 unsigned int thin() {
   const char* const text = std::getenv("CONTROL_TEST_THIN");
-  return text != nullptr && std::atoi(text) > 1 ? static_cast<unsigned int>(std::atoi(text)) : 1;
+  return text == nullptr ? 1 : static_cast<unsigned int>(std::atoi(text));
 }
 
 // What the store has shown since the last acknowledged state, which is the first.
@@ -50,11 +50,12 @@ class Story {
   std::vector<unsigned int> wrong(const Content& found) const {
     std::vector<unsigned int> ids;
     for (unsigned int id = 0; id < NUM_PRESETS; ++id) {
-      bool known = false;
-      for (const Content& content : shown) {
-        known = known || at(content, id) == at(found, id);
-      }
-      if (!known) {
+      const auto now = found.find(id);
+      if (std::none_of(shown.begin(), shown.end(), [&](const Content& content) {
+            const auto then = content.find(id);
+            return now == found.end() ? then == content.end()
+                                      : then != content.end() && then->second == now->second;
+          })) {
         ids.push_back(id);
       }
     }
@@ -62,11 +63,6 @@ class Story {
   }
 
  private:
-  static std::optional<Stored> at(const Content& content, unsigned int id) {
-    const auto it = content.find(id);
-    return it == content.end() ? std::nullopt : std::optional<Stored>(it->second);
-  }
-
   std::vector<Content> shown;
 };
 
@@ -249,40 +245,40 @@ class PowerCut : public testing::TestWithParam<Workload> {
 };
 
 const Workload WORKLOADS[] = {
-    {"append, rewrite, remove", "",
+    {"append_rewrite_remove", "",
      "w1,5 w2,8 . w1,7 p4 w3,1 w1,9 . r2 w1,3 p3 r1 w4,6 p9 w2,2 r3 . w2,4 p2 r2 . w5,10 ."},
-    {"one id over and over", "",
+    {"one_id_over_and_over", "",
      "w1,4 . r1 w2,6 p1 w2,8 p3 r2 . w1,4 . w1,6 p8 r1 w3,4 . r3 w3,2 p1 r3 p1 w1,4 . w1,6 p9 r1 . "
      "w1,2 . r1 w2,2 p1 r2 p1 ."},
-    {"a full block is copied",
+    {"a_full_block_is_copied",
      "@8192 7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8038",
      "w5,20 . w2,40 . r1 w3,5 ."},
-    {"a batch outgrows the block",
+    {"a_batch_outgrows_the_block",
      "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8038",
      "w5,10 w6,10 p3 w6,200 w7,9 ."},
-    {"entries leave and join a copy",
+    {"entries_leave_and_join_a_copy",
      "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8098",
      "w1,9 p5 w2,11 w1,8 p10 r3 w5,4 p10 r2 w6,4 p7 r6 w4,4 p5 r1 w7,4 . r7 ."},
-    {"entries change places in a copy",
+    {"entries_change_places_in_a_copy",
      "@8192 7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8098",
      "w2,5 p12 w1,7 w4,9 . w1,3 ."},
-    {"the target of a copy overflows",
+    {"the_target_of_a_copy_overflows",
      "7FFE 0 live:1,0,*200 live:2,1,*20 live:3,2,*30 dead:4,3,*7900",
      "w2,30 p110 w1,10 w3,7960 p20 w4,6 p4 r3 . w1,8 ."},
-    {"version 0 is converted",
+    {"version_0_is_converted",
      "@8192 7FFF live0:3,0,three dead0:9,1,gone live0:4,1,four live0:5,299,fivefive",
      "p3 w3,9 p9 r4 w6,3 . w5,1 ."},
-    {"format with something in flight",
+    {"format_with_something_in_flight",
      "7FFE 0 live:1,2,*6 live:2,4,*12 live:3,6,*18 live:4,8,*24 dead:7,20,*8068",
      "w1,4 p3 f p1 w2,6 . r2 w3,4 p1 f . w1,4 p10 f w4,4 . f p1 f ."},
-    {"two live records of one id", "@8192 7FFE 0 live:1,5,old live:2,6,two live:1,5,newer",
+    {"two_live_records_of_one_id", "@8192 7FFE 0 live:1,5,old live:2,6,two live:1,5,newer",
      "p7 r1 . w2,4 ."},
-    {"two live records removed", "7FFE 0 live:1,5,old live:1,5,newer", "r1 w3,4 . w1,4 ."},
-    {"an unconfirmed record", "7FFE 0 live:1,5,kept open:2,6,half", "p2 w1,4 . w2,4 ."},
-    {"a stray last word", "7FFE 0 live:1,2,*6 dead:7,20,*8154 @8190 1234", "w9,10 . w9,2 ."},
-    {"two valid blocks", "7FFE 0 live:1,2,aa dead:7,20,*20 @8192 7FFE 0 live:1,2,bb",
+    {"two_live_records_removed", "7FFE 0 live:1,5,old live:1,5,newer", "r1 w3,4 . w1,4 ."},
+    {"an_unconfirmed_record", "7FFE 0 live:1,5,kept open:2,6,half", "p2 w1,4 . w2,4 ."},
+    {"a_stray_last_word", "7FFE 0 live:1,2,*6 dead:7,20,*8154 @8190 1234", "w9,10 . w9,2 ."},
+    {"two_valid_blocks", "7FFE 0 live:1,2,aa dead:7,20,*20 @8192 7FFE 0 live:1,2,bb",
      "p1 w1,6 p2 r1 w2,6 ."},
-    {"a corrupt log", "7FFE 0 live:1,300,bad", "p1 w1,6 ."},
+    {"a_corrupt_log", "7FFE 0 live:1,300,bad", "p1 w1,6 ."},
     {"everything", "@8192 7FFF live0:3,0,three live0:4,1,four",
      "w1,5 . w9,8000 w3,9 . r9 w2,4 . w1,40 w4,44 . w1,50 p9 w3,7 r2 . w1,6 . r4 w2,6 p3 f w5,8 .",
      40},
@@ -292,15 +288,8 @@ TEST_P(PowerCut, AnywhereAndOnceMoreInTheRecovery) {
   cutEverywhere(GetParam());
 }
 
-std::string caseName(const testing::TestParamInfo<Workload>& info) {
-  std::string name = info.param.name;
-  for (char& c : name) {
-    c = std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
-  }
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Workloads, PowerCut, testing::ValuesIn(WORKLOADS), caseName);
+INSTANTIATE_TEST_SUITE_P(Workloads, PowerCut, testing::ValuesIn(WORKLOADS),
+                         testing::PrintToStringParamName());
 
 // Workloads that nobody thought of, each cut off at a few random places.
 using RandomPowerCut = PowerCut;
