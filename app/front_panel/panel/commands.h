@@ -10,7 +10,7 @@
 
 /// One command.
 struct Command {
-  const char* name;
+  const char* name;   ///< the word that is typed
   const char* usage;  ///< the arguments, as "help" writes them
   const char* help;   ///< one line
   /// Carries the command out. `args` is the rest of the line, without blanks round it. False when

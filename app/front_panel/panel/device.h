@@ -14,31 +14,33 @@
 #include "simplectrlwrapvar.h"
 #include "simplevarmgr.h"
 
-constexpr unsigned int CHANNELS = 4;
-constexpr unsigned int BANDS = 3;
-constexpr unsigned int INPUTS = 8;
+constexpr unsigned int CHANNELS = 4;    ///< signal paths of the device
+constexpr unsigned int BANDS = 3;       ///< frequency bands of a channel
+constexpr unsigned int INPUTS = 8;      ///< inputs that a channel can take
 constexpr unsigned int NAME_SIZE = 25;  ///< bytes of the unit name, terminator included
 
 /// Variable ids. They are part of the preset file's keys: never reuse one for something else.
 enum : unsigned int {
-  ID_NAME = 10,
-  ID_GAIN = 20,
-  ID_MUTE = 30,
-  ID_INPUT = 40,
-  ID_TEMPERATURE = 50,
-  ID_RESTORE = 60,
-  ID_LIMIT = 70,
+  ID_NAME = 10,         ///< UnitName
+  ID_GAIN = 20,         ///< Gain
+  ID_MUTE = 30,         ///< Mute
+  ID_INPUT = 40,        ///< Input
+  ID_TEMPERATURE = 50,  ///< Temperature
+  ID_RESTORE = 60,      ///< RestoreCommand
+  ID_LIMIT = 70,        ///< Limit
 };
 
 /// The confirmed values: what the signal path of a real device would work with.
 struct Settings {
-  char name[NAME_SIZE];
+  char name[NAME_SIZE];       ///< what the unit is called
   int gain[CHANNELS][BANDS];  ///< dB
   int mute[CHANNELS];         ///< 0 or 1
   int input[CHANNELS];        ///< 1 to INPUTS
   int limit;                  ///< degrees Celsius; a channel above it is too hot
 };
+/// The settings in effect.
 extern Settings settings;
+/// The settings of a new device.
 extern const Settings DEFAULTS;
 
 constexpr int GAIN_OFF = -100;  ///< dB; the channel is switched off in this band
@@ -50,14 +52,16 @@ extern RefreshMgr settingsGroup;
 // Each control is three objects: its variable, its entry in the registry, and what the preset file
 // sees of it. Subscripts count from 0.
 
+/// The text control.
 struct UnitName {
   UnitName();
-  char working[NAME_SIZE];
+  char working[NAME_SIZE];  ///< the variable's buffer
   ReadWriteVarMgrSimpleStr var;
   SimpleCtrlReadWriteVarMgr entry;
   CtrlSaved saved;
 };
 
+/// A member of the two-dimensional family; its bounds have a gap.
 struct Gain {
   Gain(unsigned int channel, unsigned int band);
   ReadWriteVarMgrSimpleInt var;
@@ -65,6 +69,7 @@ struct Gain {
   CtrlSaved saved;
 };
 
+/// A boolean.
 struct Mute {
   explicit Mute(unsigned int channel);
   ReadWriteVarMgrSimpleBool var;
@@ -72,6 +77,7 @@ struct Mute {
   CtrlSaved saved;
 };
 
+/// A selector, whose steps wrap at the ends.
 struct Input {
   explicit Input(unsigned int channel);
   ReadWriteVarMgrSimpleInt var;
@@ -79,6 +85,7 @@ struct Input {
   CtrlSaved saved;
 };
 
+/// A scalar.
 struct Limit {
   Limit();
   ReadWriteVarMgrSimpleInt var;
@@ -93,6 +100,7 @@ class Celsius : public ReadVarMgr {
   int degrees = 40;
 };
 
+/// A read-only control: it has no confirmed value, and nothing to save.
 struct Temperature {
   explicit Temperature(unsigned int channel);
   Celsius var;
@@ -107,6 +115,7 @@ class RestoreCommand : public SimpleCtrlCmd {
   int confirm() override;
 };
 
+// All controls.
 extern UnitName unitName;
 extern Gain gains[CHANNELS][BANDS];
 extern Mute mutes[CHANNELS];
@@ -120,17 +129,17 @@ enum Access { READ_ONLY, READ_WRITE, COMMAND };
 
 /// A family of controls as people see it.
 struct Family {
-  const char* name;
-  unsigned int id;
-  unsigned int ndim;    ///< 0 to 2
-  unsigned int dim[2];  ///< positions in each dimension
-  Access access;
-  CTRL_DATA_TYPE type;
+  const char* name;        ///< as typed
+  unsigned int id;         ///< variable id
+  unsigned int ndim;       ///< 0 to 2
+  unsigned int dim[2];     ///< positions in each dimension
+  Access access;           ///< what a client may do
+  CTRL_DATA_TYPE type;     ///< how the value is carried
   const bounds_t* bounds;  ///< allowed values, or allowed characters of a text; null for all
   range_t overflow;        ///< what a step past the ends does
   unsigned int maxText;    ///< most characters of a text
   const char* unit;        ///< with a blank in front, or empty
-  const char* about;
+  const char* about;       ///< for people, one line
 };
 
 /// All families, ended by a null name.

@@ -12,11 +12,11 @@
 
 #include "device.h"
 
-/// One control: the numbers of a request, and the family of the id, or null if no family has it.
+/// One control: the numbers of a request, and its family.
 struct Address {
-  const Family* family;
-  unsigned int id;
-  unsigned int index;
+  const Family* family;  ///< null if no family has the id
+  unsigned int id;       ///< variable id
+  unsigned int index;    ///< variable index
 };
 
 /// Skips blanks in front of `text`.
@@ -33,6 +33,7 @@ bool parseControl(const char*& text, Address& control, std::string& error);
 
 /// The readable name, or "id:index" for a control that has none.
 std::string controlName(const Address& control);
+/// The same by its numbers.
 std::string controlName(unsigned int id, unsigned int index);
 
 /// How the members of a family are written: "gain[0..3][0..2]".
