@@ -98,15 +98,18 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
 ///
 /// get reads the global alone, so that it may run on the preset thread at any time: it neither
 /// shows a value that is set and not confirmed nor touches the manager. For that, whoever writes
-/// the global holds `guard`: round ctrlDoConfirm, the recall of a setup, an assignment. One thread
-/// does so, and reads without it. set and confirm work on the entry and belong to that thread.
+/// the global holds `guard`: round ctrlDoConfirm, the recall of a setup, an assignment. That is one
+/// thread, the one of the requests, which reads without it. set and confirm belong to it as well;
+/// they work on the entry.
 class CtrlSaved : public CtrlReadWrite {
  public:
   /// `e`: the entry. `confirmed`: the global of its integer or boolean variable. `guard`: a mutex
   /// of the application, one for any number of controls. All outlive this object. Nobody holds
   /// `guard` when calling what calls this object: initPresets, Save_now, Stop and Test of Preset.
   CtrlSaved(CtrlReadWrite& e, const int& confirmed, std::mutex& guard);
-  /// The same for a text; `confirmed` is zero-terminated.
+  /// A global of another type would be copied here and never looked at again.
+  CtrlSaved(CtrlReadWrite& e, const int&& confirmed, std::mutex& guard) = delete;
+  /// The first form for a text; `confirmed` is zero-terminated.
   CtrlSaved(CtrlReadWrite& e, const char* confirmed, std::mutex& guard);
 
   CTRL_DATA_TYPE getType() const override;

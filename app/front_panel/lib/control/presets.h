@@ -34,7 +34,7 @@ using preset_bk_func_t = void (*)();
 /// Of the table it calls getName, getType and get, at a time of its own and without a lock, while
 /// the application changes the controls. So get has to be safe beside all that the application does
 /// with the control: that of CtrlSaved is, that of an entry on a variable manager is not. Save_now
-/// does the same on its caller's thread. set and confirm run in initPresets alone.
+/// does the same on its caller's thread. Neither sets or confirms a control.
 class Preset : public Noncopyable, private JThread {
  public:
   /// Least time between the starts of two saves, in ticks: 10 seconds.
@@ -74,7 +74,7 @@ class Preset : public Noncopyable, private JThread {
 
   /// Saves now, on the calling thread, which may be any, marked or not, and behind a save that is
   /// running. True when the file is on the disk with every change that was marked before the call;
-  /// false, and the mark stays, when it is not. An application that ends saves what is left so:
+  /// false, and the file is marked, when it is not. An application that ends saves what is left so:
   ///
   ///   Preset::Instance()->Stop();
   ///   if (Preset::Instance()->Need_save()) { Preset::Instance()->Save_now(); }
@@ -95,7 +95,8 @@ class Preset : public Noncopyable, private JThread {
 
   /// Ends the preset thread and says so on standard output; a save or copy that is running is
   /// finished first, so the caller holds no lock that a control's get or the copy function takes.
-  /// Returns what JThread::Kill returns; harmless without a thread. Any thread but this one.
+  /// Returns what JThread::Kill returns; harmless without a thread. Any thread; from the copy
+  /// function nothing happens.
   int Stop();
 
  private:
