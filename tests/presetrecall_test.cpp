@@ -2,6 +2,7 @@
 #include "presetrecall.h"
 
 #include <memory>
+#include <set>
 
 #include "fatal.h"
 #include "presetlist.h"
@@ -181,16 +182,24 @@ TEST(Recall, TruncatedVersionsAreTheYoungestThatFit) {
     EXPECT_EQ(late, c.late);
   }
   EXPECT_FATAL(recallPreset(nullptr, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), "buf != nullptr");
+  EXPECT_FATAL(recallPreset(byte, 2, 0, list, RECALL_KEEP_NEWER, nullptr, 0), "verSize");
   EXPECT_FATAL(recallPreset(byte, 2, 5, list, RECALL_KEEP_NEWER, nullptr, 0), "verSize");
+  EXPECT_FATAL(recallPreset(byte, 2, 1, nullptr, RECALL_KEEP_NEWER, nullptr, 0), "list != nullptr");
+  EXPECT_FATAL(presetUndoSize(nullptr), "list != nullptr");
   EXPECT_FATAL(recallPreset(byte, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 1), "undo != nullptr");
 }
 
-// A field class written before recalls existed.
+// A field class written before recalls existed, and one that lies about its width.
 class OldField : public PresetFieldVar {
  public:
   using PresetFieldVar::PresetFieldVar;
   int set(void**, unsigned int, unsigned int&) override { return 0; }
   int get(void**, unsigned int, unsigned int&) override { return setVar("\x07", 1); }
+};
+class LyingField : public OldField {
+ public:
+  using OldField::OldField;
+  int width() const override { return 5; }
 };
 
 TEST(Recall, FieldsThatDoNotTellTheirWidthAreNotGuessed) {
@@ -198,11 +207,22 @@ TEST(Recall, FieldsThatDoNotTellTheirWidthAreNotGuessed) {
   RefreshMgr group;
   ReadWriteVarMgrSimpleInt var(glob, group, 3, nullptr, RANGE_CLIP);
   OldField field(var);
-  const verPresetField_t list[] = {{0, PRESET_FIELD_VALID, &field}, {0, 0, nullptr}};
+  LyingField lying(var);
+  verPresetField_t list[] = {{0, PRESET_FIELD_VALID, &field}, {0, 0, nullptr}};
   initPreset(list);
   const unsigned char image[2] = {0, 0xFF};
   EXPECT_EQ(recallPreset(image, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), RECALL_NO_WIDTH);
   EXPECT_EQ(var.get(), 3);
+  list[0].field = &lying;
+  EXPECT_FATAL(recallPreset(image, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), "bits == ");
+}
+
+TEST(Recall, EveryResultHasATextOfItsOwn) {
+  std::set<std::string> texts;
+  for (int result = RECALL_OK; result <= RECALL_UNREADABLE; ++result) {
+    texts.insert(recallText(static_cast<recall_t>(result)));
+  }
+  EXPECT_EQ(texts.size(), RECALL_UNREADABLE + 1U);
 }
 
 }  // namespace

@@ -132,7 +132,7 @@ bool NetTrap::makeCommand(const void* buf, unsigned int size, Command& text) con
   }
   const int length = std::snprintf(text, sizeof text, TRAP_COMMAND_FORMAT, m_trap_mgr,
                                    static_cast<unsigned int>(specific));
-  if (length < 0 || length >= static_cast<int>(sizeof text)) {
+  if (static_cast<size_t>(length) >= sizeof text) {  // also what snprintf calls an error
     std::puts("NetTrap::Send, trap manager address is too long");
     return false;
   }

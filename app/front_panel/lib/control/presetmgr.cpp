@@ -70,7 +70,7 @@ bool PresetMgr::isCurrent() const {
 }
 
 bool PresetMgr::isOpenForWriting() const {
-  return isOpen && acc == PM_WRITE && id < NUM_PRESETS && userPreset;
+  return isOpen && acc == PM_WRITE;
 }
 
 int PresetMgr::openFirst(unsigned short searchType, pmAccess_t access) {
@@ -154,7 +154,7 @@ int PresetMgr::nextType(int after) {
 }
 
 int PresetMgr::close() {
-  if (!isOpen || id >= NUM_PRESETS) {
+  if (!isOpen) {
     return ERR_NOT_OPEN;
   }
   preset_t& preset = (userPreset ? store.user : store.factory)[id];
@@ -191,7 +191,7 @@ int PresetMgr::write(const void* buf, unsigned int len) {
 }
 
 int PresetMgr::read(void* buf, unsigned int& len) {
-  if (!isOpen || id >= NUM_PRESETS || !isCurrent()) {
+  if (!isOpen || !isCurrent()) {
     return ERR_NOT_OPEN;
   }
   const preset_t& preset = (userPreset ? store.user : store.factory)[id];

@@ -116,7 +116,7 @@ recall_t Recall::stageRow(const verPresetField_t& row, role_t r, void** pre, uns
   }
   const int bits = row.field->get(pre, room, bit);
   if (bits < 0) {
-    return bits == -1 ? RECALL_TOO_SHORT : RECALL_REFUSED;
+    return RECALL_REFUSED;  // the survey has found the image long enough
   }
   CTRL_ASSERT(bits == row.field->width());
   room -= static_cast<unsigned int>(bits);

@@ -250,13 +250,13 @@ bool continueOperation() {
   switch (done) {
     case ACT_NONE:
     case ACT_BLK_INVALID:
-      return false;
+      break;
     case ACT_ERASE_BLK:
       store.blkState[serv.blkid] = BLK_ERASED;
-      return false;
+      break;
     case ACT_PRE_DEL:
       finishDelete();
-      return false;
+      break;
     case ACT_PRE_WRITE:
       return continueRecord();
     case ACT_BLK_VER:
