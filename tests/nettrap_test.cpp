@@ -83,6 +83,7 @@ TEST_F(NetTrapTest, AnAbsentServerIsTriedAgainUntilItIsThereAndAGoneOneIsNot) {
     EXPECT_EQ(said.substr(said.find(" 3859\n") + 6),
               "NetTrap::Send---> can not connect to trap generation server\n");
   }
+  trap.Exit();
   EXPECT_EQ(openDescriptors(), before);
 
   startServer();

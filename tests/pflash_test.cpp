@@ -2,6 +2,7 @@
 #include "pflash.h"
 
 #include <dlfcn.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include <filesystem>
 
 #include "fatal.h"
+#include "iofault.h"
 #include "pfmedium_file.h"
 #include "pfmedium_sim.h"
 #include "random.h"
@@ -51,7 +53,9 @@ extern "C" ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
   return real(fd, buf, size, at);
 }
 
-extern "C" int fdatasync(int) {
+extern "C" {
+
+int fdatasync(int) {
   if (calls.syncFails) {
     errno = EIO;
     return -1;
@@ -59,6 +63,24 @@ extern "C" int fdatasync(int) {
   calls.sinceSync = 0;
   return 0;
 }
+
+int fstat(int fd, struct stat* info) noexcept {
+  IOFAULT_PASS(fstat, -1, fd, info);
+}
+
+int flock(int fd, int operation) noexcept {
+  IOFAULT_PASS(flock, -1, fd, operation);
+}
+
+int ftruncate(int fd, off_t size) noexcept {
+  IOFAULT_PASS(ftruncate, -1, fd, size);
+}
+
+ssize_t pread(int fd, void* buf, size_t size, off_t at) {
+  IOFAULT_PASS(pread, -1, fd, buf, size, at);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -143,21 +165,26 @@ TEST_F(Simulated, ABrokenRuleStopsTheProcess) {
   EXPECT_FATAL(program(0, 0x3FFF), "canProgram");  // confirms what is confirmed
   EXPECT_FATAL(program(0, 0xEFFF), "canProgram");
   EXPECT_FATAL(readWord(16384), "FLASH_AREA_SIZE");
-  EXPECT_FATAL(
-      {
-        pfWriteWordNoWait(2, 0);
-        pfBlkEraseNoWait(1);
-      },
-      "!writeOp && !eraseOp");
-  EXPECT_FATAL(
-      {
-        part.beginPass();
-        program(2, 0);
-        program(4, 0);
-      },
-      "startedInPass == 0");
+  EXPECT_FATAL(readWord(1), "addr % 2 == 0");
+  EXPECT_FATAL(pfReadBlk(0, nullptr, 1), "len % 2 == 0");
+  EXPECT_FATAL(pfReadBlk(2, nullptr, FLASH_AREA_SIZE), "FLASH_AREA_SIZE - addr");
+  EXPECT_FATAL(pfIsBlkErased(2), "id < TOTAL_FLASH_BLKS");
   PfSimMedium second;
   EXPECT_FATAL(pfUseMedium(&second), "chosen == nullptr");
+  part.beginPass();
+  pfWriteWordNoWait(2, 0);
+  EXPECT_FATAL(pfWriteWordNoWait(4, 0), "!writeOp && !eraseOp");
+  EXPECT_FATAL(pfBlkEraseNoWait(1), "!writeOp && !eraseOp");
+  EXPECT_FATAL(part.startProgram(4, 0), "!inFlight");
+  EXPECT_FATAL(part.load(NorArray()), "!inFlight");
+  EXPECT_FATAL(readWord(0), "!inFlight");
+  EXPECT_FATAL(pfIsBlkErased(0), "!inFlight");
+  EXPECT_TRUE(pfIsWriteComplete());
+  EXPECT_FATAL(program(4, 0), "startedInPass == 0");
+  part.beginPass();
+  pfBlkEraseNoWait(1);
+  EXPECT_FATAL(pfWriteWordNoWait(4, 0), "!writeOp && !eraseOp");
+  EXPECT_FATAL(pfBlkEraseNoWait(0), "!writeOp && !eraseOp");
 }
 
 TEST_F(Simulated, AfterThePowerCutNothingHappensUntilTheRestart) {
@@ -167,6 +194,7 @@ TEST_F(Simulated, AfterThePowerCutNothingHappensUntilTheRestart) {
   EXPECT_FALSE(part.powered());
   EXPECT_FALSE(pfIsWriteComplete());
   EXPECT_EQ(readWord(0), 0xFFFF);
+  EXPECT_TRUE(pfIsBlkErased(0));
   part.startProgram(4, 3);
   part.startErase(0);
   restart();
@@ -279,6 +307,29 @@ TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
   EXPECT_TRUE(file.open(PATH, true)) << "once there is room";
 }
 
+// An empty file and a whole one, with every system call of their opening failing once, or from
+// then on.
+TEST_F(InAFile, AnOpenThatFailsSaysWhyAndLeavesTheFile) {
+  for (const std::string& before : {std::string(), std::string(FLASH_AREA_SIZE, '\xFF')}) {
+    for (const bool forEver : {false, true}) {
+      bool opened = false;
+      for (int n = 1; !opened; ++n) {
+        writeWhole(PATH, before);
+        iofault::failFrom(n, forEver);
+        opened = file.open(std::filesystem::absolute(PATH).c_str(), true);
+        EXPECT_EQ(opened, iofault::faultsLeft());
+        iofault::heal();
+        EXPECT_THAT(file.error(), testing::HasSubstr(opened ? "" : "No space left"));
+        EXPECT_TRUE(opened || forEver || readWhole(PATH) == before) << n;
+      }
+      file.close();
+    }
+  }
+  EXPECT_FATAL(file.init(), "isOpen()");
+  EXPECT_FATAL(file.startProgram(0, 0), "isOpen()");
+  EXPECT_FATAL(file.startErase(0), "isOpen()");
+}
+
 // The process ends at every one of the system's writes, also half-way through one. What it leaves
 // is what a part can be left in: a finished operation, or one with some of its bits changed.
 TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
@@ -326,7 +377,6 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   run(51);
   file.close();
   EXPECT_EQ(pfMedium(), nullptr);
-  EXPECT_FATAL(file.startErase(0), "isOpen()");
   start(true);  // what the process before has left in the system's memory counts as well
   unsigned char found[FLASH_AREA_SIZE];
   pfReadBlk(0, found, sizeof found);
@@ -358,7 +408,15 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
     ASSERT_TRUE(complete());
     pfWriteWordNoWait(4, word);
   }
+  EXPECT_TRUE(complete());
   EXPECT_EQ(calls.sinceSync, 3);
+  calls.failFrom = 1;
+  pfWriteWordNoWait(6, 0);
+  EXPECT_FALSE(complete());
+  EXPECT_FATAL(file.startProgram(8, 0), "len == 0");
+  EXPECT_FATAL(file.startErase(0), "len == 0");
+  file.close();
+  EXPECT_TRUE(complete()) << "nothing is under way where there is no medium";
 }
 
 }  // namespace

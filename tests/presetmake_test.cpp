@@ -85,7 +85,8 @@ TEST(CreatePreset, VersionsAre32BitNumbersStoredByTheirLowBytes) {
     EXPECT_EQ(presetListVersion(c.rows), c.version);
     for (unsigned int verSize = 1; verSize <= 4; ++verSize) {
       unsigned char image[8] = {};
-      ASSERT_EQ(createPreset(image, sizeof image, verSize, c.rows), static_cast<int>(verSize));
+      const unsigned int size = c.version == 0 ? 0xFFFFFFFF : verSize;
+      ASSERT_EQ(createPreset(image, size, verSize, c.rows), static_cast<int>(verSize));
       EXPECT_EQ(std::memcmp(image, c.bytes, verSize), 0) << c.version;
     }
   }
@@ -158,6 +159,8 @@ TEST_F(PresetMakeDeathTest, FaultsOfTheApplicationsTables) {
   EXPECT_FATAL(initPreset(nullptr), "list != nullptr");
   EXPECT_FATAL(resetPreset(nullptr), "list != nullptr");
   EXPECT_FATAL(applyPreset(buf, 8, 1, nullptr), "list != nullptr");
+  EXPECT_FATAL(presetListVersion(nullptr), "list != nullptr");
+  EXPECT_FATAL(createPreset(buf, 8, 1, nullptr), "list != nullptr");
   EXPECT_FATAL(createPreset(nullptr, 8, 1, list), "buf != nullptr");
   EXPECT_FATAL(createPreset(buf, 8, 0, list), "verSize");
   EXPECT_FATAL(createPreset(buf, 8, 5, list), "verSize");
@@ -177,6 +180,8 @@ TEST_F(PresetMakeDeathTest, FaultsOfTheApplicationsTables) {
   using Str = PresetFieldVarStr;
   EXPECT_FATAL(Str(name, text, 3, Str::MODE_MANUAL).init(), "size > svar.maxlen()");
   EXPECT_FATAL(Str(name, text, 4, Str::MODE_AUTO).init(), "b != nullptr && nb > 0");
+  Str brief(name, text, 3, Str::MODE_MANUAL);
+  EXPECT_FATAL(brief.get(&p, 64, bit), "size > len");
   EXPECT_FATAL(Str(name, nullptr, 4, Str::MODE_MANUAL), "s != nullptr");
 }
 
@@ -201,6 +206,7 @@ TEST(PresetFieldValues, DenseNumbersAndBackAndClamped) {
   EXPECT_EQ(getPresetParm(2147483647, high, 2), 2147483647);
   EXPECT_EQ(getPresetParm(-1, rows, 2), 0);
   EXPECT_EQ(getPresetParm(-1, wide, 1), 2000000000);
+  EXPECT_FATAL(getPresetField(-1, rows, 2), "bounds[0].min <= val");
   EXPECT_FATAL(getPresetField(31, rows, 2), "val <= bounds[numBounds - 1].max");
   EXPECT_EQ(getPresetFieldNumBits(nullptr, 2, 17, 1), 17U);
   EXPECT_EQ(getPresetFieldNumBits(rows, 0, 17, 1), 17U);

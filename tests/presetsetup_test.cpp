@@ -199,6 +199,7 @@ TEST_F(SetupDeathTest, AnImageThatIsTooLargeOrNoList) {
   large[0].field = &over;
   EXPECT_FATAL(saveSetup(), "result != -1");
   EXPECT_FATAL(saveUserSetup(1), "result != -1");
+  EXPECT_FATAL(listUserSetups(nullptr, 1), "which != nullptr || room == 0");
   EXPECT_FATAL(initPresets(static_cast<verPresetField_t*>(nullptr)), "list != nullptr");
 }
 

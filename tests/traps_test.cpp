@@ -143,7 +143,10 @@ TEST(CtrlTrapMgr, FollowsTheReferenceThroughRandomValuesAndFailures) {
 struct Event : CtrlEventTrapMgr {
   using CtrlEventTrapMgr::CtrlEventTrapMgr;
   bool needTrap() override { return due; }
-  void postTx(int err) override { told.push_back(err); }
+  void postTx(int err) override {
+    CtrlEventTrapMgr::postTx(err);
+    told.push_back(err);
+  }
   unsigned int getAuxData(void* buf, unsigned int size) override {
     return excess ? size + 1 : CtrlEventTrapMgr::getAuxData(buf, size);
   }
@@ -317,6 +320,7 @@ TEST(TrapsDeathTest, FaultsOfTheApplicationsTablesStopTheProcess) {
   EXPECT_FATAL(holes.serviceTraps(), "state_array[cur] != nullptr");
   EXPECT_FATAL(updateTraps(nullptr, &device, false), "traps != nullptr");
   EXPECT_FATAL(updateTraps(none, nullptr, false), "pDev != nullptr");
+  EXPECT_FATAL(updateTrapsThrough(nullptr, iface, false), "traps != nullptr");
 }
 
 }  // namespace
