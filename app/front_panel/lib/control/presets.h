@@ -6,9 +6,8 @@
 //   { std::lock_guard<std::mutex> lock(guard); ctrlDoConfirm(); } // after each set
 //   Preset::Instance()->Set_need_save();                          // in the file 10 s later
 //
-// Table and entries are the application's and live as long as the process, which a use of Preset
-// without a table stops. Each declaration says which thread may call it. The setup verbs, which
-// keep variables in the preset store, are at the end of this file.
+// The application owns the table and its entries, which live as long as the process. To use Preset
+// without a table stops the process. Threads: see each declaration. Setup verbs: at the end.
 #pragma once
 
 #include <jthread.h>
