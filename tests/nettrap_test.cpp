@@ -1,9 +1,7 @@
 // The socket path of the trap device against a server that is absent, late, slow and gone.
-#include <atomic>
 #include <cerrno>
 #include <functional>
 #include <memory>
-#include <thread>
 
 #include "loopback.h"
 #include "netdev.h"
@@ -125,51 +123,9 @@ TEST_F(NetTrapTest, AnAddressThatDoesNotFitSendsNothingAtAll) {
   }
 }
 
-struct NarrowTrap : NetTrap {
-  using NetTrap::NetTrap;
-  void narrow() {
-    const int small = 4096;
-    setsockopt(m_sock, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-  }
-};
-
-// Sends come back short and interrupted, to a reader so slow that the socket is always full. What
-// Send says is delivered has to arrive whole, and nothing else may.
-TEST_F(NetTrapTest, ASlowServerGetsWholeCommandsWhateverInterruptsThem) {
-  startServer();
-  NarrowTrap trap(table, controls);
-  trap.Init();
-  trap.narrow();
-  server->accept();
-  std::atomic<bool> done{false};
-  Texts got, sent;
-  std::thread reader([&] {
-    while (!done) {
-      usleep(1000);
-      server->read(got);
-    }
-  });
-  Random random(6);
-  onSend = [&](size_t size) {
-    errno = EINTR;
-    return random.oneIn(8) ? -1 : random.between(1, static_cast<int>(size));
-  };
-  for (unsigned int number = 1001; number < 2000; ++number) {
-    if (deliver(trap, number) == 0) {
-      sent.push_back(command(number));
-    }
-  }
-  done = true;
-  reader.join();
-  server->read(got);
-  EXPECT_LT(sent.size(), 999U) << "nothing was interrupted before its first byte";
-  EXPECT_TRUE(got == sent);
-  EXPECT_EQ(server->rest, "");
-}
-
-// The server comes and goes at random, and some sends break half way; before the server goes it
-// reads all that has come. Every trap that Send calls delivered was read by one server or another,
-// in order, none twice, and no half command stands in front of one.
+// The server comes and goes at random, sends come back short, interrupted and broken half way;
+// before the server goes it reads all that has come. Every trap that Send calls delivered was read
+// by one server or another, in order, none twice, and no half command stands in front of one.
 TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
   Random random(5);
   // The address with a port is what snmptrap takes; the sender never connects to it.
@@ -177,13 +133,15 @@ TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
   Texts delivered, got;
   bool breaks = false;
   onSend = [&](size_t size) {
-    errno = ENOBUFS;
-    return !breaks ? static_cast<ssize_t>(size) : size > 40 ? ssize_t{30} : -1;
+    errno = breaks ? ENOBUFS : EINTR;
+    const bool fails = breaks ? size < 40 : random.oneIn(8);
+    return fails ? -1 : random.between(1, static_cast<int>(size));
   };
+  unsigned int failed = 0;
   {
     NetReconnectTrap trap(table, controls);
     trap.Init();
-    for (unsigned int number = 1001; number < 2000; ++number) {
+    for (unsigned int number = 1001; number < 3000; ++number) {
       if (random.oneIn(4)) {
         server ? server.reset() : startServer();
       }
@@ -192,7 +150,8 @@ TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
       }
       breaks = random.oneIn(10);
       const bool sent = deliver(trap, number) == 0;
-      ASSERT_EQ(sent, server != nullptr && !breaks);
+      ASSERT_FALSE(sent && (server == nullptr || breaks));
+      failed += !sent && server != nullptr && !breaks ? 1 : 0;
       if (server) {
         server->accept(0);
         server->read(got);
@@ -203,7 +162,8 @@ TEST_F(NetTrapTest, AReconnectingSenderLosesNothingOverItsServersRestarts) {
     }
   }
   server.reset();
-  EXPECT_GT(delivered.size(), 300U);
+  EXPECT_GT(delivered.size(), 500U);
+  EXPECT_LT(failed, 200U) << "only what is interrupted before its first byte";
   EXPECT_TRUE(got == delivered);
   EXPECT_EQ(openDescriptors(), before);
 }

@@ -294,17 +294,6 @@ TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
   PfFileMedium second;
   EXPECT_FALSE(second.open(PATH, false));
   EXPECT_THAT(second.error(), testing::HasSubstr("another process has it open"));
-
-  file.close();
-  std::filesystem::remove(PATH);
-  calls.calls = 0;
-  calls.failFrom = 2;
-  calls.split = true;
-  EXPECT_FALSE(file.open(PATH, true));
-  EXPECT_THAT(file.error(), testing::HasSubstr("No space left"));
-  EXPECT_EQ(std::filesystem::file_size(PATH), 0U);
-  calls.failFrom = 0;
-  EXPECT_TRUE(file.open(PATH, true)) << "once there is room";
 }
 
 // An empty file and a whole one, with every system call of their opening failing once, or from

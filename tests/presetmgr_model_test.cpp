@@ -221,18 +221,25 @@ class Model : public testing::Test {
     return all;
   }
 
-  static std::set<unsigned int> members(const list_t& list, unsigned int preset_t::*next) {
+  // The entries of a queue, which has to be linked both ways.
+  static std::set<unsigned int> members(const list_t& list, unsigned int preset_t::*next,
+                                        unsigned int preset_t::*prev) {
     std::set<unsigned int> ids;
+    unsigned int last = NUM_PRESETS;
     for (unsigned int id = list.head; id < NUM_PRESETS; id = presetStore.user[id].*next) {
-      ids.insert(id);
+      EXPECT_EQ(presetStore.user[id].*prev, last);
+      ids.insert(last = id);
     }
+    EXPECT_TRUE(list.tail == last && list.size == ids.size());
     return ids;
   }
 
   // What presetstore.h promises between two passes, and that no byte of the RAM copy is lost.
   static void checkInvariants() {
-    const std::set<unsigned int> toWrite = members(presetStore.writeList, &preset_t::nextWrite);
-    const std::set<unsigned int> toDelete = members(presetStore.delList, &preset_t::nextDel);
+    const std::set<unsigned int> toWrite =
+        members(presetStore.writeList, &preset_t::nextWrite, &preset_t::prevWrite);
+    const std::set<unsigned int> toDelete =
+        members(presetStore.delList, &preset_t::nextDel, &preset_t::prevDel);
     unsigned int payloads = 0;
     for (unsigned int id = 0; id < NUM_PRESETS; ++id) {
       const preset_t& preset = presetStore.user[id];

@@ -1,7 +1,6 @@
 // The start-up scan over hand-made media, and factory images: what each one comes up as.
 #include <gtest/gtest.h>
 
-#include "random.h"
 #include "store_rig.h"
 
 namespace {
@@ -158,50 +157,6 @@ TEST_F(Scan, OfTwoValidBlocksOneIsKept) {
     }
   }
   expect({"two corrupt logs", at[0] + bad + at[1] + bad, "", "DD", 8192});
-}
-
-// An erase of the old block, torn by a power cut, has turned the bit back that invalidated it, and
-// some bits of its records with it.
-TEST_F(Scan, ABlockThatIsPartlyErasedIsNotPreferred) {
-  Random random(5);
-  for (int run = 0; run < 500; ++run) {
-    const unsigned int old = random.below(2) * FLASH_PARM_BLK_SIZE;
-    const std::string log = " 7FFE 0 live:1,1,first live:2,2,second live:3,3,";
-    Image image("@" + std::to_string(old) + log + "old @" +
-                std::to_string(FLASH_PARM_BLK_SIZE - old) + log + "new");
-    rig.restartOn(image);
-    const Content intact = rig.content();  // of either
-    for (unsigned int n = 1 + random.below(3); n > 0; --n) {
-      const unsigned int byte = random.below(10);  // of a record's 12, the id left out
-      image.bytes[old + 4 + 12 * random.below(2) + (byte < 2 ? byte : byte + 2)] |=
-          static_cast<unsigned char>(1U << random.below(8));
-    }
-    rig.restartOn(image);
-    Content found = rig.content();
-    EXPECT_TRUE(found[3].bytes == "new" || found[3].bytes == "old");
-    found[3] = intact.at(3);
-    ASSERT_EQ(found, intact);
-  }
-}
-
-// Whatever a medium holds, the store comes up, comes to rest, and keeps what it shows.
-TEST_F(Scan, NoMediumStopsTheProcess) {
-  Random random(11);
-  const Image starts[] = {Image("7FFE 0 live:1,1,one dead:2,2,two! live:3,3,three"),
-                          Image("@8192 7FFF live0:1,1,one dead0:2,2,two! live0:3,3,three")};
-  for (unsigned int run = 0; run < 3000 && !HasFailure(); ++run) {
-    SCOPED_TRACE(run);
-    Image image = starts[run % 2];
-    for (unsigned int n = 1 + random.below(3); n > 0; --n) {
-      const unsigned int at = random.oneIn(4) ? random.below(FLASH_AREA_SIZE)
-                                              : run % 2 * FLASH_PARM_BLK_SIZE + random.below(48);
-      const unsigned int bit = 1U << random.below(8);
-      image.bytes[at] =
-          static_cast<unsigned char>(random.oneIn(2) ? random.word() : image.bytes[at] ^ bit);
-    }
-    rig.restartOn(image);
-    keepsWhatItFound();
-  }
 }
 
 class Factory : public Scan {

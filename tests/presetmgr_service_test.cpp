@@ -1,9 +1,6 @@
 // The write-behind service and its queues: what reaches the medium, in which order, and when.
-#include <algorithm>
-#include <list>
 
 #include "fatal.h"
-#include "random.h"
 #include "store_rig.h"
 
 namespace {
@@ -168,19 +165,6 @@ TEST_F(Service, WhatMovesATimer) {
   EXPECT_FALSE(presetStore.incTimeoutStarted || presetStore.absTimeoutStarted);
 }
 
-TEST_F(Service, AllEntriesAreUsed) {
-  for (unsigned int i = 0; i < NUM_PRESETS; ++i) {
-    ASSERT_EQ(rig.write(static_cast<unsigned short>(i), "x"), ERR_OK);
-  }
-  EXPECT_EQ(rig.write(300, "x"), ERR_NOT_FOUND);
-  rig.remove(299);
-  EXPECT_EQ(rig.write(300, "y"), ERR_OK);
-  ASSERT_TRUE(rig.drain());
-  rig.restart();
-  EXPECT_EQ(rig.content().size(), NUM_PRESETS);
-  EXPECT_EQ(rig.content()[299], (Stored{300, "y"}));
-}
-
 TEST(WithoutAMedium, TheStoreWorksInRAM) {
   EXPECT_EQ(PresetMgr::flush(), 0);
   for (unsigned int i = 0; i < 40; ++i) {
@@ -192,49 +176,7 @@ TEST(WithoutAMedium, TheStoreWorksInRAM) {
   }
 }
 
-// The queues against lists, at random.
-TEST(Queues, KeepTheirOrder) {
-  PresetMgr handle;
-  Random random(3);
-  std::list<unsigned int> write, del;
-  const auto check = [](const list_t& list, const std::list<unsigned int>& expected,
-                        unsigned int preset_t::*next, unsigned int preset_t::*prev) {
-    std::list<unsigned int> ahead, back;
-    for (unsigned int id = list.head; id < NUM_PRESETS; id = presetStore.user[id].*next) {
-      ahead.push_back(id);
-    }
-    for (unsigned int id = list.tail; id < NUM_PRESETS; id = presetStore.user[id].*prev) {
-      back.push_front(id);
-    }
-    ASSERT_EQ(ahead, expected);
-    ASSERT_EQ(back, expected);
-    ASSERT_EQ(list.size, expected.size());
-  };
-  for (int i = 0; i < 20000 && !testing::Test::HasFailure(); ++i) {
-    const unsigned int id = random.oneIn(9) ? NUM_PRESETS - 1 : random.below(8);
-    switch (random.below(4)) {
-      case 0:
-        insertWriteList(id);
-        write.remove(id);
-        write.push_back(id);
-        break;
-      case 1:
-        removeWriteList(id);
-        write.remove(id);
-        break;
-      case 2:
-        insertDelList(id);
-        if (std::find(del.begin(), del.end(), id) == del.end()) {
-          del.push_back(id);
-        }
-        break;
-      default:
-        dequeueDelList();
-        del.erase(del.begin(), del.empty() ? del.end() : std::next(del.begin()));
-    }
-    check(presetStore.writeList, write, &preset_t::nextWrite, &preset_t::prevWrite);
-    check(presetStore.delList, del, &preset_t::nextDel, &preset_t::prevDel);
-  }
+TEST(QueueDeathTest, AnEntryThatThereIsNot) {
   EXPECT_FATAL(insertWriteList(NUM_PRESETS), "id < NUM_PRESETS");
 }
 

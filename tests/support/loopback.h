@@ -89,8 +89,6 @@ class TextServer {
  public:
   explicit TextServer(unsigned short port) : listener(boundOnLoopback(SOCK_STREAM, port)) {
     EXPECT_GE(listener, 0) << "port " << port << " is taken";
-    const int small = 4096;  // what a client may have under way before it has to wait
-    setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
     listen(listener, 8);
   }
   ~TextServer() {
