@@ -1,7 +1,6 @@
 // The parameter flash operations and the media behind them.
 #include "pflash.h"
 
-#include <dlfcn.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -17,51 +16,37 @@
 #include "random.h"
 #include "tempdir.h"
 
-// The system calls under the file medium, with faults on demand.
-struct Calls {
-  int calls = 0;       // writes so far
-  int failFrom = 0;    // from this one on writes fail; 0 for never
-  bool split = false;  // writes come back short, or interrupted
-  bool syncFails = false;
-  int sinceSync = 0;            // writes that no sync has covered yet
+// The writes to the file of the medium.
+struct Writes {
+  int count = 0;
+  bool split = false;           // they come back short, or interrupted
+  int sinceSync = 0;            // those that no sync has covered yet
   bool marksAreSynced = false;  // marks and erases have to find everything synced
   NorArray disk;                // what has been written
-} calls;
+} writes;
 
-extern "C" ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
-  using Pwrite = ssize_t (*)(int, const void*, size_t, off_t);
-  static const Pwrite real = reinterpret_cast<Pwrite>(dlsym(RTLD_NEXT, "pwrite"));
-  const unsigned int addr = static_cast<unsigned int>(at);
-  ++calls.calls;
-  const bool fails = calls.failFrom != 0 && calls.calls >= calls.failFrom;
-  if (fails && (calls.calls > calls.failFrom || !calls.split || size < 2)) {
-    errno = ENOSPC;
-    return -1;
-  }
-  if (calls.split) {
-    if (calls.calls % 3 == 0 && !fails) {
-      errno = EINTR;
-      return -1;
-    }
-    size = (size + 1) / 2;
-  }
-  if (calls.marksAreSynced && (size > 2 || calls.disk.word(addr) != 0xFFFF)) {
-    EXPECT_EQ(calls.sinceSync, 0) << "at " << addr;
-  }
-  ++calls.sinceSync;
-  std::memcpy(calls.disk.bytes + addr, buf, size);
-  return real(fd, buf, size, at);
-}
-
+// The system calls of the file medium that iofault does not have yet.
 extern "C" {
 
-int fdatasync(int) {
-  if (calls.syncFails) {
-    errno = EIO;
+ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
+  const unsigned int addr = static_cast<unsigned int>(at);
+  if (writes.split && ++writes.count % 3 == 0) {
+    errno = EINTR;
     return -1;
   }
-  calls.sinceSync = 0;
-  return 0;
+  size = writes.split ? (size + 1) / 2 : size;
+  if (writes.marksAreSynced && (size > 2 || writes.disk.word(addr) != 0xFFFF)) {
+    EXPECT_EQ(writes.sinceSync, 0) << "at " << addr;
+  }
+  ++writes.sinceSync;
+  std::memcpy(writes.disk.bytes + addr, buf, size);
+  IOFAULT_PASS(pwrite, -1, fd, buf, size, at);
+}
+
+int fdatasync(int) {
+  const bool fails = iofault::due("fdatasync");
+  writes.sinceSync = fails ? writes.sinceSync : 0;
+  return fails ? -1 : 0;
 }
 
 int fstat(int fd, struct stat* info) noexcept {
@@ -239,7 +224,7 @@ TEST_F(Simulated, AnOperationIsTornBitByBit) {
 
 class InAFile : public testing::Test {
  protected:
-  InAFile() { calls = Calls(); }
+  InAFile() { writes = Writes(); }
 
   void start(bool durable = false) {
     ASSERT_TRUE(file.open(PATH, durable)) << file.error();
@@ -319,22 +304,21 @@ TEST_F(InAFile, AnOpenThatFailsSaysWhyAndLeavesTheFile) {
   EXPECT_FATAL(file.startErase(0), "isOpen()");
 }
 
-// The process ends at every one of the system's writes, also half-way through one. What it leaves
-// is what a part can be left in: a finished operation, or one with some of its bits changed.
+// The process ends at every one of the system's writes, also half-way through an operation. What it
+// leaves is what a part can be left in: a finished operation, or one with some of its bits changed.
 TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
-  calls.split = true;
-  for (int kill = 2; kill < 400; ++kill) {
+  writes.split = true;
+  for (int kill = 1; kill < 400; ++kill) {
     std::filesystem::remove(PATH);
-    calls.failFrom = 0;
     start();
-    calls.calls = 1;
-    calls.failFrom = kill;
+    iofault::failFrom(kill, true);
     NorArray before, after;
     unsigned int n = 0;
     for (; complete() && n < 120; ++n) {
       before = after;
       operation(n, after);
     }
+    iofault::heal();
     if (n == 120) {
       return;
     }
@@ -344,7 +328,6 @@ TEST_F(InAFile, AKilledProcessLeavesWhatAPowerCutLeaves) {
     }
     // Whatever the trouble was, the operation is completed once it is over.
     EXPECT_THAT(file.error(), testing::HasSubstr("No space left"));
-    calls.failFrom = 0;
     ASSERT_TRUE(complete());
     EXPECT_STREQ(file.error(), "");
     ASSERT_EQ(std::memcmp(onDisk().bytes, after.bytes, sizeof after.bytes), 0) << kill;
@@ -371,22 +354,19 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   pfReadBlk(0, found, sizeof found);
   EXPECT_EQ(std::memcmp(found, model.bytes, sizeof found), 0);
   EXPECT_EQ(pfIsBlkErased(1), model.isErased(1));
-  calls.marksAreSynced = true;
-  run(200);
-  calls.marksAreSynced = false;
-  pfReset();
-  EXPECT_EQ(calls.sinceSync, 0);
-
-  calls.syncFails = true;
+  writes.marksAreSynced = true;
   run(201);
+  writes.marksAreSynced = false;
+  pfReset();
+  EXPECT_EQ(writes.sinceSync, 0);
+
+  run(203);
+  iofault::failFrom(1, true);
   operation(n++, model);  // a mark, which has to wait
-  EXPECT_FALSE(complete());
   EXPECT_THAT(file.error(), testing::HasSubstr("waiting for the disk failed: "));
+  EXPECT_FALSE(complete()) << "what the disk did not confirm cannot be written anew either";
   writeWhole(PATH, std::string(sizeof model.bytes, 'x'));
-  calls.failFrom = 1;  // the disk is back and full
-  calls.syncFails = false;
-  EXPECT_FALSE(complete());
-  calls.failFrom = 0;  // with everything lost that the disk did not confirm
+  iofault::heal();  // with everything lost that the disk did not confirm
   EXPECT_TRUE(complete());
   EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
   EXPECT_STREQ(file.error(), "");
@@ -398,12 +378,13 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
     pfWriteWordNoWait(4, word);
   }
   EXPECT_TRUE(complete());
-  EXPECT_EQ(calls.sinceSync, 3);
-  calls.failFrom = 1;
+  EXPECT_EQ(writes.sinceSync, 3);
+  iofault::failFrom(1, true);
   pfWriteWordNoWait(6, 0);
   EXPECT_FALSE(complete());
   EXPECT_FATAL(file.startProgram(8, 0), "len == 0");
   EXPECT_FATAL(file.startErase(0), "len == 0");
+  iofault::heal();
   file.close();
   EXPECT_TRUE(complete()) << "nothing is under way where there is no medium";
 }
