@@ -365,8 +365,8 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   operation(n++, model);  // a mark, which has to wait
   EXPECT_THAT(file.error(), testing::HasSubstr("waiting for the disk failed: "));
   EXPECT_FALSE(complete()) << "what the disk did not confirm cannot be written anew either";
-  writeWhole(PATH, std::string(sizeof model.bytes, 'x'));
-  iofault::heal();  // with everything lost that the disk did not confirm
+  iofault::heal();
+  writeWhole(PATH, std::string(sizeof model.bytes, 'x'));  // all that was not confirmed is lost
   EXPECT_TRUE(complete());
   EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
   EXPECT_STREQ(file.error(), "");
