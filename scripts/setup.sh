@@ -12,7 +12,7 @@ PACKAGES=(
   libxml2-utils                         # tests: checks that files are well-formed
   libbenchmark-dev libboost-dev         # the benchmarks, and what they compare with
 )
-# What a preset needs besides.
+# What a preset or the linters need besides.
 preset_packages() {
   case "$1" in
     clang) echo clang ;;
@@ -20,6 +20,7 @@ preset_packages() {
     m68k | mcf5407) echo g++-m68k-linux-gnu qemu-user googletest ;;
     i686) echo g++-i686-linux-gnu googletest ;;
     coverage) echo gcovr ;;
+    lint) echo clang-format clang-tidy cppcheck ;;
   esac
 }
 

@@ -480,7 +480,9 @@ TEST(PresetKillTest, AKilledProcessLeavesACompleteFile) {
   for (int round = 0; round < 20 || ((torn == 0 || latest == 0) && round < 500); ++round) {
     const pid_t child = fork();
     if (child == 0) {
-      std::freopen("/dev/null", "w", stdout);
+      if (std::freopen("/dev/null", "w", stdout) == nullptr) {
+        _exit(2);
+      }
       sleepInstead = [&controls, &latest] {
         ++latest;
         for (const auto& control : controls) {

@@ -55,7 +55,7 @@ extern RefreshMgr settingsGroup;
 /// The text control.
 struct UnitName {
   UnitName();
-  char working[NAME_SIZE];  ///< the variable's buffer
+  char working[NAME_SIZE] = {};  ///< the variable's buffer
   ReadWriteVarMgrSimpleStr var;
   SimpleCtrlReadWriteVarMgr entry;
   CtrlSaved saved;

@@ -41,12 +41,12 @@ void decode(unsigned int index, unsigned int n, unsigned int* sub) {
 }
 
 bool inFamily(const Family& family, const unsigned int* sub) {
-  for (unsigned int i = 0; i < family.ndim; ++i) {
-    if (sub[i] >= family.dim[i]) {
+  for (unsigned int i = 0; i < 2; ++i) {
+    if (sub[i] >= (i < family.ndim ? family.dim[i] : 1)) {
       return false;
     }
   }
-  return family.ndim > 0 || sub[0] == 0;
+  return true;
 }
 
 const Family* findFamily(unsigned int id) {
@@ -210,8 +210,10 @@ std::string controlName(const Address& control) {
     return std::to_string(control.id) + ":" + std::to_string(control.index);
   }
   std::string name = control.family->name;
-  for (unsigned int i = 0; i < control.family->ndim; ++i) {
-    name += "[" + std::to_string(sub[i]) + "]";
+  for (unsigned int i = 0; i < 2; ++i) {
+    if (i < control.family->ndim) {
+      name += "[" + std::to_string(sub[i]) + "]";
+    }
   }
   return name;
 }

@@ -58,5 +58,5 @@ class CmdStsIface : public USBIface {
 
  protected:
   NetTrap* const m_trap;  ///< the sender
-  char txBuf[512];        ///< the message being sent: its header, then its body
+  char txBuf[512] = {};   ///< the message being sent: its header, then its body
 };
