@@ -18,8 +18,13 @@
 
 // The writes to the file of the medium.
 struct Writes {
+  bool interrupted() {
+    errno = EINTR;
+    return split && ++count % 3 == 0;
+  }
+
   int count = 0;
-  bool split = false;           // they come back short, or interrupted
+  bool split = false;           // they come back short, or interrupted, and so do reads
   int sinceSync = 0;            // those that no sync has covered yet
   bool marksAreSynced = false;  // marks and erases have to find everything synced
   NorArray disk;                // what has been written
@@ -30,8 +35,7 @@ extern "C" {
 
 ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
   const unsigned int addr = static_cast<unsigned int>(at);
-  if (writes.split && ++writes.count % 3 == 0) {
-    errno = EINTR;
+  if (writes.interrupted()) {
     return -1;
   }
   size = writes.split ? (size + 1) / 2 : size;
@@ -62,6 +66,10 @@ int ftruncate(int fd, off_t size) noexcept {
 }
 
 ssize_t pread(int fd, void* buf, size_t size, off_t at) {
+  if (writes.interrupted()) {
+    return -1;
+  }
+  size = writes.split ? (size + 1) / 2 : size;
   IOFAULT_PASS(pread, -1, fd, buf, size, at);
 }
 
@@ -349,11 +357,13 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   run(51);
   file.close();
   EXPECT_EQ(pfMedium(), nullptr);
+  writes.split = true;
   start(true);  // what the process before has left in the system's memory counts as well
   unsigned char found[FLASH_AREA_SIZE];
   pfReadBlk(0, found, sizeof found);
   EXPECT_EQ(std::memcmp(found, model.bytes, sizeof found), 0);
   EXPECT_EQ(pfIsBlkErased(1), model.isErased(1));
+  writes.split = false;
   writes.marksAreSynced = true;
   run(201);
   writes.marksAreSynced = false;
@@ -379,6 +389,7 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   }
   EXPECT_TRUE(complete());
   EXPECT_EQ(writes.sinceSync, 3);
+  EXPECT_FATAL(file.startErase(2), "id < TOTAL_FLASH_BLKS");
   iofault::failFrom(1, true);
   pfWriteWordNoWait(6, 0);
   EXPECT_FALSE(complete());

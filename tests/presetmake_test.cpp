@@ -205,6 +205,7 @@ TEST(PresetFieldValues, DenseNumbersAndBackAndClamped) {
   EXPECT_EQ(getPresetParm(25, rows, 2), 30);
   EXPECT_EQ(getPresetParm(2147483647, high, 2), 2147483647);
   EXPECT_EQ(getPresetParm(-1, rows, 2), 0);
+  EXPECT_EQ(getPresetParm(7, rows, 2), 7);
   EXPECT_EQ(getPresetParm(-1, wide, 1), 2000000000);
   EXPECT_FATAL(getPresetField(-1, rows, 2), "bounds[0].min <= val");
   EXPECT_FATAL(getPresetField(31, rows, 2), "val <= bounds[numBounds - 1].max");
@@ -232,6 +233,14 @@ TEST(PresetFieldVarInt, SignsConversionsAndRefusals) {
     for (const int value : c.values) {
       ASSERT_EQ(c.field.get(&p, 8, bit), 8);
       EXPECT_EQ(var.get(), value);
+    }
+    for (const int value : {-256, 255, -1}) {
+      unsigned char out[1];
+      p = out;
+      glob = value;
+      group.setRefresh();
+      ASSERT_EQ(c.field.set(&p, 8, bit), 8);
+      EXPECT_EQ(out[0], value & 0xFF);
     }
   }
   void* p = buf;

@@ -106,7 +106,7 @@ TEST(SocketFailures, AreReportedInTheirWordsAndLeaveNothingOpen) {
   const std::string bad = "bad hostname!\n", bind = "can not bind\n";
   const std::string none = "socket allocation failed.\n";
   expectFailure(bad, [&] { return setup_server(unknown, port); });
-  expectFailure(bad, [&] { return setup_client(unknown, port); });
+  expectFailure(bad, [&] { return setup_client(nullptr, port); });
   expectFailure(bad, [&] { return setup_dg_server(unknown, port); });
   expectFailure(bad, [&] { return setup_dg_client(unknown, port); });
   expectFailure(bind, [&] { return setup_any_server(port); });
