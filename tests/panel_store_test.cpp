@@ -2,7 +2,6 @@
 // afterwards.
 #include "panel.h"
 #include "pfmedium_file.h"
-#include "presetlist.h"
 #include "presetmgr.h"
 #include "presets.h"
 
@@ -64,22 +63,15 @@ TEST_F(PanelStore, SetupsSurviveTheEndOfThePanel) {
   EXPECT_THAT(run("setup recall 4\n"), HasSubstr("user setup 4: nothing is saved there; no"));
 }
 
-// A setup of the panel whose field list had a contrast and no name yet.
+// A setup of the panel whose field list had a contrast and no name yet. In each channel the gains
+// are -33 dB, packed as 28 in 7 bits, it is muted, 1, and has input 7, packed as 6 in 3 bits.
 TEST_F(PanelStore, RecallsASetupOfTheListBefore) {
-  Bits bits;
-  for (int channel = 0; channel < 4; ++channel) {
-    for (int band = 0; band < 3; ++band) {
-      putBits(bits, 28, 7);  // -33 dB: -100 is 0 and -60 is 1
-    }
-    putBits(bits, 1, 1);  // muted
-    putBits(bits, 6, 3);  // input 7
-  }
-  putBits(bits, 9, 4);  // the contrast
-  std::vector<unsigned char> image = naiveImage(0, 1, bits);
+  const unsigned char image[] = {0x00, 0x38, 0x70, 0xE7, 0x1C, 0x38, 0x73,
+                                 0x8E, 0x1C, 0x39, 0xC7, 0x0E, 0x1C, 0xE9};
   PfFileMedium file;
   ASSERT_TRUE(file.open("presets.flash", false)) << file.error();
   pfUseMedium(&file);
-  saveBUFPreset(4, static_cast<unsigned int>(image.size()), image.data());
+  saveBUFPreset(4, sizeof image, image);
   while (PresetMgr::flush() != 0) {
   }
   pfUseMedium(nullptr);
