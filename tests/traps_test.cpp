@@ -175,7 +175,7 @@ TEST(CtrlEventTrapMgr, ReportsEventsAndShortBodiesAreNotReadPastTheirEnd) {
 
     Bytes direct = message(9, 0, Bytes(size, 0xFF));
     const unsigned int word = size >= 4 ? 0xFFFFFFFFU : (1U << 8 * size) - 1;
-    for (const size_t behind : {0, 4}) {  // what lies behind the body is not the body
+    for (const unsigned int behind : {0U, 4U}) {  // what lies behind the body is not the body
       direct.resize(direct.size() + behind, 0x55);
       EXPECT_EQ(trap.Send(direct.data(), static_cast<unsigned int>(direct.size())), hookResult);
       EXPECT_EQ(hooked.back(), called(9, 1000 + word));
