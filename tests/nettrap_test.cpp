@@ -44,8 +44,7 @@ class NetTrapTest : public testing::Test {
     return result;
   }
   static std::string command(unsigned int specific, const std::string& manager = "127.0.0.1") {
-    return "snmptrap -v 1 -c fabric " + manager + " tamrisvaneTraps.1 \"\" 6 " +
-           std::to_string(specific) + " \"\" tamrisvaneInstance.1 i 1";
+    return trapCommandText(specific, manager);
   }
   void startServer() { server = std::make_unique<TextServer>(NetTrap::S_TRAP_PORT); }
   // What the server has read since the last look; nothing may be left of a half command.

@@ -11,8 +11,7 @@ namespace {
 using Texts = std::vector<std::string>;
 
 std::string command(unsigned int specific, const std::string& manager = "127.0.0.1:16200") {
-  return "snmptrap -v 1 -c fabric " + manager + " tamrisvaneTraps.1 \"\" 6 " +
-         std::to_string(specific) + " \"\" tamrisvaneInstance.1 i 1";
+  return trapCommandText(specific, manager);
 }
 
 TEST(TrapCommand, TheDevicesFormIsAcceptedWithinItsLimits) {
@@ -126,9 +125,9 @@ TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
         "",                                             // says nothing
         command(5000).substr(0, 40),                    // half, then gone
         std::string(4000000, 'x'),                      // never ends
-        command(5001, "h;touch owned") + '\0',          //
-        "touch owned" + ('\0' + command(5002)) + '\0',  //
-        std::string(200000, '\0'),
+        command(5001, "h;touch owned") + '\0',          // no address
+        "touch owned" + ('\0' + command(5002)) + '\0',  // no command, then one
+        std::string(200000, '\0'),                      // nothing, many times
     };
     sendAll(bad, garbage[round % 6], 65536);
     EXPECT_TRUE(round % 6 < 2 || dropped(bad));

@@ -84,6 +84,12 @@ inline int connectTo(unsigned short port) {
   return sock;
 }
 
+/// What a device sends for the trap `specific` to `manager`.
+inline std::string trapCommandText(unsigned int specific, const std::string& manager) {
+  return "snmptrap -v 1 -c fabric " + manager + " tamrisvaneTraps.1 \"\" 6 " +
+         std::to_string(specific) + " \"\" tamrisvaneInstance.1 i 1";
+}
+
 /// A server of zero-terminated texts that is started, read and stopped by the test.
 class TextServer {
  public:
