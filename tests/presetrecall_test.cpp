@@ -9,6 +9,8 @@
 
 namespace {
 
+using Values = std::pair<std::string, std::string>;
+
 // A random list in use, the image of some version of it, and what its rows held then.
 class Story {
  public:
@@ -38,15 +40,11 @@ class Story {
   bool takesPart(std::size_t i) const {
     return list.current(i) && (list.inImage(i, ver) || newer == RECALL_INIT_NEWER);
   }
-  // What a recall has to leave of a row that is `value` and works with `working` now.
-  std::string expected(std::size_t i) const {
+  // What a recall has to leave of a row: its value, and what it works with.
+  Values expected(std::size_t i) const {
     const Item& item = *list.items[i];
-    if (!takesPart(i)) {
-      return item.value() + "/" + item.working();
-    }
-    // Init leaves a text without an initial value as it works at present.
     const std::string value = list.inImage(i, ver) ? saved[i] : item.initial();
-    return value + "/" + value;
+    return takesPart(i) ? Values(value, value) : Values(item.value(), item.working());
   }
 
   PresetList list;
@@ -67,7 +65,7 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
   Random random(1);
   for (unsigned int run = 0; run < 600 && !testing::Test::HasFailure(); ++run) {
     Story story(random, 1 + run % 4);
-    std::vector<std::string> expected;
+    std::vector<Values> expected;
     std::vector<Watch*> inTheWay;
     unsigned int undo = 0;
     for (std::size_t i = 0; i < story.list.items.size(); ++i) {
@@ -99,55 +97,28 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
     --story.image[0];
     ASSERT_EQ(story.list.state(), state);
 
+    // A variable is asked only when all others hold the values of the image.
+    const auto staged = [&] {
+      for (std::size_t i = 0; i < expected.size(); ++i) {
+        if (story.list.items[i]->working() != expected[i].second) {
+          return false;
+        }
+      }
+      return true;
+    };
+    for (Watch* const watch : inTheWay) {
+      watch->judge = staged;
+    }
     story.image.resize(size + random.below(3), 0);
     ASSERT_EQ(story.recall(), RECALL_OK);
     for (std::size_t i = 0; i < story.list.items.size(); ++i) {
       const Item& item = *story.list.items[i];
-      EXPECT_EQ(item.value() + "/" + item.working(), expected[i]) << "row " << i;
+      EXPECT_EQ(Values(item.value(), item.working()), expected[i]) << "row " << i;
     }
     for (const Watch* const watch : inTheWay) {
       EXPECT_EQ(watch->open, 0);
     }
   }
-}
-
-// A lower and an upper limit, each consistent only while they do not cross.
-class Limit : public ReadWriteVarMgrSimpleInt {
- public:
-  using ReadWriteVarMgrSimpleInt::ReadWriteVarMgrSimpleInt;
-  bool isConsistent() override { return lower->get() <= upper->get(); }
-  const Limit* lower = nullptr;
-  const Limit* upper = nullptr;
-};
-
-TEST(Recall, JudgesTheValuesTogether) {
-  int low = 10, high = 20;
-  RefreshMgr group;
-  const bounds_t percent[] = {{0, 100}, BOUNDS_END};
-  Limit lower(low, group, 10, percent, RANGE_CLIP);
-  Limit upper(high, group, 20, percent, RANGE_CLIP);
-  lower.lower = upper.lower = &lower;
-  lower.upper = upper.upper = &upper;
-  PresetFieldVarInt lowField(lower), highField(upper);
-  const verPresetField_t list[] = {
-      {0, PRESET_FIELD_VALID, &lowField}, {0, PRESET_FIELD_VALID, &highField}, {0, 0, nullptr}};
-  initPreset(list);
-  const auto recall = [&](unsigned int l, unsigned int h) {
-    Bits bits;
-    putBits(bits, l, 7);
-    putBits(bits, h, 7);
-    const auto image = naiveImage(0, 1, bits);
-    return recallPreset(image.data(), static_cast<unsigned int>(image.size()), 1, list,
-                        RECALL_KEEP_NEWER, nullptr, 0);
-  };
-  // Staged one by one, the lower limit would pass the upper one that is still the old.
-  EXPECT_EQ(recall(40, 60), RECALL_OK);
-  EXPECT_TRUE(low == 40 && high == 60);
-  EXPECT_EQ(recall(50, 45), RECALL_INCONSISTENT);
-  EXPECT_TRUE(low == 40 && high == 60 && lower.get() == 40 && upper.get() == 60);
-  // What a later commit of all variables publishes is not the image that failed.
-  EXPECT_EQ(applyPreset(nullptr, 0, 1, list), 0);
-  EXPECT_TRUE(low == 40 && high == 60);
 }
 
 TEST(Recall, TruncatedVersionsAreTheYoungestThatFit) {

@@ -2,6 +2,7 @@
 // fields over them, and a bit writer that knows nothing of the library's.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,7 +45,8 @@ inline std::vector<unsigned char> naiveImage(unsigned int ver, unsigned int verS
 struct Watch {
   bool refuse = false;
   bool inconsistent = false;
-  int open = 0;  // transactions begun and not ended
+  std::function<bool()> judge = [] { return true; };  // asked besides
+  int open = 0;                                       // transactions begun and not ended
 };
 
 template <class Base>
@@ -56,7 +58,7 @@ class Watched : public Base {
     return !watch.refuse;
   }
   void endXaction() override { --watch.open; }
-  bool isConsistent() override { return !watch.inconsistent; }
+  bool isConsistent() override { return !watch.inconsistent && watch.judge(); }
 
   Watch watch;
 };
