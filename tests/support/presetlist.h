@@ -103,7 +103,7 @@ class IntItem : public Item {
   IntItem(unsigned int nb, bool sign)
       : width(nb),
         isSigned(sign),
-        var(glob, group, 1, nullptr, RANGE_CLIP),
+        var(glob, group, 0, nullptr, RANGE_CLIP),
         packed(nb == 32 && sign ? PresetFieldVarInt(var)
                                 : PresetFieldVarInt(var, nb, nullptr, sign)) {}
 
@@ -156,10 +156,10 @@ class IntItem : public Item {
 
   std::vector<bounds_t> rows;
   std::vector<bounds_t> table;
-  const int start = 1;
+  const int start = 0;
   const unsigned int width = 0;
   const bool isSigned = false;
-  int glob = 1;
+  int glob = 0;
   RefreshMgr group;
   Watched<ReadWriteVarMgrSimpleInt> var;
   PresetFieldVarInt packed;
@@ -235,9 +235,9 @@ class PresetList {
   // Up to eight rows over all kinds of fields, made ready. All texts share one scratch buffer.
   void addRandomRows(Random& random) {
     for (unsigned int n = random.below(9); n > 0; --n) {
-      const unsigned int ver = random.below(LAST);
+      const unsigned int ver = random.below(LAST), life = 1 + random.below(LAST - ver);
       const bool dropped = random.oneIn(3);
-      add(ver, dropped ? ver + 1 + random.below(LAST - ver) : PRESET_FIELD_VALID, makeItem(random));
+      add(ver, dropped ? ver + life : PRESET_FIELD_VALID, makeItem(random));
     }
     initPreset(table());
   }
@@ -287,16 +287,19 @@ class PresetList {
     static const bounds_t* const classes[] = {
         Str::BOUNDS_PRINTABLE,   Str::BOUNDS_ALNUM, Str::BOUNDS_ALPHA, Str::BOUNDS_ALPHA_UPPER,
         Str::BOUNDS_ALPHA_LOWER, Str::BOUNDS_DIGIT, Str::BOUNDS_HEX};
-    switch (random.below(5)) {
+    // Drawn one by one: the order in which arguments are computed is the compiler's.
+    const unsigned int kind = random.below(5), size = random.below(70);
+    const bool flag = random.oneIn(2);
+    switch (kind) {
       case 0:
-        return std::make_unique<FillItem>(random.below(2) != 0, random.below(70));
+        return std::make_unique<FillItem>(flag, size);
       case 1:
-        return std::make_unique<IntItem>(1 + random.below(32), random.below(2) != 0);
+        return std::make_unique<IntItem>(1 + size % 32, flag);
       case 2:
         return std::make_unique<StrItem>(
-            classes[random.below(7)], random.below(9),
-            random.below(4) != 0 ? PresetFieldVarStr::MODE_AUTO : PresetFieldVarStr::MODE_MANUAL,
-            scratch, sizeof scratch);
+            classes[random.below(7)], size % 9,
+            flag ? PresetFieldVarStr::MODE_AUTO : PresetFieldVarStr::MODE_MANUAL, scratch,
+            sizeof scratch);
       default:
         return makeBounded(random);
     }
