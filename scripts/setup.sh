@@ -59,9 +59,10 @@ install_packages() {
   rm -f "$log"
 }
 
-# build PRESET [TARGET]: configures the preset if that was not done and builds it.
+# build PRESET [TARGET...]: configures the preset if that was not done and builds it.
 build() {
   local preset="$1" dir="build/$1"
+  shift
   # shellcheck disable=SC2046 # one word per package
   install_packages "${PACKAGES[@]}" $(preset_packages "$preset")
   mkdir -p build
@@ -69,7 +70,7 @@ build() {
     say "Configuring $dir ..."
     quietly "$dir.log" '' cmake --preset "$preset"
   fi
-  quietly "$dir.log" "Building $dir${2:+, $2} ..." cmake --build "$dir" ${2:+--target "$2"}
+  quietly "$dir.log" "Building $dir${1:+, $*} ..." cmake --build "$dir" ${1:+--target "$@"}
 }
 
 # quietly LOG MESSAGE COMMAND...: runs a command with its output in a file, which is shown when the
