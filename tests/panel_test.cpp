@@ -224,10 +224,9 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
                {"\x1b[A\x1b[A\x1b[A\n", "| input[1] = 5, waits for confirm", "(1 to confirm)> "},
                {"\x04", "Stopping the Timer thread", ""}};
   // libedit keeps the names of its functions.
-  Process panel({"env", "TERM=xterm", "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", PANEL,
-                 "/"
-                 "dev/null"},
-                "log");
+  Process panel(
+      {"env", "TERM=xterm", "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", PANEL, "/dev/null"},
+      "log");
   for (const auto& step : STEPS) {
     panel.type(step.keys);
     ASSERT_TRUE(panel.saysNext(step.answer) && panel.saysNext(step.prompt)) << panel.output();
