@@ -143,9 +143,15 @@ TEST(IntrptLock, RaisesTheLevelAndNeverLowersIt) {
       IntrptLock lock(each.level);
       lock.lock();
     }
-    levelsSet = nullptr;
     EXPECT_EQ(levels, each.set) << each.level << " over " << each.status;
+    levelsSet = nullptr;
   }
+  IntrptLock twice(0);
+  twice.lock();
+  twice.lock();
+  twice.unlock();
+  twice.unlock();
+  std::thread([] { cbTimerISR(); }).join();  // the list is free again
 }
 
 // The callbacks of one thread's timers. A callback that runs after its timer was unhooked would be

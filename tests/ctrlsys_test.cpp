@@ -118,15 +118,17 @@ TEST_F(RegistryTest, AGetPrefersTheReadFamilyAndASetNeverSeesIt) {
 TEST_F(RegistryTest, EachRefusalOfASetHasItsWords) {
   start({});
   LoggedEntry* const good = entry(5, 0);
-  family(5, 3, 1, {good, nullptr, entry(5, 77)});  // the last has not the index of its place
+  // The last two have not the index of their place, and not the id.
+  family(5, 4, 1, {good, nullptr, entry(5, 77), entry(4, 3)});
   good->valid = false;
   const struct {
     unsigned int varid, varidx;
     std::string data, printed;
   } refusals[] = {{6, 2, "x", "varid not found\nWARNING:Can't find varid=6, varidx=2\n"},
-                  {5, 3, "x", "subscript out of range rwn\nWARNING:Can't find varid=5, varidx=3\n"},
+                  {5, 4, "x", "subscript out of range rwn\nWARNING:Can't find varid=5, varidx=4\n"},
                   {5, 1, "x", "var null\nWARNING:Can't find varid=5, varidx=1\n"},
                   {5, 2, "x", "WARNING:Can't find varid=5, varidx=2\n"},
+                  {5, 3, "x", "WARNING:Can't find varid=5, varidx=3\n"},
                   {5, 0, {"1234567\0beyond", 14}, "\nWARNING: Invalid length=14, data=1234567\n"},
                   {5, 0, "ab", "\nWARNING: Invalid length=2, data=ab\n"},
                   {5, 0, "", "\nWARNING: Invalid length=0, data=\n"}};
@@ -196,9 +198,12 @@ TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   const unsigned int dims[17] = {1};
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "tree != nullptr");
   EXPECT_FATAL(get(1, 0), "tree != nullptr");
-  EXPECT_FATAL(ctrl_sys_init(&rwTree, &readTree, nullptr, nullptr, queue, QUEUE, nullptr, 0,
-                             nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
-               "rwArray != nullptr");
+  const auto init = [this](CtrlReadWrite** rw) {
+    ctrl_sys_init(&rwTree, &readTree, rw, nullptr, queue, QUEUE, nullptr, 0, nullptr, nullptr,
+                  nullptr, nullptr, nullptr, nullptr);
+  };
+  EXPECT_FATAL(init(nullptr), "rwArray != nullptr");
+  EXPECT_FATAL(init(array), "rArray != nullptr");
   start({});
   EXPECT_FATAL(ctrl_register_rw(1, dims, 17, cmd_sts_idx_conv1D, array), "ndim <= MAX_CTRL_DIMS");
   EXPECT_FATAL(ctrl_register_rw(1, dims, 1, nullptr, array), "conv != nullptr");

@@ -30,6 +30,7 @@ TEST(Eh, InitBuildsTheTableFromTheBootFlashAndMasksEverySource) {
   }
   vector_table[24]();  // ignores the interrupt
   vector_table[2]();
+  fault_dump(nullptr);
   EXPECT_EQ(pSIM->IMR, 0xFFFFFFFF);
   eh_imr_enable(0xFFFFFFFF);
   eh_imr_disable(3);
@@ -71,9 +72,20 @@ TEST(Eh, NamesStandAtTheirVectors) {
   EXPECT_STREQ(vector_name[61], "Unsupported instruction");
 }
 
+// This processor is not that of the board.
+TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
+  set_acr(0);
+  set_cacr(0);
+  init_usb_mem_reg();
+  init_mem_reg();
+  init_cache();
+  EXPECT_EQ(spl(0x2700), 0);
+  EXPECT_EQ(getsr(), 0);
+}
+
 // Ends the process from inside abort, so that the state at that moment becomes its exit status.
 void reportFlashOnAbort(int) {
-  _exit(bootFlashStandInReadsArray() ? 7 : 8);
+  std::exit(bootFlashStandInReadsArray() ? 7 : 8);
 }
 
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {

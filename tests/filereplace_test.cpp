@@ -48,6 +48,13 @@ TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
   EXPECT_EQ(fs::status("f").permissions(), fs::perms{0640});
   EXPECT_EQ(files(), "{ \"f\" }");
   EXPECT_FATAL(file.commit(), "!renamed");
+  FileReplacement again("f");  // on a file system that cannot flush a directory
+  writeWhole(again.temporary(), "three");
+  iofault::error = EINVAL;
+  iofault::failFrom(6, false);
+  again.commit();
+  EXPECT_FALSE(iofault::faultsLeft());
+  iofault::heal();
 }
 
 TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {

@@ -18,6 +18,7 @@ void reportIdentity(unsigned int bytes, unsigned int room) {
   }
   char rev[16] = "untouched";
   unsigned int build = 0;
+  getBoardRev(nullptr, room, build);
   const bool ret = getBoardRev(rev, room, build);
   std::fprintf(stderr, " %s %u %s\n", rev, build, ret ? "found" : "default");
 }

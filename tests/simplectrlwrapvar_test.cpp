@@ -108,6 +108,7 @@ TEST_F(Device, AReadOnlyScalarAndACommandServeWithoutDimensions) {
   EXPECT_EQ(set(2, 7, 25), CTRL_ERR_SUCCESS);
   EXPECT_EQ(set(2, 7, 3), CTRL_ERR_SUCCESS);
   EXPECT_EQ(get(2, 7), 0) << "a command reads as zeros";
+  EXPECT_EQ(ctrlDoGet(2, 7, 0, nullptr), CTRL_ERR_SUCCESS);
   ctrlDoConfirm();
   command.set("\x1F", 1);
   command.confirm();
@@ -169,6 +170,7 @@ TEST_F(DeviceDeathTest, TablesThatDoNotFitTogetherAreFatal) {
   EXPECT_FATAL(checkDims(empty, 2), "dim[i] != 0");
   EXPECT_FATAL(checkDims(nullptr, 1), "dim != nullptr");
   EXPECT_FATAL(checkConv(nullptr, 400), "conv != nullptr");
+  EXPECT_EQ(checkConv(cmd_sts_idx_conv1D, 3), cmd_sts_idx_conv1D);
 
   SimpleCtrlReadWriteVarMgr good = member(0x0001, array, 12, dims, 2);
   SimpleCtrlReadWriteVarMgr samePlace = member(0x0300, array, 12, dims, 2);

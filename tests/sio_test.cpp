@@ -64,10 +64,22 @@ TEST(SioPrintf, WhatIsNoConversionIsWrittenBehindAPercentSign) {
   const struct {
     const char* format;
     const char* output;
-  } cases[] = {{"", ""},        {"%%", "%"},      {"%5%", "%"},    {"%q", "%q"},
-               {"%5q", "%q"},   {"%-5d", "%-5d"}, {"%ld", "%ld"},  {"%+d", "%+d"},
-               {"% d", "% d"},  {"%.3d", "%.3d"}, {"%", "%"},      {"a%#0", "a%"},
-               {"a%012", "a%"}, {"%i%X", "%i%X"}, {"%5\n", "%\n"}, {"100%\n", "100%\n"},
+  } cases[] = {{"", ""},
+               {"%%", "%"},
+               {"%5%", "%"},
+               {"%q", "%q"},
+               {"%5q", "%q"},
+               {"%-5d", "%-5d"},
+               {"%ld", "%ld"},
+               {"%+d", "%+d"},
+               {"% d", "% d"},
+               {"%.3d", "%.3d"},
+               {"%", "%"},
+               {"a%#0", "a%"},
+               {"a%99999999999", "a%"},
+               {"%i%X", "%i%X"},
+               {"%5\n", "%\n"},
+               {"100%\n", "100%\n"},
                {"%#%d%", "%d%"}};
   for (const auto& each : cases) {
     EXPECT_EQ(print(each.format), each.output) << each.format;

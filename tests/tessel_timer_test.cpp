@@ -109,6 +109,16 @@ TEST(TimerTest, DifferencesLoseATickAcrossTheWrap) {
   }
 }
 
+TEST(TimerTest, TheHardwareTimersParametersAreThoseOfTheBoard) {
+  bool clkDiv = true;
+  unsigned int prescale = 0;
+  unsigned int ref = 0;
+  timerGetParms(clkDiv, prescale, ref);
+  EXPECT_FALSE(clkDiv);
+  EXPECT_EQ(prescale, 225U);
+  EXPECT_EQ(ref, 160U);
+}
+
 int calls = 0;
 
 TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
@@ -122,8 +132,10 @@ TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
                 {{}, 3487918203, 3}};  // a pass without a time calls nobody
   Timer_thread* const thread = Timer_thread::Instance();
   testing::internal::CaptureStdout();
+  clockNow = timeval{1, 999};
   thread->Init();
   sem_wait(&passEnded);
+  EXPECT_EQ(Timer::sysTime, 1000U);
   Timer::cb = [] { ++calls; };
   for (const auto& pass : passes) {
     clockNow = pass.clock;

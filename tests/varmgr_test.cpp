@@ -77,7 +77,10 @@ TEST(ValueBuffer, NothingIsTouchedWithoutABufferOrASize) {
   EXPECT_EQ(ReadWriteVarMgr::convert(nullptr, 4), 0);
   EXPECT_EQ(ReadWriteVarMgr::convert(&one, 0), 0);
   EXPECT_FALSE(Int(nullptr, RANGE_CLIP).validate(nullptr, 4));
-  EXPECT_FALSE(Str(nullptr, 0, nullptr).validate(nullptr, 4));
+  Str none(nullptr, 0, nullptr);
+  none.set("x", 1);
+  none.setChar('x', 0);
+  EXPECT_FALSE(none.validate(nullptr, 4));
 }
 
 TEST(ValueBuffer, TextsAreCutTerminatedAndPadded) {

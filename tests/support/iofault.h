@@ -22,6 +22,7 @@ namespace iofault {
 
 inline std::atomic<int> countdown{INT_MAX};  // operations up to the first that fails
 inline std::atomic<bool> goesOn{false};      // those behind it fail as well
+inline int error = ENOSPC;                   // what they fail with
 
 /// The `n`-th operation from now on fails, and with `forEver` all that follow it.
 inline void failFrom(int n, bool forEver) {
@@ -32,6 +33,7 @@ inline void failFrom(int n, bool forEver) {
 /// No operation fails any more.
 inline void heal() {
   countdown = INT_MAX;
+  error = ENOSPC;
 }
 
 /// True while the operation that shall fail has not come.
@@ -49,7 +51,7 @@ inline bool due(const char* name) {
     return false;
   }
   const int left = --countdown;
-  errno = ENOSPC;
+  errno = error;
   return left == 0 || (left < 0 && goesOn);
 }
 

@@ -140,8 +140,8 @@ void cbTimerISR() {
   const Locked locked;
   CBTimer::Walk walk;
   while (CBTimer* const timer = walk.at) {
-    if (timer->Timer::isRunning() && timer->Timer::isTimeoutExpired() && timer->fn != nullptr) {
-      timer->fn();
+    if (timer->Timer::isRunning() && timer->Timer::isTimeoutExpired()) {
+      timer->fn();  // a member of the list has one
     }
     if (walk.at != nullptr) {
       walk.at = walk.at->next;

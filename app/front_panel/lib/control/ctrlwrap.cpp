@@ -6,7 +6,7 @@
 
 CtrlRead::CtrlRead(unsigned int varid, unsigned int ind) : varId(varid), index(ind) {
   const int length = std::snprintf(name, sizeof name, "CV-%u-I-%u", varid, ind);
-  CTRL_ASSERT(length > 0 && length < static_cast<int>(sizeof name));
+  CTRL_ASSERT(length < static_cast<int>(sizeof name));
 }
 
 CtrlReadVarMgr::CtrlReadVarMgr(unsigned int varid, unsigned int ind, const ReadVarMgr& readvar)

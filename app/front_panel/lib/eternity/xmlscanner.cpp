@@ -1,5 +1,6 @@
 #include "xmlscanner.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "persist.h"
@@ -108,13 +109,18 @@ std::string escape(const std::string& text) {
   return out;
 }
 
+const xml_scanner::step_t xml_scanner::STEPS[endfile] = {
+    &xml_scanner::scanValue,        &xml_scanner::scanTagname, &xml_scanner::scanComment,
+    &xml_scanner::scanDoctype,      &xml_scanner::scanAttr,    &xml_scanner::scanAttrvalue,
+    &xml_scanner::scanClosebracket, &xml_scanner::scanClosetag};
+
 node* xml_scanner::parse(const std::string& text, const std::string& rootName) {
   close();
   m_text = &text;
   m_pos = at("\xEF\xBB\xBF") ? 3 : 0;
   try {
     for (context next = value; next != endfile;) {
-      next = scan(next);
+      next = (this->*STEPS[next])();
     }
     if (m_root->name() != rootName) {
       throw exception("the root element is not " + rootName);
@@ -134,30 +140,6 @@ void xml_scanner::close() {
   m_complete = false;
   m_text = nullptr;
   m_pos = 0;
-}
-
-xml_scanner::context xml_scanner::scan(context next) {
-  switch (next) {
-    case value:
-      return scanValue();
-    case tagname:
-      return scanTagname();
-    case comment:
-      return scanComment();
-    case doctype:
-      return scanDoctype();
-    case attr:
-      return scanAttr();
-    case attrvalue:
-      return scanAttrvalue();
-    case closebracket:
-      return scanClosebracket();
-    case closetag:
-      return scanClosetag();
-    case endfile:
-      break;
-  }
-  return endfile;
 }
 
 xml_scanner::context xml_scanner::scanValue() {
@@ -198,7 +180,7 @@ xml_scanner::context xml_scanner::scanText() {
   const std::string start = "<" + name;
   for (std::size_t i = 0; (i = raw.find(start, i)) != std::string::npos; i += start.size()) {
     const std::size_t behind = i + start.size();
-    if (behind == raw.size() || std::string(" \t\r\n/>").find(raw[behind]) != std::string::npos) {
+    if (behind == raw.size() || raw.find_first_of(" \t\r\n/>", behind) == behind) {
       fail("the element " + name + " begins twice");
     }
   }
@@ -344,10 +326,8 @@ std::size_t xml_scanner::findEndTag(const std::string& name) const {
 }
 
 void xml_scanner::fail(const std::string& what) const {
-  unsigned int line = 1;
-  for (std::size_t i = 0; i < m_pos && i < m_text->size(); ++i) {
-    line += (*m_text)[i] == '\n' ? 1 : 0;
-  }
+  const std::string before = m_text->substr(0, m_pos);
+  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
   throw exception(what + ", line " + std::to_string(line));
 }
 

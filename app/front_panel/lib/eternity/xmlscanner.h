@@ -48,7 +48,10 @@ class xml_scanner {
   void close();
 
  private:
-  context scan(context next);
+  // A step of the scan: reads what its context names, and tells the next one.
+  using step_t = context (xml_scanner::*)();
+  static const step_t STEPS[endfile];  // by context
+
   context scanValue();
   context scanText();
   context scanTagname();
