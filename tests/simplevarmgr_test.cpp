@@ -78,6 +78,16 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
   }
 }
 
+TEST(RefreshGroup, AFreedTokenIsNoToken) {
+  RefreshMgr group;
+  RefreshId id;
+  group.allocId(id);
+  EXPECT_TRUE(id.isValid());
+  group.freeId(id);
+  EXPECT_FALSE(id.isValid());
+  group.freeId(id);
+}
+
 TEST(SimpleIntAndBool, DefaultIsForcedAndTheGlobalWinsUnlessItIsCommitted) {
   RefreshMgr group;
   int global = 55;
