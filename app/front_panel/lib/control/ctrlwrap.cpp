@@ -5,8 +5,9 @@
 #include "debug.h"
 
 CtrlRead::CtrlRead(unsigned int varid, unsigned int ind) : varId(varid), index(ind) {
-  const int length = std::snprintf(name, sizeof name, "CV-%u-I-%u", varid, ind);
-  CTRL_ASSERT(length < static_cast<int>(sizeof name));
+  const unsigned int length =
+      static_cast<unsigned int>(std::snprintf(name, sizeof name, "CV-%u-I-%u", varid, ind));
+  CTRL_ASSERT(length < sizeof name);
 }
 
 CtrlReadVarMgr::CtrlReadVarMgr(unsigned int varid, unsigned int ind, const ReadVarMgr& readvar)
