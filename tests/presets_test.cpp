@@ -423,6 +423,9 @@ TEST_F(PresetTest, ASavedVariableKeepsWhatIsConfirmed) {
   start();
   EXPECT_EQ(volume, 20);
   EXPECT_STREQ(unit, "");
+  savedNumber.init();  // that is the registry's
+  EXPECT_EQ(number.get(), 20);
+  EXPECT_TRUE(savedNumber.validate("\x01", 1));
   unsigned char buf[4];
   int last = 20;
   for (int round = 0; round < 20; ++round) {
