@@ -2,6 +2,7 @@
 #include "panel.h"
 
 #include "component_writer.h"
+#include "random.h"
 
 namespace {
 
@@ -37,6 +38,42 @@ TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
   runProgram("{ " PANEL " < input; echo $? > ended; } | true");  // nobody reads what it prints
   EXPECT_EQ(readWhole("ended"), "0\n");
   EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"unread\""));
+}
+
+// A panel that saves all the time is killed at one moment after another. Its settings are those of
+// the last finished save, or of the one that was running, all of them.
+TEST_F(PanelTest, KilledInTheMiddleOfASaveKeepsTheSettingsBeforeOrBehindIt) {
+  constexpr int SAVES = 50;
+  constexpr int KILLS = 10;
+  const auto settings = [](int n) {
+    return "name = \"run " + number(n) + "\"\n| limit = " + number(30 + n % 61) + " C\n";
+  };
+  Random random(1);
+  int saved = 0;
+  int hit = 0;  // kills that fell into a save
+  for (int round = 0; hit < KILLS && round < 20 * KILLS; ++round) {
+    std::string commands;
+    for (int n = saved + 1; n <= saved + SAVES; ++n) {
+      commands +=
+          "set name run " + number(n) + "\nset limit " + number(30 + n % 61) + "\nconfirm\nsave\n";
+    }
+    Process panel({PANEL}, "log " + number(round));
+    panel.type(commands);
+    ASSERT_TRUE(panel.says("| saved"));
+    usleep(random.below(3000));
+    panel.end(SIGKILL);
+    hit += std::filesystem::remove("presets.xml.tmp") ? 1 : 0;
+    const std::string log = panel.output();
+    for (std::size_t at = 0; (at = log.find("| saved", at)) != std::string::npos; ++at) {
+      ++saved;
+    }
+    const std::string now = run("get name limit\n");
+    if (now.find(settings(saved)) == std::string::npos) {
+      ++saved;  // it was killed between the save and its answer
+    }
+    ASSERT_THAT(now, HasSubstr(settings(saved))) << "round " << round;
+  }
+  EXPECT_EQ(hit, KILLS);
 }
 
 TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
