@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
 
@@ -18,7 +17,9 @@
 
 // The writes to the file of the medium.
 struct Writes {
-  bool interrupted() {
+  // A call that is not interrupted moves half of `size`.
+  bool interrupted(size_t& size) {
+    size = split ? (size + 1) / 2 : size;
     errno = EINTR;
     return split && ++count % 3 == 0;
   }
@@ -35,10 +36,9 @@ extern "C" {
 
 ssize_t pwrite(int fd, const void* buf, size_t size, off_t at) {
   const unsigned int addr = static_cast<unsigned int>(at);
-  if (writes.interrupted()) {
+  if (writes.interrupted(size)) {
     return -1;
   }
-  size = writes.split ? (size + 1) / 2 : size;
   if (writes.marksAreSynced && (size > 2 || writes.disk.word(addr) != 0xFFFF)) {
     EXPECT_EQ(writes.sinceSync, 0) << "at " << addr;
   }
@@ -66,10 +66,9 @@ int ftruncate(int fd, off_t size) noexcept {
 }
 
 ssize_t pread(int fd, void* buf, size_t size, off_t at) {
-  if (writes.interrupted()) {
+  if (writes.interrupted(size)) {
     return -1;
   }
-  size = writes.split ? (size + 1) / 2 : size;
   IOFAULT_PASS(pread, -1, fd, buf, size, at);
 }
 
@@ -93,7 +92,7 @@ class Simulated : public testing::Test {
 
   // Runs one word, or one erase, to its completion; the number of polls that it took.
   int program(unsigned int addr, unsigned short word) {
-    EXPECT_EQ(pfWriteWordNoWait(addr, word), addr + 2);
+    pfWriteWordNoWait(addr, word);
     return finish(pfIsWriteComplete);
   }
   int erase(unsigned int id) {
@@ -104,7 +103,6 @@ class Simulated : public testing::Test {
     part.powerUp();
     pfInit();
   }
-
   PfSimMedium part;
 
  private:
@@ -121,13 +119,10 @@ TEST(WithoutAMedium, EverythingReadsErasedAndNothingIsKept) {
   pfUseMedium(nullptr);
   pfInit();
   EXPECT_EQ(pfGetFlashOffset(), 16384U);
-  EXPECT_EQ(pfWriteWordNoWait(8190, 0x1234), 8192U);
   EXPECT_EQ(pfWriteWordNoWait(16382, 0x1234), 16384U);
-  EXPECT_TRUE(pfIsWriteComplete());
-  EXPECT_EQ(readWord(8190), 0xFFFF);
   pfBlkEraseNoWait(1);
-  EXPECT_TRUE(pfIsEraseComplete());
-  EXPECT_TRUE(pfIsBlkErased(0) && pfIsBlkErased(1));
+  EXPECT_TRUE(pfIsWriteComplete() && pfIsEraseComplete() && pfIsBlkErased(1));
+  EXPECT_EQ(readWord(16382), 0xFFFF);
   EXPECT_FATAL(pfBlkEraseNoWait(2), "id < 2");
   pfReset();
   PfSimMedium late;
@@ -141,13 +136,9 @@ TEST_F(Simulated, ProgrammingClearsBitsAnEraseSetsABlockAndBothTakeTheirPolls) {
   EXPECT_EQ(program(8192, 0xEFFF), 4);
   EXPECT_EQ(program(0, 0x6123), 4);
   EXPECT_EQ(readWord(8192), 0x6FFE);
-  EXPECT_EQ(part.array().bytes[8192], 0x6F);
   EXPECT_EQ(erase(0), 11);
-  EXPECT_TRUE(pfIsWriteComplete() && pfIsEraseComplete());
-  EXPECT_TRUE(pfIsBlkErased(0));
-  EXPECT_FALSE(pfIsBlkErased(1));
-  const PfSimMedium::Counters& count = part.counters();
-  EXPECT_TRUE(count.words == 3 && count.erases == 1 && count.reads == 1);
+  EXPECT_TRUE(pfIsBlkErased(0) && !pfIsBlkErased(1));
+  EXPECT_TRUE(part.counters().words == 3 && part.counters().erases == 1);
 }
 
 TEST_F(Simulated, ABrokenRuleStopsTheProcess) {
@@ -180,38 +171,24 @@ TEST_F(Simulated, ABrokenRuleStopsTheProcess) {
   EXPECT_FATAL(pfBlkEraseNoWait(0), "!writeOp && !eraseOp");
 }
 
-TEST_F(Simulated, AfterThePowerCutNothingHappensUntilTheRestart) {
-  part.cutAt(2, PfSimMedium::CUT_AFTER);
-  program(0, 1);
-  program(2, 2);
-  EXPECT_FALSE(part.powered());
-  EXPECT_FALSE(pfIsWriteComplete());
-  EXPECT_EQ(readWord(0), 0xFFFF);
-  EXPECT_TRUE(pfIsBlkErased(0));
-  part.startProgram(4, 3);
-  part.startErase(0);
-  restart();
-  EXPECT_EQ(readWord(0), 1);
-  EXPECT_EQ(readWord(2), 2);
-  EXPECT_EQ(readWord(4), 0xFFFF);
-}
-
 // What a cut inside an operation leaves lies bit by bit between before and after, and over the
 // seeds each changing bit is seen on both sides.
-TEST_F(Simulated, AnOperationIsTornBitByBit) {
+TEST_F(Simulated, AnOperationIsTornBitByBitAndNothingHappensUntilTheRestart) {
   Random random(7);
   NorArray before;
   for (unsigned char& b : before.bytes) {
     b = static_cast<unsigned char>(random.word());
   }
   unsigned int kept = 0, set = 0, cleared = 0;
+  const NorArray& left = part.array();
   for (unsigned int seed = 0; seed < 64; ++seed) {
     part.load(before);
     part.cutAt(1, PfSimMedium::CUT_INSIDE, seed);
     erase(1);
-    ASSERT_TRUE(!part.powered() && part.lastOperation().erase);
-    ASSERT_EQ(part.lastOperation().before, before.word(8192));
-    const NorArray& left = part.array();
+    part.startProgram(0, 0);
+    part.startErase(0);
+    ASSERT_FALSE(part.powered() || pfIsEraseComplete());
+    ASSERT_TRUE(readWord(0) == 0xFFFF && pfIsBlkErased(0)) << "nothing can be read";
     for (unsigned int i = 0; i < sizeof before.bytes; ++i) {
       ASSERT_EQ(left.bytes[i] & (i < 8192 ? 0xFF : before.bytes[i]), before.bytes[i]);
     }
@@ -242,9 +219,8 @@ class InAFile : public testing::Test {
 
   static NorArray onDisk() {
     NorArray image;
-    const std::string bytes = readWhole(PATH);
-    EXPECT_EQ(bytes.size(), sizeof image.bytes);
-    bytes.copy(reinterpret_cast<char*>(image.bytes), sizeof image.bytes);
+    char* const bytes = reinterpret_cast<char*>(image.bytes);
+    EXPECT_EQ(readWhole(PATH).copy(bytes, FLASH_AREA_SIZE + 1), sizeof image.bytes);
     return image;
   }
 
@@ -270,23 +246,17 @@ class InAFile : public testing::Test {
 };
 
 TEST_F(InAFile, RefusesWhatIsNoStoreFileAndSaysWhy) {
-  for (const unsigned int size : {1U, 8192U, 16383U, 16385U}) {
+  for (const unsigned int size : {16383U, 16385U}) {
     writeWhole(PATH, std::string(size, 'x'));
     EXPECT_FALSE(file.open(PATH, false));
     EXPECT_THAT(file.error(), testing::HasSubstr("it has " + std::to_string(size) + " bytes"));
-    EXPECT_EQ(std::filesystem::file_size(PATH), size);
   }
-  EXPECT_FALSE(file.open("none/presets.flash", false));
-  EXPECT_THAT(file.error(), testing::HasSubstr("No such file"));
   EXPECT_FALSE(file.open("/dev/null", false));
   EXPECT_THAT(file.error(), testing::HasSubstr("not a regular file"));
 
   writeWhole(PATH, "");  // left by a process killed right after it had created the file
   start();
   EXPECT_TRUE(onDisk().isErased(0) && onDisk().isErased(1));
-  PfFileMedium second;
-  EXPECT_FALSE(second.open(PATH, false));
-  EXPECT_THAT(second.error(), testing::HasSubstr("another process has it open"));
 }
 
 // An empty file and a whole one, with every system call of their opening failing once, or from
@@ -380,12 +350,11 @@ TEST_F(InAFile, ADurableMediumOrdersTheDiskAndSurvivesItsErrors) {
   EXPECT_TRUE(complete());
   EXPECT_EQ(std::memcmp(onDisk().bytes, model.bytes, sizeof model.bytes), 0);
   EXPECT_STREQ(file.error(), "");
-
   // Nothing relies on marks in a block that is being filled.
   pfBlkEraseNoWait(0);
-  for (const unsigned short word : {std::uint16_t{0x6005}, std::uint16_t{0x3FFF}}) {
+  for (const int word : {0x6005, 0x3FFF}) {
     ASSERT_TRUE(complete());
-    pfWriteWordNoWait(4, word);
+    pfWriteWordNoWait(4, static_cast<unsigned short>(word));
   }
   EXPECT_TRUE(complete());
   EXPECT_EQ(writes.sinceSync, 3);
