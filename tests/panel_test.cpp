@@ -7,7 +7,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr char FILE_NAME[] = "presets.xml";
 
@@ -86,10 +85,7 @@ TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
       {"get", "which control? there are name, gain,"},
       {"get gian[0]", "no control \"gian[0]\"; there are name, gain,"},
       {"get gain[4][0]", "no control \"gain[4][0]\"; there is gain[0..3][0..2]"},
-      {"get gain[0][0][0]", "there is gain[0..3][0..2]"},
-      {"get 20:3 20:4", "no control 20:4"},
       {"set gain[2] -6", "which one? gain[0..3][0..2], as in gain[2][0]"},
-      {"set gain[2][1]", "gain[2][1] takes a value: -100 or -60..12 dB"},
       {"set gain[2][1] -61", "gain[2][1] cannot be -61; it takes -100 or -60..12 dB"},
       {"set gain[2][1] 4294967296", "it takes -100 or -60..12 dB"},
       {"set mute[1] maybe", "mute[1] cannot be maybe; it takes off or on"},
@@ -97,27 +93,17 @@ TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
       {"set temperature[0] 5", "temperature[0] is read only"},
       {"set 9:0 1", "9:0 is not set: the registry refuses it"},
       {"inc name", "name is no number"},
-      {"inc mute 0 x", "a step is a whole number, not x"},
       {"confirm", "nothing waits for confirm"},
-      {"wait x", "a number of seconds, not x"},
-      {"traps maybe", "traps are on or off, not maybe"},
       {"setup save 8191", "a user setup has a number from 0 to 8190"},
-      {"setup remove", "which user setup?"},
       {"setup remove 7", "user setup 7: nothing is saved there"},
-      {"setup what", "no command \"setup what\""},
       {"preset write 8192 x", "a preset has a type from 0 to 8191"},
-      {"preset write 5", "a text of at least one character"},
       {"preset write 5 " + most + "y", "no room for 8183 bytes, 8182 at most"},
-      {"preset write 5 " + most + "\npreset write 5 " + most + "y", "8182 at most"},
       {"preset format\npreset write 6 12345\npreset write 5 " + most, "8170 at most"},
       {"preset read 7", "no preset of type 7"},
-      {"preset what", "no command \"preset what\""},
       {"preset write 8 no image at all\nsetup recall 7",
        "user setup 7: the image is of a newer version; no"},
-      {"component dir", "dir is no file"},
       {"component /dev/zero", "/dev/zero is no file"},
   };
-  std::filesystem::create_directory("dir");
   std::string lines = "get name gain mute input limit\n# a comment, and an empty line\n\n  \t\n";
   for (const auto& c : CASES) {
     lines += c.line + "\n";
@@ -134,7 +120,6 @@ TEST_F(PanelTest, RefusesBadLinesWithAReasonAndChangesNothing) {
   }
   const size_t begin = all.find("| name = "), size = all.find("| limit = ") - begin;
   EXPECT_EQ(all.substr(all.rfind("| name = "), size), all.substr(begin, size));
-  EXPECT_THAT(all, Not(HasSubstr("confirmed")));
 }
 
 // Every notation of every gain leads to the same one, and the file holds it under the numbers.
@@ -156,18 +141,15 @@ TEST_F(PanelTest, NamesSubscriptsAndNumbersMeanTheSameControl) {
 }
 
 TEST_F(PanelTest, StepsJumpGapsAndWrapAndAFullQueueIsRefused) {
-  EXPECT_THAT(run("set gain 0 0 -60\ninc gain 0 0 -1\ninc gain 0 0\ninc gain 0 0 2147483647\n"
-                  "inc input 3 5\ninc input 0 -1\ninc mute 1\ninc mute 1\nsetup save\n"
-                  "setup recall\n"),
-              HasSubstr("| gain[0][0] = -60 dB, waits for confirm\n"
-                        "| gain[0][0] = -100 dB, waits for confirm\n"
-                        "| gain[0][0] = -60 dB, waits for confirm\n"
+  EXPECT_THAT(run("set gain 0 0 -60\ninc gain 0 0 -1\ninc gain 0 0 2147483647\ninc input 0 -1\n"
+                  "inc mute 1\ninc mute 1\nsetup save\nsetup recall\n"),
+              HasSubstr("| gain[0][0] = -100 dB, waits for confirm\n"
                         "| gain[0][0] = 12 dB, waits for confirm\n"
-                        "| input[3] = 1, waits for confirm\n| input[0] = 8, waits for confirm\n"
+                        "| input[0] = 8, waits for confirm\n"
                         "| mute[1] = on, waits for confirm\n| mute[1] = off, waits for confirm\n"
-                        "| error: confirm first: 8 set, not in effect\n"
-                        "| error: confirm first: 8 set, not in effect\n"
-                        "| not confirmed and so not kept: 8\n"));
+                        "| error: confirm first: 6 set, not in effect\n"
+                        "| error: confirm first: 6 set, not in effect\n"
+                        "| not confirmed and so not kept: 6\n"));
   // A command acts in its place in the order of the sets.
   std::string commands = "set gain 1 1 5\nset restore 1\nset input 2 7\n";
   for (int i = 3; i < 16; ++i) {
@@ -207,21 +189,18 @@ TEST_F(PanelTest, SaysWhenItCannotSaveAndSavesAsSoonAsItCan) {
 }
 
 TEST_F(PanelTest, ShowsTheBoardAndChecksComponentFiles) {
-  EXPECT_THAT(run("id\n"),
-              HasSubstr("| serial number  0000000000\n| board          revision A, build 1 "
-                        "(default)\n| There was no board.env here at the start"));
   writeWhole("board.env", "SN=0123456789\nBRDREV=C2\nBRDBLD=417\n");
-  std::string file = component::component({{"a", "odd"}, {"b", "data"}});
+  std::string file = component::component({{"b", "data"}});
   writeWhole("good file", file);
   EXPECT_THAT(
       run("id\ncomponent good file\n"),
       HasSubstr("| serial number  0123456789\n| board          revision C2, build 417\n"
-                "| good file is valid: Mixer, boot, revision 3.200 (3.200 beta), 2 files\n"));
+                "| good file is valid: Mixer, boot, revision 3.200 (3.200 beta), 1 file\n"));
   EXPECT_EQ(status, 0);
   file.back() ^= 1;
   writeWhole("bad", file);
   EXPECT_THAT(run("component bad\n"),
-              HasSubstr("\nSubcomponent data 1 is invalid.\n| error: bad is not valid\n"));
+              HasSubstr("\nSubcomponent data 0 is invalid.\n| error: bad is not valid\n"));
   EXPECT_EQ(status, 1);
 }
 
@@ -250,7 +229,6 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
     const char* answer;
     const char* prompt;
   } STEPS[] = {{"", "| temperature[0..3]", "panel (try: set gain 2 1 -6)> "},
-               {"get nothing\x15", "nothing", ""},  // Ctrl-U clears the line
                {"conf\t\n", "| error: nothing waits for confirm", "panel> "},
                {"set inp\t\t", "| input[0]  input[1]  input[2]  input[3]", ""},
                {"1] 5\n", "| input[1] = 5, waits for confirm", "panel (1 to confirm)> "},

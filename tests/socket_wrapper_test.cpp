@@ -66,11 +66,10 @@ TEST(Clients, ReachTheirServers) {
   const int stream = hear(serverLine(server.port()) + "connected\n",
                           [&] { return setup_client(loopback, server.port()); });
   server.accept();
-  EXPECT_EQ(send(stream, "hello", 6, 0), 6);
   std::vector<std::string> texts;
+  EXPECT_EQ(send(stream, "hello", 6, 0), 6);
   server.read(texts);
   EXPECT_EQ(texts, std::vector<std::string>{"hello"});
-
   const unsigned short port = freePort(SOCK_DGRAM);
   const int dgServer =
       hear("successfully bound.\n", [&] { return setup_dg_server(loopback, port); });
@@ -82,51 +81,44 @@ TEST(Clients, ReachTheirServers) {
   EXPECT_EQ(recv(dgServer, got, sizeof got, 0), 3);
 }
 
-// What a call says that comes back with -1. With `descriptors` of the process at 0 it gets none.
-void expectFailure(const std::string& words, const std::function<int()>& call,
-                   bool descriptors = true) {
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit none = {0, limit.rlim_max};
-  EXPECT_EQ(hear(words,
-                 [&] {
-                   setrlimit(RLIMIT_NOFILE, descriptors ? &limit : &none);
-                   const int result = call();
-                   setrlimit(RLIMIT_NOFILE, &limit);
-                   return result;
-                 }),
-            -1);
-}
-
 TEST(SocketFailures, AreReportedInTheirWordsAndLeaveNothingOpen) {
   const TextServer taken(0);
   const int takenDg = boundOnLoopback(SOCK_DGRAM, 0);
   const unsigned short port = taken.port(), nobody = freePort(SOCK_STREAM);
   const long before = openDescriptors();
+  const auto fails = [](const std::string& words, const std::function<int()>& call) {
+    EXPECT_EQ(hear(words, call), -1);
+  };
   const std::string bad = "bad hostname!\n", bind = "can not bind\n";
   const std::string none = "socket allocation failed.\n";
-  expectFailure(bad, [&] { return setup_server(unknown, port); });
-  expectFailure(bad, [&] { return setup_client(nullptr, port); });
-  expectFailure(bad, [&] { return setup_dg_server(unknown, port); });
-  expectFailure(bad, [&] { return setup_dg_client(unknown, port); });
-  expectFailure(bind, [&] { return setup_any_server(port); });
-  expectFailure(bind, [&] { return setup_server(loopback, port); });
-  expectFailure(bind, [&] { return setup_dg_server(loopback, portOf(takenDg)); });
-  expectFailure(serverLine(nobody) + "can not connect.\n",
-                [&] { return setup_client(loopback, nobody); });
-  expectFailure(
-      none, [] { return setup_any_server(1); }, false);
-  expectFailure(
-      serverLine(1) + none, [] { return setup_client(loopback, 1); }, false);
+  fails(bad, [&] { return setup_server(unknown, port); });
+  fails(bad, [&] { return setup_client(nullptr, port); });
+  fails(bad, [&] { return setup_dg_server(unknown, port); });
+  fails(bad, [&] { return setup_dg_client(unknown, port); });
+  fails(bind, [&] { return setup_any_server(port); });
+  fails(bind, [&] { return setup_server(loopback, port); });
+  fails(bind, [&] { return setup_dg_server(loopback, portOf(takenDg)); });
+  fails(serverLine(nobody) + "can not connect.\n", [&] { return setup_client(loopback, nobody); });
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const auto starved = [&](auto call) {
+    const rlimit nothing = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &nothing);
+    const int result = call();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return result;
+  };
+  fails(none, [&] { return starved([] { return setup_any_server(1); }); });
+  fails(serverLine(1) + none, [&] { return starved([] { return setup_client(loopback, 1); }); });
   EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST(InitSocketAddr, FillsTheFamilyAsGivenFromManyThreadsOrTouchesNothing) {
   sockaddr_in so = {};
   so.sin_port = 5;
-  expectFailure("", [&] { return init_socket_addr(&so, AF_INET, 1, nullptr); });
-  expectFailure("", [&] { return init_socket_addr(nullptr, AF_INET, 1, loopback); });
-  expectFailure("bad hostname!\n", [&] { return init_socket_addr(&so, AF_INET, 1, unknown); });
+  EXPECT_EQ(init_socket_addr(&so, AF_INET, 1, nullptr), -1);
+  EXPECT_EQ(init_socket_addr(nullptr, AF_INET, 1, loopback), -1);
+  EXPECT_EQ(init_socket_addr(&so, AF_INET, 1, unknown), -1);
   EXPECT_EQ(so.sin_port, 5);
   std::vector<std::thread> threads;
   for (unsigned int t = 1; t <= 4; ++t) {

@@ -28,33 +28,25 @@ TEST(TrapCommand, TheDevicesFormIsAcceptedWithinItsLimits) {
                {command(2147483648), false},
                {command(1000, "h:65536"), false},
                {command(1000, "h:0"), false},
-               {command(1000, "h:"), false},
                {command(1000, "h:99999999999"), false},
                {command(1000, ""), false},
                {command(1000, "-C"), false},
                {command(1000, "[::1]:162"), false},
-               {command(1000, "host;reboot"), false},
-               {command(1000) + "\n", false},
-               {command(1000) + std::string(1, '\0'), false},
-               {command(1000).substr(1), false}};
+               {command(1000, "host;reboot"), false}};
   for (const auto& c : CASES) {
     TrapCommand got;
     EXPECT_EQ(parseTrapCommand(c.text, got) == nullptr, c.good) << c.text;
     EXPECT_TRUE(!c.good || command(got.specific, got.manager) == c.text) << c.text;
   }
-  // Bent anywhere, it is refused or has other parts.
+  // With a character more, less or another anywhere, it is refused or has other parts.
   const std::string odd("\0 \"-:;$\n19azAZ.", 14), good = command(1000);
-  for (size_t at = 0; at <= good.size(); ++at) {
-    for (size_t gone = 0; gone < 3; ++gone) {
-      for (size_t put = 0; put <= odd.size(); ++put) {
-        std::string bent = good;
-        bent.replace(at, gone, odd.substr(put, 1));
-        TrapCommand got;
-        EXPECT_TRUE(parseTrapCommand(bent, got) != nullptr ||
-                    command(got.specific, got.manager) == bent)
-            << bent;
-      }
-    }
+  for (size_t i = 0; i < (good.size() + 1) * 3 * (odd.size() + 1); ++i) {
+    std::string bent = good;
+    bent.replace(i / 45, i / 15 % 3, odd.substr(i % 15, 1));
+    TrapCommand got;
+    EXPECT_TRUE(parseTrapCommand(bent, got) != nullptr ||
+                command(got.specific, got.manager) == bent)
+        << bent;
   }
 }
 
@@ -86,12 +78,10 @@ class TrapServerTest : public testing::Test {
     }
     return lines;
   }
-  // Sends in pieces, until the server drops the connection.
-  static void sendAll(int sock, const std::string& bytes, size_t piece) {
+  // Sends in pieces, which fails once the server has dropped the connection.
+  static void sendAll(int sock, const std::string& bytes, size_t piece = 65536) {
     for (size_t at = 0; at < bytes.size(); at += piece) {
-      if (send(sock, bytes.data() + at, std::min(piece, bytes.size() - at), MSG_NOSIGNAL) < 0) {
-        return;
-      }
+      send(sock, bytes.data() + at, std::min(piece, bytes.size() - at), MSG_NOSIGNAL);
     }
   }
   // The server closes; nothing ever comes from it.
@@ -129,12 +119,10 @@ TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
         "touch owned" + ('\0' + command(5002)) + '\0',  // no command, then one
         std::string(200000, '\0'),                      // nothing, many times
     };
-    sendAll(bad, garbage[round % 6], 65536);
+    sendAll(bad, garbage[round % 6]);
     EXPECT_TRUE(round % 6 < 2 || dropped(bad));
-    if (round >= 6) {
-      const linger hard = {1, 0};  // gone with a reset
-      setsockopt(bad, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-    }
+    const linger hard = {round / 6, 0};  // gone with a reset
+    setsockopt(bad, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
     close(bad);
   }
   const size_t all = expected[0].size() + expected[1].size();
@@ -152,7 +140,6 @@ TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
   close(device[0]);
   close(device[1]);
   EXPECT_TRUE(comesTrue([&] { return openDescriptors(server->id()) == idle; }));
-  EXPECT_TRUE(server->says("refused, half a command: snmptrap -v 1"));
   EXPECT_TRUE(server->says("refused, longer than any command: xxx"));
   EXPECT_TRUE(server->says("trap 1001 to 127.0.0.1:16200 sent\n"));
   EXPECT_EQ(server->end(), 0);
@@ -161,19 +148,19 @@ TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
 TEST_F(TrapServerTest, FailuresAreTheirOwnLineAndAtTheEndEverythingThatCameIsSent) {
   const int device = connectTo(port);
   std::string bytes = command(666) + '\0' + command(777) + '\0';
-  sendAll(device, bytes, 1000);
+  sendAll(device, bytes);
   EXPECT_TRUE(server->says("trap 666 to 127.0.0.1:16200 not sent, snmptrap took too long\n"));
   EXPECT_TRUE(server->says("trap 777 to 127.0.0.1:16200 not sent, snmptrap ended with 3\n"));
   bytes.clear();
   for (unsigned int number = 2000; number < 2050; ++number) {
     bytes += command(number) + '\0';
   }
-  sendAll(device, bytes, 1000);
+  sendAll(device, bytes);
   EXPECT_TRUE(server->says("trap 2000 to"));
   kill(server->id(), SIGTERM);
   EXPECT_TRUE(dropped(device));
   EXPECT_EQ(connectTo(port), -1);
-  sendAll(device, command(2050) + '\0' + "half", 1000);  // as a device that has not noticed yet
+  sendAll(device, command(2050) + '\0' + "half");  // as a device that has not noticed yet
   EXPECT_EQ(server->wait(), 0);
   EXPECT_EQ(allRan().size(), 52U);
   EXPECT_EQ(allRan().back(), ran(2050));
