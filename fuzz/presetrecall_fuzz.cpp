@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Watch* watch = list.items.empty() ? nullptr : list.items[data[1] % list.items.size()]->watch();
   watch = watch == nullptr ? &none : watch;
   watch->refuse = (data[0] & 8) != 0;
-  watch->inconsistent = (data[0] & 16) != 0;
+  watch->judge = [&] { return (data[0] & 16) == 0; };
 
   std::vector<unsigned char> undo(presetUndoSize(list.table()) + 1);
   const std::string before = list.state();

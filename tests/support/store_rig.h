@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 #include <string>
@@ -47,16 +46,13 @@ class StoreRig {
 
   /// Flushes until nothing is left. False when power is lost on the way.
   bool drain() {
-    for (int passes = 0; passes < 200000; ++passes) {
-      if (pass()) {
-        return true;
-      }
+    for (int passes = 0; !pass(); ++passes) {
+      CTRL_ASSERT(passes < 200000);
       if (!part.powered()) {
         return false;
       }
     }
-    std::puts("the store does not come to rest");
-    std::abort();
+    return true;
   }
 
   /// Starts the process anew on what the medium holds.
@@ -76,16 +72,16 @@ class StoreRig {
   /// Stores a preset under `type` as an application does.
   static int write(unsigned short type, const std::string& bytes) {
     PresetMgr handle;
-    if (handle.openFirst(type, PM_WRITE) != ERR_OK && handle.openNew(type) != ERR_OK) {
-      return ERR_NOT_FOUND;
+    if (handle.openFirst(type, PM_WRITE) != ERR_OK) {
+      handle.openNew(type);
     }
     return handle.write(bytes.data(), static_cast<unsigned int>(bytes.size()));
   }
 
   static int remove(unsigned short type) {
     PresetMgr handle;
-    const int res = handle.openFirst(type, PM_WRITE);
-    return res == ERR_OK ? handle.remove() : res;
+    handle.openFirst(type, PM_WRITE);
+    return handle.remove();
   }
 
   /// The first preset of `type`; empty when there is none.
@@ -93,9 +89,8 @@ class StoreRig {
     PresetMgr handle;
     std::string bytes(FLASH_PARM_BLK_SIZE, '\0');
     unsigned int len = FLASH_PARM_BLK_SIZE;
-    const bool found =
-        handle.openFirst(type, PM_READ) == ERR_OK && handle.read(&bytes[0], len) == ERR_OK;
-    bytes.resize(found ? len : 0);
+    handle.openFirst(type, PM_READ);
+    bytes.resize(handle.read(&bytes[0], len) == ERR_OK ? len : 0);
     return bytes;
   }
 
@@ -121,17 +116,6 @@ class StoreRig {
       preset.type &= PRESET_TYPE_MASK;
     }
     return all;
-  }
-
-  /// The bytes of the medium from store address `addr` on, in hexadecimal.
-  std::string medium(unsigned int addr, unsigned int len) const {
-    std::string hex;
-    for (unsigned int i = 0; i < len; ++i) {
-      char digits[4];
-      std::snprintf(digits, sizeof digits, i == 0 ? "%02X" : " %02X", part.array().bytes[addr + i]);
-      hex += digits;
-    }
-    return hex;
   }
 
   PfSimMedium part;
