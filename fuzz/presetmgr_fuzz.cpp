@@ -13,25 +13,18 @@
 
 namespace {
 
-class Input {
- public:
-  Input(const std::uint8_t* d, std::size_t s) : data(d), left(s) {}
-  bool more() const { return left > 0; }
+struct Input {
   unsigned int byte() {
-    if (left == 0) {
-      return 0;
-    }
-    --left;
-    return *data++;
+    left -= left > 0 ? 1 : 0;
+    return left == 0 ? 0 : *data++;
   }
   unsigned int word() {
     const unsigned int high = byte();
     return high << 8 | byte();
   }
 
- private:
   const std::uint8_t* data;
-  std::size_t left;
+  std::size_t left;  // the bytes, and one more
 };
 
 void patchMedium(Input& in, NorArray& image) {
@@ -71,13 +64,13 @@ void operate(Input& in, StoreRig& rig, PresetMgr& handle) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static StoreRig rig;
-  Input in(data, size);
+  Input in = {data, size + 1};
   const std::unique_ptr<NorArray> image = std::make_unique<NorArray>();
   patchMedium(in, *image);
   rig.restartOn(*image);
   {
     PresetMgr handle;
-    while (in.more()) {
+    while (in.left > 1) {
       operate(in, rig, handle);
     }
     rig.drain();

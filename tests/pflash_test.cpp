@@ -90,55 +90,28 @@ class Simulated : public testing::Test {
     pfInit();
   }
 
-  // Runs one word, or one erase, to its completion; the number of polls that it took.
-  int program(unsigned int addr, unsigned short word) {
+  static void program(unsigned int addr, unsigned short word) {
     pfWriteWordNoWait(addr, word);
-    return finish(pfIsWriteComplete);
-  }
-  int erase(unsigned int id) {
-    pfBlkEraseNoWait(id);
-    return finish(pfIsEraseComplete);
+    pfIsWriteComplete();
   }
   void restart() {
     part.powerUp();
     pfInit();
   }
   PfSimMedium part;
-
- private:
-  int finish(bool (*complete)()) {
-    int polls = 1;
-    while (!complete() && part.powered()) {
-      ++polls;
-    }
-    return polls;
-  }
 };
 
 TEST(WithoutAMedium, EverythingReadsErasedAndNothingIsKept) {
-  pfUseMedium(nullptr);
   pfInit();
   EXPECT_EQ(pfGetFlashOffset(), 16384U);
   EXPECT_EQ(pfWriteWordNoWait(16382, 0x1234), 16384U);
-  pfBlkEraseNoWait(1);
-  EXPECT_TRUE(pfIsWriteComplete() && pfIsEraseComplete() && pfIsBlkErased(1));
+  EXPECT_TRUE(pfIsWriteComplete() && pfIsBlkErased(1));
   EXPECT_EQ(readWord(16382), 0xFFFF);
   EXPECT_FATAL(pfBlkEraseNoWait(2), "id < 2");
   pfReset();
   PfSimMedium late;
   EXPECT_FATAL(pfUseMedium(&late), "!started");
   pfUseMedium(nullptr);
-}
-
-TEST_F(Simulated, ProgrammingClearsBitsAnEraseSetsABlockAndBothTakeTheirPolls) {
-  EXPECT_EQ(program(8192, 0x7FFE), 1);
-  part.setLatency(3, 10);
-  EXPECT_EQ(program(8192, 0xEFFF), 4);
-  EXPECT_EQ(program(0, 0x6123), 4);
-  EXPECT_EQ(readWord(8192), 0x6FFE);
-  EXPECT_EQ(erase(0), 11);
-  EXPECT_TRUE(pfIsBlkErased(0) && !pfIsBlkErased(1));
-  EXPECT_TRUE(part.counters().words == 3 && part.counters().erases == 1);
 }
 
 TEST_F(Simulated, ABrokenRuleStopsTheProcess) {
@@ -184,7 +157,7 @@ TEST_F(Simulated, AnOperationIsTornBitByBitAndNothingHappensUntilTheRestart) {
   for (unsigned int seed = 0; seed < 64; ++seed) {
     part.load(before);
     part.cutAt(1, PfSimMedium::CUT_INSIDE, seed);
-    erase(1);
+    pfBlkEraseNoWait(1);
     part.startProgram(0, 0);
     part.startErase(0);
     ASSERT_FALSE(part.powered() || pfIsEraseComplete());

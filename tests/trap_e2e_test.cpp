@@ -39,7 +39,7 @@ class TrapEndToEnd : public testing::Test {
   size_t arrived() const {
     const std::string log = trapd->output();
     size_t count = 0;
-    for (size_t at = 0; (at = log.find("Enterprise Specific", at)) != log.npos; ++at) {
+    for (size_t at = 0; (at = log.find("Enterprise Specific", at) + 1) != 0;) {
       ++count;
     }
     return count;
@@ -66,17 +66,13 @@ TEST_F(TrapEndToEnd, AConfirmedChangeArrivesAlsoWhenItsServerWasAway) {
   EXPECT_TRUE(arrives(1007)) << "the alarm of the last channel's temperature";
   EXPECT_TRUE(panel.says("2 settings confirmed"));
   EXPECT_EQ(arrived(), 20U + 1 + 4);
-  EXPECT_NE(trapd->output().find("community fabric"), std::string::npos);
-  EXPECT_NE(trapd->output().find("tamrisvaneInstance.1 = INTEGER: 1"), std::string::npos);
+  EXPECT_TRUE(trapd->says("community fabric"));
+  EXPECT_TRUE(trapd->says("tamrisvaneInstance.1 = INTEGER: 1"));
 
   for (const int signal : {SIGTERM, SIGKILL}) {
     server->end(signal);
     panel.type(signal == SIGTERM ? "set gain 2 1 -100\nconfirm\n" : "set gain 2 1 0\nconfirm\n");
-    const std::string away = "NetTrap::Send---> can not connect to trap generation server\n";
-    EXPECT_TRUE(panel.says(away));
-    panel.type("traps\n");
-    EXPECT_TRUE(panel.says(signal == SIGTERM ? "1028/1029  yes  no, pending"
-                                             : "1028/1029  no   yes, pending"));
+    EXPECT_TRUE(panel.saysNext("Send---> can not connect to trap generation server\n"));
     startServer();
     EXPECT_TRUE(comesTrue([&] { return arrived() == (signal == SIGTERM ? 26U : 27U); }));
   }

@@ -38,16 +38,6 @@ TEST(TrapCommand, TheDevicesFormIsAcceptedWithinItsLimits) {
     EXPECT_EQ(parseTrapCommand(c.text, got) == nullptr, c.good) << c.text;
     EXPECT_TRUE(!c.good || command(got.specific, got.manager) == c.text) << c.text;
   }
-  // With a character more, less or another anywhere, it is refused or has other parts.
-  const std::string odd("\0 \"-:;$\n19azAZ.", 14), good = command(1000);
-  for (size_t i = 0; i < (good.size() + 1) * 3 * (odd.size() + 1); ++i) {
-    std::string bent = good;
-    bent.replace(i / 45, i / 15 % 3, odd.substr(i % 15, 1));
-    TrapCommand got;
-    EXPECT_TRUE(parseTrapCommand(bent, got) != nullptr ||
-                command(got.specific, got.manager) == bent)
-        << bent;
-  }
 }
 
 // A server whose snmptrap is a script that writes its arguments to the file "ran".
