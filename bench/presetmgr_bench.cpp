@@ -86,8 +86,8 @@ struct PlainFile {
 
  private:
   void finish(int fd, bool sync) const {
-    const ssize_t size = static_cast<ssize_t>(count * PAYLOAD);
-    stopOn(fd < 0 || write(fd, presets, count * PAYLOAD) != size, PLAIN_FILE);
+    const std::size_t size = count * PAYLOAD;
+    stopOn(fd < 0 || write(fd, presets, size) != static_cast<ssize_t>(size), PLAIN_FILE);
     stopOn(sync && fsync(fd) != 0, PLAIN_FILE);
     close(fd);
   }
@@ -241,7 +241,7 @@ int main(int argc, char** argv) {
     std::printf(
         "An image of 8192 bytes rewritten for each of them: %.2f words and %.6f erases per "
         "byte\n",
-        FLASH_PARM_BLK_SIZE / 2 / 12.0, 1 / 12.0);
+        FLASH_PARM_BLK_SIZE / 2.0 / 12, 1 / 12.0);
   }
   unlink(PLAIN_FILE);
   return status;

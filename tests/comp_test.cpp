@@ -35,7 +35,7 @@ std::string check(const std::string& bytes) {
   const Image image(bytes.begin(), bytes.end());
   testing::internal::CaptureStdout();
   const unsigned int result = validate_bin_file(image.data(), image.size());
-  const std::string said = testing::internal::GetCapturedStdout();
+  std::string said = testing::internal::GetCapturedStdout();
   EXPECT_EQ(result, said.empty() ? 1U : 0U);
   return said;
 }
@@ -47,7 +47,7 @@ std::string locate(const std::string& bytes, const std::string& name) {
   testing::internal::CaptureStdout();
   const unsigned char* const data =
       locate_file_in(headerOf(image), image.size(), name.c_str(), &size);
-  const std::string said = testing::internal::GetCapturedStdout();
+  std::string said = testing::internal::GetCapturedStdout();
   EXPECT_TRUE(data != nullptr || size == 12345);
   return said + (data == nullptr ? "(null)" : std::string(data, data + size));
 }
