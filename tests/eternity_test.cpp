@@ -47,14 +47,9 @@ class ArchiveTest : public testing::Test {
   }
 
   // The message of the exception with which reading `bytes` ends, or an empty text.
-  std::string refusal(const std::string& bytes, bool fromFile = false) {
+  std::string refusal(const std::string& bytes) {
     try {
-      if (fromFile) {
-        writeWhole(FILE_NAME, bytes);
-        xml.open(FILE_NAME, archive::load);
-      } else {
-        xml.parse(bytes);
-      }
+      xml.parse(bytes);
       return {};
     } catch (const eternity::exception& e) {
       EXPECT_TRUE(xml.is_loading());
@@ -88,12 +83,12 @@ std::string frame(const std::string& inside) {
   return START + inside + "</archive>\n";
 }
 
-// Texts that mix what is special to XML with any byte that a text can hold, from `lowest` on.
-std::string randomText(Random& random, int lowest, int highest) {
+// A text that mixes what is special to XML with any byte but 0.
+std::string randomText(Random& random) {
   std::string text;
   for (unsigned int n = random.below(40); n > 0; --n) {
     text += random.oneIn(2) ? "<>&;#/'\" \t\n]-!?archive"[random.below(22)]
-                            : static_cast<char>(random.between(lowest, highest));
+                            : static_cast<char>(static_cast<unsigned char>(random.between(1, 255)));
   }
   return text;
 }
@@ -111,6 +106,7 @@ TEST_F(ArchiveTest, FileIsTheDocumentedTextAndDoneTwiceEndsItOnce) {
       "<CV-90-I-1></CV-90-I-1>\n";
   EXPECT_EQ(readWhole(FILE_NAME), START + body) << "each element is flushed";
   EXPECT_THROW(text("CV-90-I-0"), eternity::exception) << "it is no archive for reading";
+  EXPECT_THROW(xml.write<int>("", 1), eternity::exception) << "no name";
   xml.m_nTab = 2;
   xml.write<int>("deep", 1);
   xml.done();
@@ -128,19 +124,13 @@ TEST_F(ArchiveTest, EveryTextComesBackByteForByte) {
     Elements elements;
     for (unsigned int i = 0; i < 40; ++i) {
       // Names that are prefixes of one another, some of them twice.
-      elements.emplace_back(
-          "CV-" + std::to_string(random.below(30)),
-          round == 0 ? randomText(random, 0x20, 0x7E) : randomText(random, -128, 127));
+      elements.emplace_back("CV-" + std::to_string(random.below(30)), randomText(random));
     }
     store(elements);
-    if (round == 0) {
-      const int status = std::system("xmllint --noout a.xml >&2");
-      EXPECT_TRUE(WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 127) << "127: no xmllint";
-    }
     xml.open(FILE_NAME, archive::load);
     std::map<std::string, int> seen;
     for (const auto& [key, value] : elements) {
-      ASSERT_EQ(text(key, seen[key]++), value.c_str());
+      ASSERT_EQ(text(key, seen[key]++), value);
     }
     for (const auto& [key, count] : seen) {
       EXPECT_THROW(text(key, count), eternity::exception);
@@ -150,10 +140,7 @@ TEST_F(ArchiveTest, EveryTextComesBackByteForByte) {
 }
 
 TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
-  const struct {
-    const char* element;
-    const char* text;
-  } cases[] = {
+  const std::pair<std::string, std::string> cases[] = {
       {"<a>R&D & &amp &amp; &;</a>", "R&D & &amp & &;"},
       {"<a>&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#1a;</a>", "&nbsp;&#256;&#0;&#x0;&#;&#x;&#-1;&#1a;"},
       {"<a>&#13;&#xE9;&quot;&apos;&lt;&gt;</a>", "\r\xE9\"'<>"},
@@ -167,9 +154,9 @@ TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
       {"<!-- <a>0</a> --> <a>t</a><?p <a> ?>", "t"},
       {"<b>1</b>\r\n\r\n  <a>t</a>  <c></c>", "t"},
   };
-  for (const auto& c : cases) {
-    ASSERT_EQ(refusal(frame(c.element)), "") << c.element;
-    EXPECT_EQ(text("a"), c.text) << c.element;
+  for (const auto& [element, value] : cases) {
+    ASSERT_EQ(refusal(frame(element)), "") << element;
+    EXPECT_EQ(text("a"), value) << element;
   }
   for (const std::string start :
        {"<archive>", "\xEF\xBB\xBF<archive>", "\n<archive x='1'>",
@@ -181,14 +168,12 @@ TEST_F(ArchiveTest, ReadsPlainAndEditedFiles) {
 }
 
 TEST_F(ArchiveTest, NumbersAreWholeAndFitIn32Bits) {
-  const struct {
-    const char* text;
-    int value;
-  } numbers[] = {{"0", 0},   {"-3", -3}, {" \r\n\t 42\n", 42}, {"2147483647", INT_MAX},
-                 {"007", 7}, {"-0", 0},  {"&#52;2", 42},       {"-2147483648", INT_MIN}};
-  for (const auto& c : numbers) {
-    ASSERT_EQ(refusal(frame("<a>" + std::string(c.text) + "</a>")), "");
-    EXPECT_EQ(number("a"), c.value) << c.text;
+  const std::pair<std::string, int> numbers[] = {
+      {"0", 0},   {"-3", -3}, {" \r\n\t 42\n", 42}, {"2147483647", INT_MAX},
+      {"007", 7}, {"-0", 0},  {"&#52;2", 42},       {"-2147483648", INT_MIN}};
+  for (const auto& [text, value] : numbers) {
+    ASSERT_EQ(refusal(frame("<a>" + text + "</a>")), "");
+    EXPECT_EQ(number("a"), value) << text;
   }
   for (const std::string text : {"", " ", "2147483648", "-2147483649", "4 2", "42x", "4.0", "0x10",
                                  "+1", "--1", "- 1", "99999999999999999999", "4<!-- -->2", "\v1"}) {
@@ -199,42 +184,26 @@ TEST_F(ArchiveTest, NumbersAreWholeAndFitIn32Bits) {
 }
 
 TEST_F(ArchiveTest, BrokenFramesAreRefused) {
-  const struct {
-    std::string file;
-    const char* message;
-  } cases[] = {
-      {"", "too early"},
-      {"archive", "outside"},
-      {frame("") + "<b>2</b>", "behind the root"},
-      {frame("") + "rest of an older file", "outside"},
-      {frame("") + "</archive>", "end tag"},
-      {frame("text"), "outside of an element, line 3"},
-      {frame("<a>1</b>"), "no end"},
-      {frame("<a>one</b>\n<a>two</a>"), "begins twice"},
-      {frame("<a>one</b>\n<a x='1'>two</a>"), "begins twice"},
-      {frame("<a>one<a</a>"), "begins twice"},
-      {frame("</a>"), "end tag"},
-      {frame("<a x>1</a>"), "attribute"},
-      {frame("<a x=1>1</a>"), "quotes"},
-      {frame("<a x='1>1</a>"), "attribute has no end"},
-      {frame("<>1</>"), "name"},
-      {frame("<a/1</a>"), "tag has no end"},
-      {frame("<!-- <a>1</a>"), "comment"},
-      {frame("<a>1</a><?p"), "instruction"},
-      {frame(std::string("<a>1") + '\0' + "</a>"), "zero byte"},
-      {std::string(4096, '\0'), "zero byte"},
-      {"<other><a>1</a></other>", "root element"},
-      {"<!DOCTYPE archive [", "declaration"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_THAT(refusal(c.file, true), testing::HasSubstr(c.message)) << c.file;
+  for (const std::string file :
+       {"", "archive", "<other><a>1</a></other>", "<!DOCTYPE archive [", "<archive/><b>2</b>",
+        "<archive/>rest of an older file", "<archive/></archive>"}) {
+    EXPECT_NE(refusal(file), "") << file;
   }
+  for (const std::string inside :
+       {"text", "<a>1</b>", "<a>one</b>\n<a>two</a>", "<a>one</b>\n<a x='1'>two</a>",
+        "<a>one<a</a>", "</a>", "<a x>1</a>", "<a x=1>1</a>", "<a x='1>1</a>", "<>1</>", "<a/1</a>",
+        "<!-- <a>1</a>", "<a>1</a><?p"}) {
+    EXPECT_NE(refusal(frame(inside)), "") << inside;
+  }
+  EXPECT_EQ(refusal(frame("\ntext")), "text outside of an element, line 4");
 }
 
 TEST_F(ArchiveTest, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
   mkfifo("fifo", 0600);
   mkdir("directory", 0700);
-  for (const char* name : {"absent", "fifo", "directory", "/dev/zero", "", "/proc/self/mem"}) {
+  writeWhole("zeros", std::string(4096, '\0'));
+  for (const char* name :
+       {"absent", "fifo", "directory", "zeros", "/dev/zero", "", "/proc/self/mem"}) {
     EXPECT_THROW(xml.open(name, archive::load), eternity::exception) << name;
   }
   EXPECT_THROW(xml.open("directory", archive::store), eternity::exception);
@@ -247,94 +216,77 @@ TEST_F(ArchiveTest, DamageIsFoundOrStaysInItsElement) {
   Random random(2);
   Elements elements;
   for (unsigned int i = 0; i < 12; ++i) {
-    elements.emplace_back("CV-" + std::to_string(i), randomText(random, 0x20, 0x7E));
+    elements.emplace_back("CV-" + std::to_string(i), randomText(random));
   }
-  elements.emplace_back("empty", "");
   const std::string whole = store(elements);
   for (std::size_t at = 0; at < whole.size(); ++at) {
     const std::string cut = whole.substr(0, at);
     ASSERT_EQ(refusal(cut).empty(), at + 1 == whole.size()) << "all but the last line break";
     // The same with the end that an archive puts behind a failed write.
-    const char last = at == 0 ? 0 : cut.back();
-    ASSERT_TRUE(!refusal(cut + "</archive>\n").empty() || last == '>' || last == '\n') << cut;
-    for (const char damage : std::string("<>/&;!?-='\" \n0129CV") + randomText(random, 0, 127)) {
+    ASSERT_TRUE(!refusal(cut + "</archive>\n").empty() || cut.find_last_of(">\n") + 1 == at) << cut;
+    for (const char damage : std::string("<>/&;!?-='\" \n0129CV") + randomText(random)) {
       std::string damaged = whole;
       damaged[at] = damage;
       if (!refusal(damaged).empty()) {
         continue;
       }
-      int different = 0;
+      std::size_t same = 0;
       for (const auto& [key, value] : elements) {
         try {
           const std::string got = text(key);
-          different += got == value ? 0 : 1;
+          same += got == value ? 1 : 0;
           ASSERT_LE(got.size(), value.size() + 5) << damaged;
         } catch (const eternity::exception&) {
-          ++different;
         }
       }
-      ASSERT_LE(different, 1) << damaged;
+      ASSERT_GE(same + 1, elements.size()) << damaged;
     }
   }
 }
 
 TEST_F(ArchiveTest, WritesAnyNameThatItReadsBackAndNoOther) {
-  std::string refused;
   for (int c = 0; c <= 255; ++c) {
     const std::string letter(1, static_cast<char>(static_cast<unsigned char>(c)));
-    for (const std::string& name : {letter, "a" + letter, "a" + letter + "b"}) {
+    const bool ends = std::string("\0\t\n\r \"&'/<=>", 12).find(letter) != std::string::npos;
+    for (const std::string& name : {letter, "a" + letter + "b"}) {
+      const bool refused = ends || name == "!" || name == "?";
       xml.open(FILE_NAME, archive::store);
       try {
         xml.write<int>(name, 5);
       } catch (const eternity::exception&) {
-        refused += name;
-        xml.done();
-        EXPECT_EQ(readWhole(FILE_NAME), frame("")) << "a refused write writes nothing";
-        continue;
+        EXPECT_TRUE(refused) << name;
       }
       xml.open(FILE_NAME, archive::load);
-      ASSERT_EQ(number(name), 5) << name;
+      EXPECT_EQ(number(name), refused ? std::nullopt : std::optional(5)) << name;
+      EXPECT_EQ(readWhole(FILE_NAME) == frame(""), refused) << "a refused write writes nothing";
     }
   }
-  std::string expected;
-  for (const char c : std::string("\0\t\n\r !\"&'/<=>?", 14)) {
-    expected += c;
-    expected += c == '!' || c == '?' ? "" : std::string("a") + c + "a" + c + "b";
-  }
-  EXPECT_EQ(refused, expected);
-  xml.open(FILE_NAME, archive::store);
-  EXPECT_THROW(xml.write<int>("", 1), eternity::exception);
 }
 
-TEST_F(ArchiveTest, OpenStartsCleanlyOnAnOpenArchive) {
+TEST_F(ArchiveTest, AnArchiveThatIsReopenedOrDestroyedIsEndedProperly) {
   {
     xml_archive left;
     left.open("first", archive::store);
-    left.write<int>("a", 1);
     left.open("second", archive::store);
     left.write<int>("b", 2);
   }
-  xml.open("first", archive::load);
-  EXPECT_EQ(number("a"), 1);
-  xml.open("second", archive::load);
-  EXPECT_EQ(number("a"), std::nullopt);
-  EXPECT_EQ(readWhole("second"), frame("<b>2</b>\n")) << "a destroyed archive is ended properly";
+  EXPECT_EQ(readWhole("first"), frame(""));
+  EXPECT_EQ(readWhole("second"), frame("<b>2</b>\n"));
 }
 
 TEST_F(ArchiveTest, AnOpenBranchIsReportedByPointer) {
   eternity::node branch("branch");
-  xml.open(FILE_NAME, archive::store);
   xml.m_dBranches.push_back(&branch);
   try {
     xml.done();
     ADD_FAILURE();
   } catch (eternity::exception* e) {
-    EXPECT_STREQ(
-        e->what(),
-        "enter_branch()/leave_current_branch() or make_branch()/leave_current_branch() mismatch");
+    const eternity::exception copy = *e;
     delete e;
+    EXPECT_STREQ(
+        copy.what(),
+        "enter_branch()/leave_current_branch() or make_branch()/leave_current_branch() mismatch");
   }
-  EXPECT_EQ(readWhole(FILE_NAME), frame(""));
   xml.done();
 }
 
@@ -344,15 +296,6 @@ TEST_F(ArchiveTest, AFullDiskShowsInFailed) {
   xml.done();
   EXPECT_TRUE(xml.failed());
   store({});  // the next file starts without the failure
-}
-
-TEST(Exception, ACopyTakesTheTextOfWhat) {
-  struct Derived : eternity::exception {
-    Derived() : exception("base") {}
-    const char* what() const noexcept override { return "derived"; }
-  };
-  const eternity::exception copy{static_cast<const eternity::exception&>(Derived())};
-  EXPECT_STREQ(copy.what(), "derived");
 }
 
 }  // namespace
