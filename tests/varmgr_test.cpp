@@ -16,21 +16,15 @@ template <class Base>
 class Plain : public Base {
  public:
   using Base::Base;
-  bool refresh() override { return log("refresh "); }
-  void init() override { log("init "); }
-  bool startXaction() override { return log("start ") && starts; }
+  bool refresh() override { return calls += 'r', true; }
+  void init() override { calls += 'i'; }
+  bool startXaction() override { return calls += 's', starts; }
   void endXaction() override {}
-  bool isConsistent() override { return log("consistent ") && consistent; }
-  void commit() const override { log("commit "); }
+  bool isConsistent() override { return calls += 'c', consistent; }
+  void commit() const override { calls += 'p'; }
   bool starts = true;
   bool consistent = true;
   mutable std::string calls;
-
- private:
-  bool log(const char* call) const {
-    calls += call;
-    return true;
-  }
 };
 
 using Int = Plain<ReadWriteVarMgrInt>;
@@ -68,51 +62,34 @@ TEST(ValueBuffer, IntegersOfEveryWidthAreTwosComplementMostSignificantByteFirst)
 }
 
 TEST(ValueBuffer, NothingIsTouchedWithoutABufferOrASize) {
-  unsigned char one = 0xA5;
+  std::string buf = "\xA5";
   ReadVarMgr::setBufInt(nullptr, 4, 1);
-  ReadVarMgr::setBufInt(&one, 0, 1);
+  ReadVarMgr::setBufInt(&buf[0], 0, 1);
   ReadVarMgr::setBufStr(nullptr, 4, "x", false);
-  ReadVarMgr::setBufStr(&one, 0, "x", true);
-  EXPECT_EQ(one, 0xA5);
+  ReadVarMgr::setBufStr(&buf[0], 0, "x", true);
+  EXPECT_EQ(buf, "\xA5");
   EXPECT_EQ(ReadWriteVarMgr::convert(nullptr, 4), 0);
-  EXPECT_EQ(ReadWriteVarMgr::convert(&one, 0), 0);
+  EXPECT_EQ(ReadWriteVarMgr::convert(&buf[0], 0), 0);
   EXPECT_FALSE(Int(nullptr, RANGE_CLIP).validate(nullptr, 4));
   Str none(nullptr, 0, nullptr);
   none.set("x", 1);
   none.setChar('x', 0);
   EXPECT_FALSE(none.validate(nullptr, 4));
-}
-
-TEST(ValueBuffer, TextsAreCutTerminatedAndPadded) {
-  for (unsigned int size = 1; size <= 9; ++size) {
-    for (const char* text : {"", "abc", "abcdefgh", static_cast<const char*>(nullptr)}) {
-      std::string expected = text == nullptr ? "" : std::string(text).substr(0, size - 1);
-      expected.resize(size, '\0');
-      std::string buf(size + 1, '\x5A');
-      ReadVarMgr::setBufStr(&buf[0], size, text, false);
-      EXPECT_EQ(buf, expected + '\x5A');
-    }
-  }
-  std::string raw(4, '\0');
-  ReadVarMgr::setBufStr(&raw[0], 3, "a\0b", true);
-  EXPECT_EQ(raw, std::string("a\0b\0", 4)) << "copied as it is";
+  buf = "12345";
+  ReadVarMgr::setBufStr(&buf[0], 4, "a\0b", true);
+  EXPECT_EQ(buf, std::string("a\0b\0005", 5)) << "copied as it is";
+  ReadVarMgr::setBufStr(&buf[0], 4, nullptr, false);
+  EXPECT_EQ(buf, std::string("\0\0\0\0005", 5)) << "no text is an empty one";
 }
 
 TEST(VarMgrInt, ValidateAsksForARowAndSetForcesByThePolicy) {
   for (const range_t policy : {RANGE_WRAP, RANGE_CLIP}) {
     Int var(GAPPED, policy);
-    Int free(nullptr, policy);
     EXPECT_EQ(var.get(), -2147483647 - 1) << "until it has a value";
     for (int v = -80; v <= 80; ++v) {
       EXPECT_EQ(setInt(var, v), (v >= 0 && v <= 10) || (v >= 20 && v <= 30));
       EXPECT_EQ(var.get(), getBoundsVal(v, true, policy, GAPPED, 2));
-      EXPECT_TRUE(setInt(free, v));
-      EXPECT_EQ(free.get(), v);
     }
-    unsigned int rows = 0;
-    EXPECT_EQ(var.getBounds(rows), GAPPED);
-    EXPECT_EQ(rows, 2U);
-    EXPECT_EQ(var.getType(), DATA_TYPE_INT);
   }
 }
 
@@ -132,11 +109,10 @@ TEST(VarMgrInt, IncrementJumpsGapsInItsDirectionAndWrapsIn32Bits) {
     }
   }
   Plain<ReadWriteVarMgrBool> toggle(RANGE_WRAP);
-  EXPECT_TRUE(setInt(toggle, toggle.ON));
+  setInt(toggle, toggle.ON);
   toggle.increment(1);
   EXPECT_EQ(toggle.get(), toggle.OFF);
   EXPECT_FALSE(setInt(toggle, 2));
-  EXPECT_EQ(toggle.getType(), DATA_TYPE_BOOL);
 }
 
 TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
@@ -162,10 +138,6 @@ TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
     EXPECT_EQ(var.get(), c.out);
     var.set(nullptr, 3);
     EXPECT_EQ(var.get(), c.out);
-    unsigned int rows = 0;
-    EXPECT_EQ(var.getBounds(rows), c.chars);
-    EXPECT_EQ(rows, calcNumBounds(c.chars));
-    EXPECT_EQ(var.getType(), DATA_TYPE_STRING);
   }
 }
 
@@ -214,14 +186,9 @@ TEST(VarMgrSequences, StopAtTheFirstRefusal) {
   unsigned char buf[4];
   Int var(GAPPED, RANGE_CLIP);
   CtrlReadWriteVarMgr entry(1, 0, var);
-  getCurVarMgrVal(var, buf, sizeof buf);
-  EXPECT_EQ(ReadWriteVarMgr::convert(buf, 4), ReadWriteVarMgrInt::DEFAULT);
   EXPECT_EQ(startVarMgrSet(var, "\x1A", 1), 0);
   EXPECT_EQ(startVarMgrReset(var), 0);
   EXPECT_EQ(commitVarMgr(var), 0);
-  EXPECT_EQ(var.calls, "refresh start start init consistent commit ");
-  EXPECT_EQ(var.get(), 26);
-  var.calls.clear();
   EXPECT_FALSE(entry.validate("\x0F", 1)) << "15 lies in the gap";
   EXPECT_TRUE(entry.validate("\x14", 1));
   EXPECT_EQ(entry.set("\x0F", 1), 0);
@@ -229,15 +196,14 @@ TEST(VarMgrSequences, StopAtTheFirstRefusal) {
   entry.get(buf, 4);
   entry.init();
   EXPECT_EQ(buf[3], 20);
-  EXPECT_EQ(var.calls, "start refresh start refresh consistent commit refresh init ");
+  EXPECT_EQ(var.calls, "ssicpsrsrcpri");
   var.calls.clear();
   var.starts = var.consistent = false;
-  EXPECT_NE(startVarMgrSet(var, "\x01", 1), 0);
+  EXPECT_EQ(startVarMgrSet(var, "\x01", 1), 1);
   EXPECT_EQ(startVarMgrReset(var), 1);
-  EXPECT_EQ(commitVarMgr(var), 1);
   EXPECT_FALSE(entry.validate("\x14", 1));
   EXPECT_EQ(entry.confirm(), 1);
-  EXPECT_EQ(var.calls, "start start consistent start consistent ");
+  EXPECT_EQ(var.calls, "sssc");
   EXPECT_EQ(var.get(), 20);
 }
 
