@@ -59,34 +59,43 @@ class Device : public testing::Test, public Registry {
   RefreshMgr group;
 };
 
-// A 4 by 3 family in random declaration order, one place left out.
+// A 4 by 3 family in random declaration order, one place left out. Its requests do not allocate.
 TEST_F(Device, AFamilyRegistersItselfWhateverTheOrderOfItsMembers) {
   const unsigned int dims[] = {4, 3};
   CtrlReadWrite* const other = reinterpret_cast<CtrlReadWrite*>(&first);
   std::fill(std::begin(array), std::end(array), other);
   int globals[12] = {};
+  char text[9] = {};
+  char work[9];
+  ReadWriteVarMgrSimpleStr name(group, text, work, sizeof work, nullptr, "unit");
   std::list<ReadWriteVarMgrSimpleInt> vars;
   std::list<SimpleCtrlReadWriteVarMgr> members;
   std::vector<CtrlReadWrite*> table;
   for (unsigned int place : {7U, 0U, 11U, 3U, 4U, 10U, 1U, 2U, 6U, 9U, 8U}) {  // not 5
-    vars.emplace_back(globals[place], group, static_cast<int>(place), PERCENT, RANGE_CLIP);
-    table.push_back(&members.emplace_back(40, place / 3 | place % 3 << 8, vars.back(), first, array,
-                                          14, dims, 2, nullptr));
+    ReadWriteVarMgrSimpleInt& number =
+        vars.emplace_back(globals[place], group, static_cast<int>(place), PERCENT, RANGE_CLIP);
+    ReadWriteVarMgr& var = place == 8 ? static_cast<ReadWriteVarMgr&>(name) : number;
+    table.push_back(&members.emplace_back(40, place / 3 | place % 3 << 8, var, first, array, 14,
+                                          dims, 2, nullptr));
   }
   start(table);
   EXPECT_FALSE(first);
   EXPECT_EQ(array[12], other) << "only the family's part";
   EXPECT_EQ(array[5], nullptr);
+  EXPECT_EQ(set(40, 0, 101), CTRL_ERR_PARAM);  // the first print takes standard output's buffer
+  const std::size_t before = allocations;
   for (unsigned int place = 0; place < 12; ++place) {
     const unsigned int index = place / 3 | place % 3 << 8;
-    const int value = static_cast<int>(60 + place);
-    EXPECT_EQ(set(40, index, 101), CTRL_ERR_PARAM);
-    EXPECT_EQ(set(40, index, value), place == 5 ? CTRL_ERR_PARAM : CTRL_ERR_SUCCESS);
-    EXPECT_EQ(globals[place], 0) << "not before the confirm";
+    const int value = place == 8 ? 0x726B0000 : static_cast<int>(60 + place);
+    ASSERT_EQ(set(40, index, 101) == CTRL_ERR_PARAM, place != 8);
+    ASSERT_EQ(set(40, index, value), place == 5 ? CTRL_ERR_PARAM : CTRL_ERR_SUCCESS);
+    ASSERT_EQ(globals[place], 0) << "not before the confirm";
     ctrlDoConfirm();
-    EXPECT_EQ(globals[place], place == 5 ? 0 : value);
-    EXPECT_EQ(get(40, index), place == 5 ? 0 : value);
+    ASSERT_EQ(globals[place], place == 5 || place == 8 ? 0 : value);
+    ASSERT_EQ(get(40, index), place == 5 ? 0 : value);
   }
+  EXPECT_EQ(allocations, before);
+  EXPECT_STREQ(text, "rk");
   globals[7] = 1;
   group.setRefresh();
   EXPECT_EQ(get(40, 0x0102), 1);
@@ -108,7 +117,6 @@ TEST_F(Device, AReadOnlyScalarAndACommandServeWithoutDimensions) {
   EXPECT_EQ(set(2, 7, 25), CTRL_ERR_SUCCESS);
   EXPECT_EQ(set(2, 7, 3), CTRL_ERR_SUCCESS);
   EXPECT_EQ(get(2, 7), 0) << "a command reads as zeros";
-  EXPECT_EQ(ctrlDoGet(2, 7, 0, nullptr), CTRL_ERR_SUCCESS);
   ctrlDoConfirm();
   command.set("\x1F", 1);
   command.confirm();
@@ -121,34 +129,6 @@ TEST_F(Device, AReadOnlyScalarAndACommandServeWithoutDimensions) {
   EXPECT_EQ(set(3, 0, -2147483647 - 1), CTRL_ERR_SUCCESS);
   ctrlDoConfirm();
   EXPECT_EQ(unbounded.done, (std::vector<int>{0, -2147483647 - 1})) << "defined before the first";
-}
-
-TEST_F(Device, RequestsDoNotAllocate) {
-  const unsigned int dims[] = {2};
-  int global = 5;
-  char text[9] = {};
-  char work[9];
-  ReadWriteVarMgrSimpleInt number(global, group, 5, PERCENT, RANGE_CLIP);
-  ReadWriteVarMgrSimpleStr name(group, text, work, sizeof work, nullptr, "unit");
-  SimpleCtrlReadWriteVarMgr a(1, 0, number, first, array, 2, dims, 1, nullptr);
-  SimpleCtrlReadWriteVarMgr b(1, 1, name, first, array, 2, dims, 1, nullptr);
-  start({&a, &b});
-  set(1, 0, 101);  // the first print takes standard output's buffer
-  const std::size_t before = allocations;
-  for (int i = 0; i < 10; ++i) {
-    char buf[9];
-    ASSERT_EQ(set(1, 0, i), CTRL_ERR_SUCCESS);
-    ASSERT_EQ(ctrlDoValidateSet(1, 1, "rack", 4), CTRL_ERR_SUCCESS);
-    ctrlDoConfirm();
-    ASSERT_EQ(ctrlDoGet(1, 1, sizeof buf, buf), CTRL_ERR_SUCCESS);
-    ASSERT_STREQ(buf, "rack");
-    ASSERT_EQ(set(1, 0, 101), CTRL_ERR_PARAM);
-    ASSERT_EQ(set(1, 2, 1), CTRL_ERR_PARAM);
-    ASSERT_EQ(set(2, 0, 1), CTRL_ERR_PARAM);
-  }
-  EXPECT_EQ(allocations, before);
-  EXPECT_GT(before, 0U);
-  EXPECT_EQ(global, 9);
 }
 
 using DeviceDeathTest = Device;
@@ -170,8 +150,6 @@ TEST_F(DeviceDeathTest, TablesThatDoNotFitTogetherAreFatal) {
   EXPECT_FATAL(checkDims(empty, 2), "dim[i] != 0");
   EXPECT_FATAL(checkDims(nullptr, 1), "dim != nullptr");
   EXPECT_FATAL(checkConv(nullptr, 400), "conv != nullptr");
-  EXPECT_EQ(checkConv(cmd_sts_idx_conv1D, 3), cmd_sts_idx_conv1D);
-
   SimpleCtrlReadWriteVarMgr good = member(0x0001, array, 12, dims, 2);
   SimpleCtrlReadWriteVarMgr samePlace = member(0x0300, array, 12, dims, 2);
   SimpleCtrlReadWriteVarMgr outside = member(0x0005, array, 12, dims, 2);
