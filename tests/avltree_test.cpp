@@ -103,21 +103,19 @@ TEST_F(TreeTest, AnyOrderOfKeysKeepsTheInvariants) {
 }
 
 TEST(AvlTree, AFullPoolAndADuplicateAreFatal) {
+  alignas(4) char pool[3 * (NODE + 84)];
+  char data[84] = {};
   for (const unsigned int missing : {0U, 1U}) {
-    alignas(4) char pool[10 * (NODE + 84)];
-    char data[84] = {};
     AVLTree tree(pool, sizeof pool - missing, 81);  // rounded up
-    for (unsigned int i = 0; i < 10 - missing; ++i) {
+    EXPECT_EQ(tree.find(5), nullptr);
+    for (unsigned int i = 0; i < 3 - missing; ++i) {
       tree.insert(i, data);
     }
     EXPECT_FATAL(tree.insert(10, data), "MAX_INDEX > next_free_index");
   }
-  alignas(4) char pool[4 * NODE];
   AVLTree tree(pool, sizeof pool, 0);
-  EXPECT_EQ(tree.find(5), nullptr);
-  for (const unsigned int index : {5U, 2U, 8U}) {
-    tree.insert(index, nullptr);
-  }
+  tree.insert(5, nullptr);
+  tree.insert(2, nullptr);
   EXPECT_FATAL(tree.insert(5, nullptr), "duplicate");
   EXPECT_FATAL(tree.insert(2, nullptr), "duplicate");
   EXPECT_FATAL(AVLTree(pool, sizeof pool, 0x80000000), "paysize <= 0x7FFFFFFF");

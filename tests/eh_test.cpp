@@ -29,7 +29,7 @@ TEST(Eh, InitBuildsTheTableFromTheBootFlashAndMasksEverySource) {
     EXPECT_EQ(vector_table[v] == fault_handler, !fromFlash && v != 24) << v;
   }
   vector_table[24]();  // ignores the interrupt
-  vector_table[2]();
+  vector_table[2](); 
   fault_dump(nullptr);
   EXPECT_EQ(pSIM->IMR, 0xFFFFFFFF);
   eh_imr_enable(0xFFFFFFFF);
@@ -55,20 +55,14 @@ TEST(Eh, AFaultFrameReadsAsTheProcessorStacksIt) {
                                   0xDEADBEEF};
   exception_frame_s frame;
   std::memcpy(&frame, words, sizeof frame);
-  EXPECT_EQ(frame.format, 0x4U);
-  EXPECT_EQ(frame.fs_hi, 0x2U);
-  EXPECT_EQ(frame.vector, 0x61U);
-  EXPECT_EQ(frame.fs_lo, 0x1U);
-  EXPECT_EQ(frame.sr, 0x2704U);
-  EXPECT_EQ(frame.pc, 0xDEADBEEF);
+  EXPECT_TRUE(frame.format == 4 && frame.fs_hi == 2 && frame.vector == 0x61 && frame.fs_lo == 1);
+  EXPECT_TRUE(frame.sr == 0x2704 && frame.pc == 0xDEADBEEF);
 }
 
 // A name too many or too few in the table moves those behind it.
 TEST(Eh, NamesStandAtTheirVectors) {
   EXPECT_STREQ(vector_name[2], "Access error");
-  EXPECT_STREQ(vector_name[15], "Uninitialized interrupt");
   EXPECT_STREQ(vector_name[25], "Level 1 autovector");
-  EXPECT_STREQ(vector_name[47], "Trap #15");
   EXPECT_STREQ(vector_name[61], "Unsupported instruction");
 }
 
@@ -83,18 +77,13 @@ TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
   EXPECT_EQ(getsr(), 0);
 }
 
-// Ends the process from inside abort, so that the state at that moment becomes its exit status.
-void reportFlashOnAbort(int) {
-  std::exit(bootFlashStandInReadsArray() ? 7 : 8);
-}
-
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {
   std::memset(bootFlash(0), 0, 2);  // an array that does not look like a ready status
   EXPECT_EXIT(
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         alarm(30);
-        signal(SIGABRT, reportFlashOnAbort);
+        signal(SIGABRT, [](int) { std::exit(bootFlashStandInReadsArray() ? 7 : 8); });
         bootFlashStandInBusy(5);
         __assert("x > 0", "table.c", 12);
       },

@@ -20,25 +20,16 @@ class FileReplaceTest : public testing::Test {
     file.commit();
   }
 
-  // What is in the working directory.
-  std::string files() {
-    std::set<std::string> names;
-    for (const auto& each : fs::directory_iterator(".")) {
-      names.insert(each.path().filename());
-    }
-    return testing::PrintToString(names);
-  }
-
   TempDir dir;
 };
 
 TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
   mkfifo("f.tmp", 0600);  // what a killed replacement left, at its worst
   replace("f", "one");
-  EXPECT_EQ(readWhole("f"), "one");
   chmod("f", 0640);
   FileReplacement file("f");
   writeWhole(file.temporary(), "two");
+  EXPECT_EQ(readWhole("f"), "one");
   std::string operations;
   iofault::trace = &operations;
   file.commit();
@@ -46,7 +37,6 @@ TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
   EXPECT_EQ(operations, "open fchmod fsync rename open fsync ");
   EXPECT_EQ(readWhole("f"), "two");
   EXPECT_EQ(fs::status("f").permissions(), fs::perms{0640});
-  EXPECT_EQ(files(), "{ \"f\" }");
   EXPECT_FATAL(file.commit(), "!renamed");
   FileReplacement again("f");  // on a file system that cannot flush a directory
   writeWhole(again.temporary(), "three");
@@ -70,7 +60,6 @@ TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {
         file.commit();
         old = content;
         EXPECT_TRUE(iofault::faultsLeft()) << "operation " << n << " failed and nothing said so";
-        EXPECT_GT(n, 6);
         break;
       } catch (const eternity::exception&) {
         iofault::heal();
@@ -79,7 +68,7 @@ TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {
         EXPECT_TRUE(now == old || now == content) << now;
         old = now;
       }
-      EXPECT_EQ(files(), "{ \"f\" }") << "operation " << n;
+      EXPECT_FALSE(fs::exists("f.tmp")) << "operation " << n;
     }
     iofault::heal();
     EXPECT_EQ(readWhole("f"), old);
@@ -103,31 +92,26 @@ TEST_F(FileReplaceTest, ADirectoryMayBeWriteOnly) {
 
 TEST_F(FileReplaceTest, ALinkStaysALinkToTheFileThatIsReplaced) {
   fs::create_directory("disk");
-  writeWhole("disk/real", "old");
   fs::create_symlink("second", "disk/first");
   fs::create_symlink("real", "disk/second");
   fs::create_symlink(fs::absolute("disk/first"), "link");
-  replace("link", "new");
-  EXPECT_EQ(readWhole("disk/real"), "new");
-  EXPECT_TRUE(fs::is_symlink("link"));
-  fs::remove("disk/real");
-  replace("link", "first content");
-  EXPECT_EQ(readWhole("disk/real"), "first content") << "also when the file is still to come";
+  for (const std::string content : {"a file still to come", "a new file"}) {
+    replace("link", content);
+    EXPECT_EQ(readWhole("disk/real"), content);
+  }
   EXPECT_EQ(keepAside("link"), fs::absolute("disk/real.damaged-1"));
-  EXPECT_EQ(files(), "{ \"disk\", \"link\" }");
+  EXPECT_TRUE(fs::is_symlink("link"));
   fs::create_symlink("loop", "loop");
   EXPECT_THROW(replace("loop", ""), eternity::exception);
 }
 
 TEST_F(FileReplaceTest, OnlyARegularFileIsReplacedOrMoved) {
-  fs::create_directory("directory");
   fs::create_symlink("/dev/null", "device");
-  for (const char* name : {"directory", "device"}) {
+  for (const char* name : {".", "device"}) {
     EXPECT_THROW(FileReplacement file(name), eternity::exception) << name;
     EXPECT_EQ(keepAside(name), "") << name;
   }
   EXPECT_EQ(keepAside("absent"), "");
-  EXPECT_FALSE(fs::exists("/dev/null.tmp"));
   EXPECT_THROW(replace("absent/f", ""), eternity::exception);
 }
 
