@@ -14,14 +14,10 @@
 
 namespace {
 
-unsigned int crcOf(const unsigned char* data, std::size_t size) {
-  return calcCRC16(0xFFFF, data, size);
-}
-
 // Puts the CRC of a header of `size` bytes at `header` right.
 void seal(unsigned char* header, std::size_t size) {
   std::memset(header + size - 4, 0, 4);
-  putBigEndian(header + size - 4, 4, crcOf(header, size - 2));
+  putBigEndian(header + size - 4, 4, calcCRC16(0xFFFF, header, size - 2));
 }
 
 void sealAll(unsigned char* file, std::size_t size) {
@@ -37,7 +33,7 @@ void sealAll(unsigned char* file, std::size_t size) {
     const std::size_t fileSize = getBigEndian(header + offsetof(subcomp_t, filesize), 4);
     const std::size_t present = std::min(room, fileSize);
     putBigEndian(header + offsetof(subcomp_t, filecrc), 4,
-                 crcOf(header + sizeof(subcomp_t), present));
+                 calcCRC16(0xFFFF, header + sizeof(subcomp_t), present));
     seal(header, sizeof(subcomp_t));
     at += sizeof(subcomp_t) + present;
   }
@@ -46,26 +42,21 @@ void sealAll(unsigned char* file, std::size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size < 1) {
-    return 0;
-  }
-  const std::unique_ptr<unsigned char[]> file(new unsigned char[size - 1]);
-  std::copy(data + 1, data + size, file.get());
-  const std::size_t length = size - 1;
-  if ((data[0] & 1) != 0) {
+  const std::size_t length = size == 0 ? 0 : size - 1;
+  const std::unique_ptr<unsigned char[]> file(new unsigned char[length]);
+  std::copy(data + size - length, data + size, file.get());
+  if (size > 0 && (data[0] & 1) != 0) {
     sealAll(file.get(), length);
   }
   const bool valid = validate_bin_file(file.get(), length) != 0;
   const component_t* const header = reinterpret_cast<const component_t*>(file.get());
   unsigned long found = 0;
   const unsigned char* const at = locate_file_in(header, length, "app.bin", &found);
-  if (at != nullptr && (at < file.get() || found > length ||
-                        static_cast<std::size_t>(at - file.get()) > length - found)) {
-    std::abort();
-  }
+  const bool outside =
+      at != nullptr && (at < file.get() || found > length || at > file.get() + (length - found));
   // What is valid within its length is valid without one.
-  if (valid &&
-      (validate_bin_file(file.get()) == 0 || locate_file_in(header, "app.bin", &found) != at)) {
+  if (outside || (valid && (validate_bin_file(file.get()) == 0 ||
+                            locate_file_in(header, "app.bin", &found) != at))) {
     std::abort();
   }
   return 0;

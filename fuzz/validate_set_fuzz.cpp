@@ -40,8 +40,9 @@ struct Device : Registry {
   Device() { start({&clip, &wrap, &on, &text, &command}); }
 
   void check() const {
-    require((clipGlobal >= -20 && clipGlobal <= 10) || (clipGlobal >= 20 && clipGlobal <= 30));
-    require((wrapGlobal >= -20 && wrapGlobal <= 10) || (wrapGlobal >= 20 && wrapGlobal <= 30));
+    for (const int value : {clipGlobal, wrapGlobal}) {
+      require((value >= -20 && value <= 10) || (value >= 20 && value <= 30));
+    }
     require(onGlobal == 0 || onGlobal == 1);
     require(std::memchr(textGlobal, 0, sizeof textGlobal) != nullptr);
     for (const char* c = textGlobal; *c != 0; ++c) {
@@ -76,16 +77,12 @@ struct Device : Registry {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static Device device;
   const std::uint8_t* const end = data + size;
-  while (end - data >= 2) {
+  while (end - data >= 2 && end - data - 2 >= data[1] % 16) {
     const unsigned int which = data[0];
     const unsigned int length = data[1] % 16;
-    data += 2;
-    if (end - data < static_cast<std::ptrdiff_t>(length)) {
-      break;
-    }
     const std::unique_ptr<std::uint8_t[]> exact(new std::uint8_t[length]);
-    std::memcpy(exact.get(), data, length);
-    data += length;
+    std::memcpy(exact.get(), data + 2, length);
+    data += 2 + length;
     // Also ids, indices and subscripts that are not there.
     const unsigned int varid = which % 4;
     const unsigned int varidx = which / 4 % 8;
@@ -98,7 +95,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     device.check();
   }
-  ctrlDoConfirm();
-  device.check();
   return 0;
 }

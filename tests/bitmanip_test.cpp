@@ -45,11 +45,9 @@ TEST(BitBufferXfer, MatchesOneBitAtATimeAtEveryPositionAndWidth) {
     unsigned int expectedVal = val;
     unsigned int bit = startBit;
     void* p = &bytes[FIRST];
-    if (valSize > 0) {
-      ASSERT_EQ(bitBufferXfer(&p, valSize - 1, bit, val, valSize, dir), -1);
-      ASSERT_TRUE(bytes == expected && val == expectedVal && bit == startBit && p == &bytes[FIRST])
-          << "no room, yet something changed";
-    }
+    ASSERT_EQ(valSize == 0 ? -1 : bitBufferXfer(&p, valSize - 1, bit, val, valSize, dir), -1);
+    ASSERT_TRUE(bytes == expected && val == expectedVal && bit == startBit && p == &bytes[FIRST])
+        << "no room, yet something changed";
     const unsigned int room = run % 3 == 0 ? 0xFFFFFFFFU : valSize;
     const int moved = bitBufferXfer(&p, room, bit, val, valSize, dir);
     const unsigned int end =

@@ -9,20 +9,17 @@ namespace component {
 
 /// The register after `bytes`: each bit pushes the register on, and comes in at its low end.
 inline unsigned int crcByBits(unsigned int crc, const std::string& bytes) {
-  for (const char byte : bytes) {
-    for (int bit = 7; bit >= 0; --bit) {
-      const bool out = crc >= 0x8000;
-      crc = (crc * 2 + (static_cast<unsigned char>(byte) >> bit & 1)) % 0x10000;
-      crc = out ? crc ^ 0x1021 : crc;
-    }
+  for (std::size_t i = 0; i < 8 * bytes.size(); ++i) {
+    const unsigned int in = static_cast<unsigned char>(bytes[i / 8]) >> (7 - i % 8) & 1;
+    crc = (crc * 2 + in) ^ (crc >= 0x8000 ? 0x11021 : 0);
   }
   return crc;
 }
 
 inline std::string number(unsigned long val) {
   std::string bytes;
-  for (unsigned long unit = 0x1000000; unit > 0; unit /= 0x100) {
-    bytes += static_cast<char>(static_cast<unsigned char>(val / unit % 0x100));
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    bytes += static_cast<char>(static_cast<unsigned char>(val >> shift));
   }
   return bytes;
 }
