@@ -60,7 +60,7 @@ class RegistryTest : public testing::Test, public Registry {
   int set(unsigned int varid, unsigned int varidx, const std::string& data = "data") {
     testing::internal::CaptureStdout();
     const unsigned int size = static_cast<unsigned int>(data.size());
-    const int code = ctrlDoValidateSet(varid, varidx, data.data(), size);
+    const int code = ctrlDoValidateSet(varid, varidx, size == 0 ? nullptr : data.data(), size);
     printed = testing::internal::GetCapturedStdout();
     return code;
   }

@@ -19,17 +19,17 @@ void special() {}
 void other() {}
 
 TEST(Eh, InitBuildsTheTableFromTheBootFlashAndMasksEverySource) {
+  const auto fromFlash = [](unsigned int v) { return v == 0 || v == 1 || v == 47; };
   for (unsigned int v = 0; v < NUM_VECTORS; ++v) {
-    boardRomVectors()[v] = v == 0 || v == 1 || v == 47 ? special : other;
+    boardRomVectors()[v] = fromFlash(v) ? special : other;
   }
   eh_init(nullptr);
   for (unsigned int v = 0; v < NUM_VECTORS; ++v) {
-    const bool fromFlash = v == 0 || v == 1 || v == 47;
-    EXPECT_EQ(vector_table[v] == special, fromFlash) << v;
-    EXPECT_EQ(vector_table[v] == fault_handler, !fromFlash && v != 24) << v;
+    EXPECT_EQ(vector_table[v] == special, fromFlash(v)) << v;
+    EXPECT_EQ(vector_table[v] == fault_handler, !fromFlash(v) && v != 24) << v;
   }
   vector_table[24]();  // ignores the interrupt
-  vector_table[2](); 
+  vector_table[2]();
   fault_dump(nullptr);
   EXPECT_EQ(pSIM->IMR, 0xFFFFFFFF);
   eh_imr_enable(0xFFFFFFFF);
@@ -79,11 +79,11 @@ TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
 
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {
   std::memset(bootFlash(0), 0, 2);  // an array that does not look like a ready status
+  const auto onAbort = [](int) { std::exit(bootFlashStandInReadsArray() ? 7 : 8); };
   EXPECT_EXIT(
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);
-        alarm(30);
-        signal(SIGABRT, [](int) { std::exit(bootFlashStandInReadsArray() ? 7 : 8); });
+        signal(SIGABRT, onAbort);
         bootFlashStandInBusy(5);
         __assert("x > 0", "table.c", 12);
       },

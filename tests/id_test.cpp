@@ -17,28 +17,28 @@ void reportIdentity(unsigned int bytes, unsigned int room) {
     std::fprintf(stderr, "%02X", number[i]);
   }
   char rev[16] = "untouched";
-  unsigned int build = 0;
+  unsigned int build;
   getBoardRev(nullptr, room, build);
-  const bool ret = getBoardRev(rev, room, build);
-  std::fprintf(stderr, " %s %u %s\n", rev, build, ret ? "found" : "default");
+  const bool 1 = getBoardRev(rev, room, build);
+  std::fprintf(stderr, " %s %u %d\n", rev, build, 1);
 }
 
 TEST(IdentityDeathTest, IsWhatTheStoreHasAndDefaultsForTheRest) {
   const TempDir dir;
   const std::pair<const char*, std::string> cases[] = {
-      {"", "0000000000 A 1 default"},
+      {"", "0000000000 A 1 0"},
       // Cut to the buffer: a part, and nothing.
       {"SN=0123456789\nBRDREV=C2\nBRDBLD=417",
-       "0123456789 C2 417 found\n012345 C 417 found\n untouched 417 found"},
-      {"BRDREV=C2", "0000000000 C2 1 default"},
-      {"BRDBLD=417", "0000000000 A 417 default"},
-      {"SN=zz1z-1 7 8", "0001FF0708 A 1 default"},
+       "0123456789 C2 417 1\n012345 C 417 1\n untouched 417 1"},
+      {"BRDREV=C2", "0000000000 C2 1 0"},
+      {"BRDBLD=417", "0000000000 A 417 0"},
+      {"SN=zz1z-1 7 8", "0001FF0708 A 1 0"},
       // Longer than a value may be.
       {"SN=112233445566\nBRDREV=0123456789ABC\nBRDBLD=10000000009",
-       "1122334455 0123456789 1000000000 found"},
-      {"SN=aBcDeF\nBRDBLD=9999999999", "ABCDEF0000 A 4294967295 default"},
-      {"BRDBLD=-2", "0000000000 A 4294967294 default"},
-      {"BRDREV=\nBRDBLD=x", "0000000000  0 found"},
+       "1122334455 0123456789 1000000000 1"},
+      {"SN=aBcDeF\nBRDBLD=9999999999", "ABCDEF0000 A 4294967295 0"},
+      {"BRDBLD=-2", "0000000000 A 4294967294 0"},
+      {"BRDREV=\nBRDBLD=x", "0000000000  0 1"},
   };
   for (const auto& [keys, identity] : cases) {
     writeWhole("board.env", keys);

@@ -76,7 +76,7 @@ TEST_F(Device, AFamilyRegistersItselfWhateverTheOrderOfItsMembers) {
         vars.emplace_back(globals[place], group, static_cast<int>(place), PERCENT, RANGE_CLIP);
     ReadWriteVarMgr& var = place == 8 ? static_cast<ReadWriteVarMgr&>(name) : number;
     table.push_back(&members.emplace_back(40, place / 3 | place % 3 << 8, var, first, array, 14,
-                                          dims, 2, nullptr));
+                                          dims, 2, cmd_sts_idx_conv2D));
   }
   start(table);
   EXPECT_FALSE(first);
@@ -117,6 +117,7 @@ TEST_F(Device, AReadOnlyScalarAndACommandServeWithoutDimensions) {
   EXPECT_EQ(set(2, 7, 25), CTRL_ERR_SUCCESS);
   EXPECT_EQ(set(2, 7, 3), CTRL_ERR_SUCCESS);
   EXPECT_EQ(get(2, 7), 0) << "a command reads as zeros";
+  EXPECT_EQ(ctrlDoGet(2, 7, 0, nullptr), CTRL_ERR_SUCCESS);
   ctrlDoConfirm();
   command.set("\x1F", 1);
   command.confirm();

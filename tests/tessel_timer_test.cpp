@@ -101,12 +101,8 @@ TEST(TimerTest, DifferencesLoseATickAcrossTheWrap) {
     EXPECT_EQ(Timer::getDiffTime(since), difference);
     EXPECT_EQ(Timer::getSysTime(), now);
   }
-}
-
-TEST(TimerTest, TheHardwareTimersParametersAreThoseOfTheBoard) {
   bool clkDiv = true;
-  unsigned int prescale = 0;
-  unsigned int ref = 0;
+  unsigned int prescale, ref;
   timerGetParms(clkDiv, prescale, ref);
   EXPECT_TRUE(!clkDiv && prescale == 225 && ref == 160);
 }
@@ -114,14 +110,11 @@ TEST(TimerTest, TheHardwareTimersParametersAreThoseOfTheBoard) {
 int calls = 0;
 
 TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
-  const struct {
-    std::optional<timeval> clock;
-    unsigned int time;
-    int calls;
-  } passes[] = {{timeval{4294967, 295999}, 0xFFFFFFFF, 1},
-                {timeval{4294967, 296000}, 0, 2},
-                {timeval{1700000000, 123456}, 3487918203, 3},
-                {{}, 3487918203, 3}};  // a pass without a time calls nobody
+  const std::tuple<std::optional<timeval>, unsigned int, int> passes[] = {
+      {timeval{4294967, 295999}, 0xFFFFFFFF, 1},
+      {timeval{4294967, 296000}, 0, 2},
+      {timeval{1700000000, 123456}, 3487918203, 3},
+      {std::nullopt, 3487918203, 3}};  // a pass without a time calls nobody
   Timer_thread* const thread = Timer_thread::Instance();
   testing::internal::CaptureStdout();
   clockNow = timeval{1, 999};
@@ -129,12 +122,12 @@ TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
   sem_wait(&passEnded);
   EXPECT_EQ(Timer::sysTime, 1000U);
   Timer::cb = [] { ++calls; };
-  for (const auto& pass : passes) {
-    clockNow = pass.clock;
+  for (const auto& [clock, time, callsSoFar] : passes) {
+    clockNow = clock;
     sem_post(&passBegins);
     sem_wait(&passEnded);
-    EXPECT_EQ(Timer::sysTime, pass.time);
-    EXPECT_EQ(calls, pass.calls);
+    EXPECT_EQ(Timer::sysTime, time);
+    EXPECT_EQ(calls, callsSoFar);
   }
   EXPECT_EQ(thread->Start(), ERR_JTHREAD_ALREADYRUNNING);
   EXPECT_EQ(thread->Stop(), 0);

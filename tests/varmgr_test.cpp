@@ -85,6 +85,8 @@ TEST(ValueBuffer, NothingIsTouchedWithoutABufferOrASize) {
 TEST(VarMgrInt, ValidateAsksForARowAndSetForcesByThePolicy) {
   for (const range_t policy : {RANGE_WRAP, RANGE_CLIP}) {
     Int var(GAPPED, policy);
+    unsigned int rows = 0;
+    EXPECT_TRUE(var.getBounds(rows) == GAPPED && rows == 2);
     EXPECT_EQ(var.get(), -2147483647 - 1) << "until it has a value";
     for (int v = -80; v <= 80; ++v) {
       EXPECT_EQ(setInt(var, v), (v >= 0 && v <= 10) || (v >= 20 && v <= 30));
@@ -112,6 +114,7 @@ TEST(VarMgrInt, IncrementJumpsGapsInItsDirectionAndWrapsIn32Bits) {
   setInt(toggle, toggle.ON);
   toggle.increment(1);
   EXPECT_EQ(toggle.get(), toggle.OFF);
+  EXPECT_EQ(toggle.getType(), DATA_TYPE_BOOL);
   EXPECT_FALSE(setInt(toggle, 2));
 }
 
@@ -136,6 +139,8 @@ TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
     EXPECT_EQ(var.validate(c.in.data(), size), c.in.substr(0, 7) == c.out) << c.in;
     var.set(c.in.data(), size);
     EXPECT_EQ(var.get(), c.out);
+    unsigned int rows = 9;
+    EXPECT_TRUE(var.getBounds(rows) == c.chars && rows == calcNumBounds(c.chars));
     var.set(nullptr, 3);
     EXPECT_EQ(var.get(), c.out);
   }
