@@ -81,7 +81,7 @@ TEST_F(TreeTest, AnyOrderOfKeysKeepsTheInvariants) {
     std::set<unsigned int> keys;
     while (keys.size() < nodes) {
       const unsigned int index = key();
-      const Payload payload = {index, ~index};
+      Payload payload = {index, ~index};
       if (keys.insert(index).second) {
         tree->insert(index, payload.data());
         slots.push_back(index);

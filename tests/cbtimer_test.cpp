@@ -67,7 +67,13 @@ class CbTimerTest : public testing::Test {
 };
 
 TEST_F(CbTimerTest, EachTimerFiresOncePerPeriodAndTheLatestHookedFirst) {
+  a = std::make_unique<CBTimer>(false);
+  Timer::cb = callback<'o'>;
+  a.reset();  // never hooked
+  EXPECT_EQ(Timer::cb, callback<'o'>);
+  Timer::cb = nullptr;
   hookThree(true);
+  EXPECT_EQ(Timer::cb, cbTimerISR);
   c->clearTimeout();
   EXPECT_EQ(walk(), "ba");  // a stopped timer is never due
   EXPECT_EQ(walk(), "");
@@ -75,25 +81,14 @@ TEST_F(CbTimerTest, EachTimerFiresOncePerPeriodAndTheLatestHookedFirst) {
   a->setCallback(callback<'x'>);  // replaces the callback, keeps the place
   EXPECT_EQ(walk(143), "cbx");    // missed periods count once
   EXPECT_EQ(walk(150), "cbx");    // the phase is kept
-}
-
-TEST_F(CbTimerTest, TheWalkIsInstalledWhileTheListHasMembers) {
-  a = std::make_unique<CBTimer>(false);
-  Timer::cb = callback<'o'>;
-  a.reset();  // never hooked
-  EXPECT_EQ(Timer::cb, callback<'o'>);
-  Timer::cb = nullptr;
-  hookThree(false);
-  EXPECT_EQ(Timer::cb, cbTimerISR);
-  a->clearCallback();
-  a->clearCallback();
-  c.reset();
-  EXPECT_EQ(walk(), "b");
-  EXPECT_EQ(walk(), "");  // fired, and still hooked
   EXPECT_FATAL(b->setCallback(nullptr), "cfn != nullptr");
-  EXPECT_EQ(Timer::cb, cbTimerISR);
+  c.reset();
   b->clearCallback();
-  EXPECT_EQ(Timer::cb, nullptr);
+  b->clearCallback();
+  EXPECT_EQ(walk(170), "x");
+  EXPECT_EQ(Timer::cb, cbTimerISR);
+  a->clearCallback();
+  EXPECT_EQ(Timer::cb, nullptr) << "the walk is installed while the list has members";
 }
 
 TEST_F(CbTimerTest, ACallbackMayUnhookOrDestroyAnyTimer) {

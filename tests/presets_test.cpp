@@ -146,6 +146,27 @@ class PresetTest : public testing::Test {
 constexpr char SAVED[] = "Save presets to:presets.xml\n";
 constexpr char FAILED[] = "Error while writing to preset file:presets.xml\n";
 
+TEST_F(PresetTest, AFaultyTableIsFatalAndWithoutOneNothingHappens) {
+  struct TwoWords : Control {
+    TwoWords() : Control(1, 0, 0) {}
+    const char* getName() const override { return "two words"; }
+  } named;
+  Preset* const preset = Preset::Instance();
+  initPresets(nullptr, nullptr);
+  CtrlReadWrite* none[] = {nullptr};
+  initPresets(none, nullptr);
+  EXPECT_FALSE(fs::exists(XML));
+  preset->Var_commit();
+  preset->Test();
+  eternity::xml_archive xml;
+  EXPECT_FATAL(preset->xml_serialize(xml), "m_rwp != nullptr");
+  EXPECT_FATAL(preset->Init(nullptr), "rwp != nullptr");
+  table[1] = &named;
+  EXPECT_FATAL(preset->Init(table.data()), "namesAreElements(rwp)");
+  table[1] = &level;
+  EXPECT_FATAL(preset->Init(table.data()), "namesAreDistinct(rwp)");
+}
+
 // What cannot be read is confirmed and written anew; whatever else ends a restore confirms nothing.
 TEST_F(PresetTest, AMissingOrDamagedFileIsWrittenFromTheControls) {
   int sets = 0;
@@ -359,8 +380,7 @@ TEST_F(PresetTest, ASavedVariableKeepsWhatIsConfirmed) {
   EXPECT_EQ(volume, 20);
   EXPECT_STREQ(unit, "");
   savedNumber.init();  // that is the registry's
-  EXPECT_EQ(number.get(), 20);
-  EXPECT_TRUE(savedNumber.validate("\x01", 1));
+  EXPECT_TRUE(number.get() == 20 && savedNumber.validate("\x01", 1));
   unsigned char buf[4];
   int last = 20;
   for (int round = 0; round < 20; ++round) {
@@ -402,7 +422,7 @@ TEST_F(PresetTest, ACancellationPassesThroughASaveAndARestore) {
     pthread_cancel(thread.native_handle());
     thread.join();
     EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
-    EXPECT_EQ(fs::exists("presets.xml.tmp") || fs::exists("presets.xml.damaged-1"), false);
+    EXPECT_FALSE(fs::exists("presets.xml.tmp") || fs::exists("presets.xml.damaged-1"));
   }
   name.onGet = [] {};
   EXPECT_TRUE(Preset::Instance()->Need_save());
@@ -446,27 +466,6 @@ TEST_F(PresetKillTest, AKilledProcessLeavesACompleteFile) {
   EXPECT_GT(torn, 0) << "no kill met a save";
   EXPECT_GT(latest, 0) << "no save was finished";
   EXPECT_FALSE(fs::exists("presets.xml.damaged-1"));
-}
-
-TEST_F(PresetTest, AFaultyTableIsFatalAndWithoutOneNothingHappens) {
-  struct TwoWords : Control {
-    TwoWords() : Control(1, 0, 0) {}
-    const char* getName() const override { return "two words"; }
-  } named;
-  Preset* const preset = Preset::Instance();
-  initPresets(nullptr, nullptr);
-  CtrlReadWrite* none[] = {nullptr};
-  initPresets(none, nullptr);
-  EXPECT_FALSE(fs::exists(XML));
-  preset->Var_commit();
-  preset->Test();
-  eternity::xml_archive xml;
-  EXPECT_FATAL(preset->xml_serialize(xml), "m_rwp != nullptr");
-  EXPECT_FATAL(preset->Init(nullptr), "rwp != nullptr");
-  table[1] = &named;
-  EXPECT_FATAL(preset->Init(table.data()), "namesAreElements(rwp)");
-  table[1] = &level;
-  EXPECT_FATAL(preset->Init(table.data()), "namesAreDistinct(rwp)");
 }
 
 TEST_F(PresetTest, ToolsPrintWhatTheyFind) {
