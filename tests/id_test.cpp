@@ -19,8 +19,8 @@ void reportIdentity(unsigned int bytes, unsigned int room) {
   char rev[16] = "untouched";
   unsigned int build;
   getBoardRev(nullptr, room, build);
-  const bool 1 = getBoardRev(rev, room, build);
-  std::fprintf(stderr, " %s %u %d\n", rev, build, 1);
+  const bool found = getBoardRev(rev, room, build);
+  std::fprintf(stderr, " %s %u %d\n", rev, build, found);
 }
 
 TEST(IdentityDeathTest, IsWhatTheStoreHasAndDefaultsForTheRest) {

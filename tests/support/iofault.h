@@ -47,12 +47,10 @@ inline bool due(const char* name) {
   if (trace != nullptr) {
     *trace += std::string(name) + " ";
   }
-  if (countdown == INT_MAX) {
-    return false;
-  }
   const int left = --countdown;
-  errno = error;
-  return left == 0 || (left < 0 && goesOn);
+  const bool fails = left == 0 || (left < 0 && goesOn);
+  errno = fails ? error : errno;
+  return fails;
 }
 
 template <class Function>
