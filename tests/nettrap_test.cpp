@@ -78,6 +78,7 @@ TEST_F(NetTrapTest, AnAbsentServerIsTriedAgainUntilItIsThereAndAGoneOneIsNot) {
   EXPECT_EQ(said.find("NetTrap::Send\nserver IP: "), 0U);
   EXPECT_EQ(said.substr(said.find(" 3859\n") + 6),
             "NetTrap::Send---> can not connect to trap generation server\n");
+  EXPECT_EQ(trap.Exit(), 0);
   EXPECT_EQ(openDescriptors(), before);
 
   startServer();

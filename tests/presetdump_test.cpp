@@ -26,36 +26,7 @@ class PresetDump : public testing::Test {
     return result.output;
   }
 
-  // Uses the store at random until the power is cut.
-  void use() {
-    while (rig.part.powered()) {
-      const unsigned short type = static_cast<unsigned short>(random.below(12));
-      if (random.oneIn(4)) {
-        rig.remove(type);
-      } else {
-        rig.write(type, std::string(1 + random.below(200), static_cast<char>(random.word())));
-      }
-      for (unsigned int passes = random.below(300); passes > 0 && rig.part.powered(); --passes) {
-        rig.pass();
-      }
-    }
-  }
-
-  // What the store comes up with on `image`, in the words of the dump.
-  std::string comeUp(const NorArray& image) {
-    rig.restartOn(image);
-    const Content content = rig.content();
-    std::size_t payload = 0;
-    for (const auto& [id, preset] : content) {
-      payload += preset.bytes.size();
-    }
-    return std::to_string(content.size()) + (content.size() == 1 ? " preset, " : " presets, ") +
-           std::to_string(payload) + " payload bytes";
-  }
-
   const TempDir dir;
-  Random random{5};
-  StoreRig rig;
   int status = 0;
 };
 
@@ -88,6 +59,10 @@ Sound.
 // What the program says of an image, and its exit status under --check.
 TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
   const std::string records = "live:5,2,ABC dead:7,0,XY ", abc = "@8192 7FFE 0 live:5,2,ABC ";
+  std::string all;
+  for (unsigned int id = 0; id < NUM_PRESETS; ++id) {
+    all += " live:7," + std::to_string(id) + ",x";
+  }
   const struct {
     std::string image;
     int status;
@@ -107,6 +82,7 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
       {abc + "7 0 2328", 1, "corrupt at 0x200E: its payload runs past the end"},
       {EXAMPLE + " @8272 0", 1, "behind the log of block 1 is not erased at 0x2050"},
       {EXAMPLE + " @16382 0", 1, "the last word of block 1 is not erased"},
+      {"@8192 7FFE 0" + all, 0, "A new preset has room for 0 bytes.\n"},
       {"@8192 7FFE 0 live:5,2,*8182", 0, "A new preset has room for 0 bytes.\n"},
       {"@8192 7FFF live0:5,2,ABC", 0, "block 1 is of version 0; the store rewrites it"},
   };
@@ -130,14 +106,24 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
 // runs through in every mode and finds what the store then comes up with.
 TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
   constexpr unsigned int FILES = 240;
+  StoreRig rig;
+  Random random(5);
   std::string args;
   std::vector<std::string> expected;
   NorArray image;
   for (unsigned int i = 0; i < FILES; ++i) {
-    comeUp(i % 8 == 0 ? NorArray() : image);
+    rig.restartOn(i % 8 == 0 ? NorArray() : image);
     rig.part.cutAt(1 + random.below(3000),
                    random.oneIn(2) ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE, i);
-    use();
+    while (rig.part.powered()) {
+      const char fill = static_cast<char>(random.word());
+      rig.write(static_cast<unsigned short>(random.below(12)),
+                std::string(1 + random.below(200), fill));
+      rig.remove(static_cast<unsigned short>(random.below(36)));
+      for (unsigned int passes = random.below(300); passes > 0 && rig.part.powered(); --passes) {
+        rig.pass();
+      }
+    }
     image = rig.part.array();
     NorArray shown = image;
     for (unsigned int n = i % 4; n > 0; --n) {
@@ -148,7 +134,14 @@ TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
     for (unsigned int at = random.below(12); i % 24 == 23 && at < sizeof shown.bytes; ++at) {
       shown.bytes[at] = static_cast<unsigned char>(random.word() & (i % 48 == 23 ? 0xFF : 0x21));
     }
-    expected.push_back(comeUp(shown));
+    rig.restartOn(shown);
+    std::size_t payload = 0;
+    for (const auto& [id, preset] : rig.content()) {
+      payload += preset.bytes.size();
+    }
+    const std::size_t presets = rig.content().size();
+    expected.push_back(std::to_string(presets) + (presets == 1 ? " preset, " : " presets, ") +
+                       std::to_string(payload) + " payload bytes");
     save(shown, std::to_string(i));
     args += " " + std::to_string(i);
   }

@@ -102,17 +102,6 @@ TEST_F(Service, AVersion0BlockIsConvertedByServiceAlone) {
   EXPECT_EQ(run(100, false), " 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0");
 }
 
-TEST_F(Service, AMediumThatDoesNotFinishStopsNothingElse) {
-  rig.restartOn(Image("7FFE 0"));
-  rig.part.setLatency(1000, 1000);
-  rig.write(1, "x");
-  EXPECT_EQ(run(900), " 4=6001");
-  EXPECT_EQ(PresetMgr::flush(), 1);
-  rig.write(2, "y");
-  rig.write(1, "z");
-  EXPECT_EQ(rig.read(1) + rig.read(2), "zy");
-}
-
 // Times in ticks after the first write; the batch starts at the first pass not before `starts`.
 TEST_F(Service, WritesWaitForQuietAndNotTooLong) {
   const struct {

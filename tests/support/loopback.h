@@ -18,17 +18,11 @@
 /// trees of this machine.
 class TrapPortLock {
  public:
-  TrapPortLock() : file(open(PATH, O_RDONLY | O_CLOEXEC)) {
-    if (file < 0) {  // only then: a system may refuse O_CREAT on the file of another user
-      file = open(PATH, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
-    }
-    EXPECT_EQ(flock(file, LOCK_EX), 0) << PATH << ": " << strerror(errno);
-  }
-  ~TrapPortLock() { close(file); }
+  TrapPortLock() { EXPECT_EQ(flock(directory, LOCK_EX), 0) << strerror(errno); }
+  ~TrapPortLock() { close(directory); }
 
  private:
-  static constexpr char PATH[] = "/tmp/front_panel_trap_port.lock";
-  int file;
+  const int directory = open("/tmp", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 };
 
 /// The number of descriptors that a process has open, this one or another.

@@ -185,7 +185,7 @@ class StrItem : public Item {
     set(text);
   }
   void set(const std::string& text) {
-    std::fill(glob.begin(), glob.end(), '\0');
+    glob.assign(glob.size(), '\0');
     std::copy(text.begin(), text.end(), glob.begin());
     group.setRefresh();
     var.refresh();
