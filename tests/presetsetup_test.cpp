@@ -104,6 +104,8 @@ TEST_F(Setup, NumbersBeyondTheStoresTypesLandOnTheSetup) {
 
 TEST_F(Setup, ARecordOfAnOlderListLeavesOrInitsWhatCameLater) {
   set(33, "present");
+  EXPECT_EQ(saveBUFPreset(1, 2, "\x02\x33"), 0);
+  EXPECT_EQ(recallUserSetup(0), RECALL_TOO_SHORT);
   EXPECT_EQ(saveBUFPreset(1, 2, "\x01\x3F"), 0);
   EXPECT_EQ(recallUserSetup(0), RECALL_OK);
   EXPECT_EQ(now(), "31 present");

@@ -74,9 +74,9 @@ class Item {
   // Leaves it working with a value that it does not allow and that nobody published.
   virtual void disturb() {}
   virtual void write(Bits& bits) const = 0;
-  virtual std::string value() const { return ""; }         // what the application sees
-  virtual std::string working() const { return ""; }       // what the variable works with
-  virtual std::string initial() const { return value(); }  // what init brings
+  virtual std::string value() const { return ""; }           // what the application sees
+  virtual std::string working() const { return ""; }         // what the variable works with
+  virtual std::string initial() const { return working(); }  // what init brings
 };
 
 class FillItem : public Item {
@@ -202,7 +202,6 @@ class StrItem : public Item {
   }
   std::string value() const override { return glob.data(); }
   std::string working() const override { return var.get(); }
-  std::string initial() const override { return working(); }
 
  private:
   const PresetFieldVarStr::mode_t mode;

@@ -50,10 +50,7 @@ class Process {
     const int error = posix_spawnp(&pid, argv[0], &files, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     close(ends[0]);
-    if (error != 0) {
-      ADD_FAILURE() << "can not run " << words[0] << ": " << strerror(error);
-      pid = 0;
-    }
+    EXPECT_EQ(error, 0) << "can not run " << words[0] << ": " << strerror(error);
   }
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
