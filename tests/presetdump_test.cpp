@@ -19,15 +19,9 @@ class PresetDump : public testing::Test {
     writeWhole(name, {reinterpret_cast<const char*>(image.bytes), sizeof image.bytes});
   }
 
-  // Runs the program; what it writes, messages included. `status` becomes its exit status.
-  std::string run(const std::string& args) {
-    const ProgramResult result = runProgram(PRESETDUMP " " + args);
-    status = result.status;
-    return result.output;
-  }
+  static ProgramResult run(const std::string& args) { return runProgram(PRESETDUMP " " + args); }
 
   const TempDir dir;
-  int status = 0;
 };
 
 // A live block 1 with one preset of type 5 in entry 2 and a removed one behind it.
@@ -35,7 +29,7 @@ const std::string EXAMPLE = "@8192 7FFE 0 live:5,2,ABC dead:7,0,XY";
 
 TEST_F(PresetDump, ShowsBlocksRecordsAndRoom) {
   save(Image(EXAMPLE));
-  EXPECT_EQ(run("presets.flash"), R"(presets.flash
+  EXPECT_EQ(run("presets.flash").output, R"(presets.flash
 
 Block 0 at 0x0000: erased
 
@@ -50,9 +44,8 @@ The store comes up with 1 preset, 3 payload bytes; written compactly they fill 1
 A new preset has room for 8172 bytes.
 Sound.
 )");
-  EXPECT_EQ(status, 0);
 
-  EXPECT_THAT(run("--map presets.flash"),
+  EXPECT_THAT(run("--map presets.flash").output,
               HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000  #....."));
 }
 
@@ -84,18 +77,16 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
   };
   for (const auto& c : CASES) {
     save(Image(c.image));
-    const std::string out = run("--check --map presets.flash");
-    EXPECT_THAT(out, HasSubstr(c.says));
-    EXPECT_THAT(out, HasSubstr(c.status == 0 ? "\nSound." : "\nDamaged.")) << c.says;
-    EXPECT_EQ(status, c.status) << c.says;
+    const ProgramResult dump = run("--check --map presets.flash");
+    EXPECT_THAT(dump.output, HasSubstr(c.says));
+    EXPECT_THAT(dump.output, HasSubstr(c.status == 0 ? "\nSound." : "\nDamaged.")) << c.says;
+    EXPECT_EQ(dump.status, c.status) << c.says;
   }
   for (const std::string args : {".", "none", "--no-such-option", ""}) {
-    EXPECT_NE(run(args), "");
-    EXPECT_EQ(status, 2) << args;
+    EXPECT_EQ(run(args).status, 2) << args;
   }
   writeWhole("odd", std::string(16385, '\xFF'));
-  EXPECT_THAT(run("presets.flash odd"), HasSubstr("a store file has 16384"));
-  EXPECT_EQ(status, 2);
+  EXPECT_THAT(run("presets.flash odd").output, HasSubstr("a store file has 16384"));
 }
 
 // Stores cut off anywhere, some with bytes mutated, and plain noise: on each of them the program
@@ -142,8 +133,9 @@ TEST_F(PresetDump, JudgesAsTheStoreDoesOnAnyBytes) {
     args += " " + std::to_string(i);
   }
   for (const std::string mode : {"", "--map", "--check"}) {
-    std::istringstream out(run(mode + args));
-    ASSERT_TRUE(status == 0 || (mode == "--check" && status == 1)) << mode << status;
+    const ProgramResult dump = run(mode + args);
+    std::istringstream out(dump.output);
+    ASSERT_EQ(dump.status, mode == "--check" ? 1 : 0);
     unsigned int i = 0;
     for (std::string line; std::getline(out, line);) {
       if (line.rfind("The store comes up with ", 0) == 0) {

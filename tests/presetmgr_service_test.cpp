@@ -8,7 +8,6 @@
 namespace {
 
 using testing::EndsWith;
-using testing::StartsWith;
 
 class Service : public testing::Test {
  protected:
@@ -50,16 +49,6 @@ TEST_F(Service, RecordsAreProgrammedWordByWord) {
   EXPECT_EQ(run(), " 16=1FFF 24=6005 26=0 28=1 30=7AFF 24=3FFF 4=1FFF");
   const NorArray medium = Image("7FFE 0 dead:5,0,abcde dead:6,1,xy live:5,0,z");
   EXPECT_EQ(std::memcmp(rig.part.array().bytes, medium.bytes, sizeof medium.bytes), 0);
-}
-
-TEST_F(Service, AFullBlockIsCopiedThenInvalidatedThenErased) {
-  rig.restartOn(Image("7FFE 0 live:1,0,*30 dead:9,9,*8126"));  // leaves 20 bytes
-  rig.write(2, "new");  // there is room for the first of the batch, not for both
-  rig.write(3, "a third");
-  const std::string ops = run();
-  EXPECT_THAT(ops, StartsWith(" 8196=6001 8198=0 8200=1E 8202=7070 "));
-  EXPECT_THAT(ops, EndsWith(" 8232=3FFF 8242=6003 8244=2 8246=7 8248=6120 8250=7468 8252=6972 "
-                            "8254=64FF 8242=3FFF 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0"));
 }
 
 // A batch and a copy may fill their block to the last byte.
