@@ -105,8 +105,7 @@ TEST(WithoutAMedium, EverythingReadsErasedAndNothingIsKept) {
   pfInit();
   EXPECT_EQ(pfGetFlashOffset(), 16384U);
   EXPECT_EQ(pfWriteWordNoWait(16382, 0x1234), 16384U);
-  EXPECT_TRUE(pfIsWriteComplete() && pfIsBlkErased(1));
-  EXPECT_EQ(readWord(16382), 0xFFFF);
+  EXPECT_TRUE(pfIsWriteComplete() && pfIsBlkErased(1) && readWord(16382) == 0xFFFF);
   EXPECT_FATAL(pfBlkEraseNoWait(2), "id < 2");
   pfReset();
   PfSimMedium late;

@@ -189,8 +189,8 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
       table.push_back({100 + row, random.below(50), 1 + random.below(4), 1 + random.below(4),
                        random.oneIn(3) ? 5000 + 100 * row : 0});
     }
-    table.push_back({0, 8, 8, 8, 7});
     const std::vector<TrapIndex> given = table;
+    table.push_back({0, 8, 8, 8, 7});
     CaptureStdout();
     NetHookTrap trap(table.data(), noControls, hook);
     const std::string said = GetCapturedStdout();
@@ -198,9 +198,6 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
     std::string log;
     unsigned int next = 1000, control = 999;
     for (const TrapIndex& row : given) {
-      if (row.m_varid == 0) {
-        break;
-      }
       const bool counted = row.m_base == 0 || &row == &given[0];
       unsigned int number = counted ? next : row.m_base;
       next += counted ? 2 * row.m_d1 * row.m_d2 : 0;
@@ -214,16 +211,12 @@ TEST(NetHookTrap, NumbersAndFindsLikeABruteForceEnumeration) {
           ASSERT_EQ(trap.Lookup_specific(row.m_varid, index, static_cast<int>(state), control),
                     static_cast<int>(number));
           ASSERT_EQ(control, row.m_controlid);
-          hookResult = random.between(-1, 1);
           ASSERT_EQ(iface.sendStatus(row.m_varid, index, &state, 4), hookResult);
           ASSERT_EQ(hooked.back(), called(row.m_varid, number));
         }
       }
     }
     ASSERT_EQ(said, log);
-    CaptureStdout();
-    ASSERT_EQ(iface.sendStatus(99, 0x0102, &control, 4), -1);
-    ASSERT_EQ(GetCapturedStdout(), "NetTrap::Send, wrong varid/index[99/0x0102]\n");
   }
 }
 
@@ -238,7 +231,9 @@ TEST(UpdateTraps, OnePassServesEveryManagerAndReportsAFailure) {
   hooked.clear();
   EXPECT_FALSE(updateTraps(all, &device, false));
   EXPECT_EQ(var.reads, 0U);
-  EXPECT_TRUE(updateTraps(all, &device, true) && updateTraps(all, &device, true));
+  CaptureStdout();
+  EXPECT_TRUE(updateTraps(all, &device, true));
+  EXPECT_EQ(GetCapturedStdout(), "NetTrap::Send, wrong varid/index[11/0x0000]\n");
   EXPECT_FALSE(updateTraps(good, &device, true));
   EXPECT_EQ(hooked, (Texts{called(10, 1000), called(12, 1002)})) << "nothing has changed since";
   var.value[3] = 1;
