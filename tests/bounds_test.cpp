@@ -9,25 +9,18 @@
 
 namespace {
 
-// Steps by whole spans until the value is inside: the definition of wrapping.
-int wrapByStepping(int in, int low, int high) {
-  const long long span = static_cast<long long>(high) - low + 1;
-  long long v = in;
-  while (v > high) {
-    v -= span;
-  }
-  while (v < low) {
-    v += span;
-  }
-  return static_cast<int>(v);
+// The number between `low` and `high` that lies a whole number of spans from `in`.
+int wrapped(long long in, long long low, long long high) {
+  const long long span = high - low + 1;
+  return static_cast<int>(low + ((in - low) % span + span) % span);
 }
 
 TEST(RangeCheck, SpansWiderThan32BitsDoNotOverflow) {
   EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MAX, INT_MIN, INT_MAX), INT_MAX);
   EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MAX, INT_MIN, INT_MAX - 1), INT_MIN);
   EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MIN, INT_MIN + 1, INT_MAX), INT_MAX);
-  EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MIN, 0, 9), wrapByStepping(INT_MIN, 0, 9));
-  EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MAX, -7, -5), wrapByStepping(INT_MAX, -7, -5));
+  EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MIN, 0, 9), 2);
+  EXPECT_EQ(rangeCheck(RANGE_WRAP, INT_MAX, -7, -5), -5);
   EXPECT_EQ(rangeCheck(RANGE_CLIP, INT_MIN, INT_MAX, INT_MAX), INT_MAX);
   EXPECT_FATAL(rangeCheck(RANGE_CLIP, 1, 1, 0), "high >= low");
 }
@@ -54,7 +47,7 @@ TEST(GetBoundsVal, AgreesWithASearchInTheSet) {
     for (int v = low - 70; v <= high + 70; ++v) {
       for (const range_t policy : {RANGE_WRAP, RANGE_CLIP, static_cast<range_t>(2 + round)}) {
         const int inside =
-            policy == RANGE_WRAP ? wrapByStepping(v, low, high) : std::min(std::max(v, low), high);
+            policy == RANGE_WRAP ? wrapped(v, low, high) : std::min(std::max(v, low), high);
         const auto above = std::lower_bound(members.begin(), members.end(), inside);
         const auto below = std::prev(std::upper_bound(members.begin(), members.end(), inside));
         ASSERT_EQ(getBoundsVal(v, true, policy, rows.data(), count), *above) << v;
