@@ -103,17 +103,16 @@ TEST(JThreadTest, StartAndKillFromManyThreads) {
   std::atomic<int> starts{0};
   std::atomic<int> kills{0};
   unwound = 0;
-  std::vector<std::thread> callers(4);
-  for (std::thread& caller : callers) {
-    caller = std::thread([&] {
-      for (int n = 0; n < 100; ++n) {
-        starts += worker.Start() == 0 ? 1 : 0;
-        worker.IsRunning();
-        worker.GetReturnValue();
-        kills += worker.Kill() == 0 ? 1 : 0;
-      }
-    });
-  }
+  const auto startAndKill = [&] {
+    for (int n = 0; n < 100; ++n) {
+      starts += worker.Start() == 0 ? 1 : 0;
+      worker.IsRunning();
+      worker.GetReturnValue();
+      kills += worker.Kill() == 0 ? 1 : 0;
+    }
+  };
+  std::thread callers[] = {std::thread(startAndKill), std::thread(startAndKill),
+                           std::thread(startAndKill), std::thread(startAndKill)};
   for (std::thread& caller : callers) {
     caller.join();
   }

@@ -26,53 +26,37 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
     int val = ReadWriteVarMgrInt::DEFAULT;
   };
   std::vector<std::unique_ptr<Variable>> all(VARS);
-  const auto markAll = [&all] {
-    for (auto& each : all) {
-      each->marked = each->token;
-    }
-  };
   for (auto& each : all) {
     each = std::make_unique<Variable>(group);
   }
   Random random(6);
   for (int step = 0; step < 40000; ++step) {
     std::unique_ptr<Variable>& var = all[random.below(VARS)];
-    const int value = random.between(0, 4);
-    switch (random.below(8)) {
-      case 0:
-        var.reset();
-        var = std::make_unique<Variable>(group);
-        break;
-      case 1:
-        var->global = value;
-        break;
-      case 2:
-        group.setRefresh();
-        markAll();
-        break;
-      case 3: {
-        unsigned char buf[4];
-        ReadVarMgr::setBufInt(buf, sizeof buf, value);
-        var->real.set(buf, sizeof buf);
-        var->val = value;
-        break;
+    const char value = static_cast<char>(random.below(5));
+    const unsigned int action = random.below(8);
+    if (action == 0) {
+      var.reset();
+      var = std::make_unique<Variable>(group);
+    } else if (action == 1) {
+      var->global = value;
+    } else if (action == 2) {
+      var->real.set(&value, 1);
+      var->val = value;
+    } else if (action <= 4) {
+      action == 3 ? group.setRefresh() : var->real.commit();
+      ASSERT_TRUE(action == 3 || var->global == var->val);
+      for (auto& each : all) {
+        each->marked = each->token;
       }
-      case 4:
-        var->real.commit();
-        ASSERT_EQ(var->global, var->val);
-        markAll();
-        break;
-      default: {
-        const auto holders =
-            std::count_if(all.begin(), all.end(), [](auto& v) { return v->token; });
-        if (!var->token && holders < 32) {
-          var->token = var->marked = true;
-        }
-        const bool changed = var->marked && var->val != var->global;
-        var->val = changed ? var->global : var->val;
-        var->marked = false;
-        ASSERT_EQ(var->real.refresh(), changed) << "step " << step;
+    } else {
+      const auto holders = std::count_if(all.begin(), all.end(), [](auto& v) { return v->token; });
+      if (!var->token && holders < 32) {
+        var->token = var->marked = true;
       }
+      const bool changed = var->marked && var->val != var->global;
+      var->val = changed ? var->global : var->val;
+      var->marked = false;
+      ASSERT_EQ(var->real.refresh(), changed) << "step " << step;
     }
     ASSERT_EQ(var->real.get(), var->val) << "step " << step;
   }
