@@ -42,11 +42,8 @@ constexpr unsigned long long WRAP = 1ULL << 32;
 // A timeout in 64-bit time, where nothing wraps.
 struct Model {
   bool isTimeoutExpired(unsigned long long now) {
-    if (!running) {
-      return true;
-    }
-    if (now < end) {
-      return false;
+    if (!running || now < end) {
+      return !running;
     }
     running = repeat;
     if (running && length > 0) {

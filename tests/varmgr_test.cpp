@@ -127,7 +127,6 @@ TEST(VarMgrStr, CharactersAreForcedIntoTheirClass) {
                {Str::BOUNDS_ALPHA, "[", "a"},
                {Str::BOUNDS_HEX, "a", "F"},
                {Str::BOUNDS_PRINTABLE, "\xE9\t", "~ "},
-               {Str::BOUNDS_PRINTABLE, "plain", "plain"},
                {Str::BOUNDS_ALPHA_UPPER, "aZ9", "ZZA"},
                {Str::BOUNDS_ALPHA_LOWER, "aZ~", "aaz"},
                {Str::BOUNDS_DIGIT, "1234567x", "1234567"},  // looks at what fits only
