@@ -84,6 +84,8 @@ TEST_F(NetTrapTest, AnAbsentServerIsTriedAgainUntilItIsThereAndAGoneOneIsNot) {
   startServer();
   EXPECT_EQ(deliver(trap, 1019), 0);
   EXPECT_NE(said.find("\nsending trap command: " + command(1019) + "\n"), said.npos);
+  EXPECT_EQ(deliver(trap, 1001, 1), -1);
+  EXPECT_EQ(said, "NetTrap::Send\nNetTrap::Send, wrong varid/index[1/0x0000]\n");
   server->accept();
   EXPECT_EQ(received(), Texts{command(1019)});
 

@@ -72,6 +72,7 @@ TEST_F(PresetDump, SaysInPlainWordsWhatIsWrong) {
       {abc + "7 0 2328", 1, "corrupt at 0x200E: its payload runs past the end"},
       {EXAMPLE + " @8272 0", 1, "behind the log of block 1 is not erased at 0x2050"},
       {EXAMPLE + " @16382 0", 1, "the last word of block 1 is not erased"},
+      {"@8192 7FFE 0 live:5,2,*8182", 0, "A new preset has room for 0 bytes.\n"},
       {"@8192 7FFE 0" + all, 0, "A new preset has room for 0 bytes.\n"},
       {"@8192 7FFF live0:5,2,ABC", 0, "block 1 is of version 0; the store rewrites it"},
   };

@@ -187,7 +187,8 @@ TEST(PresetFieldValues, AreClampedToTheBounds) {
   EXPECT_EQ(getPresetParm(-1, rows, 2), 0);
   EXPECT_EQ(getPresetParm(-1, wide, 1), 2000000000);
   EXPECT_EQ(getPresetParm(static_cast<int>(4000000000U), wide, 1), 2000000000);
-  EXPECT_EQ(getPresetField(99, rows, 0) + getPresetParm(-77, nullptr, 3), 22);
+  EXPECT_EQ(getPresetField(1, rows, 0) + getPresetParm(2, rows, 0), 3);
+  EXPECT_EQ(getPresetField(4, nullptr, 2) + getPresetParm(5, nullptr, 2), 9);
   EXPECT_FATAL(getPresetField(-1, rows, 2), "bounds[0].min <= val");
   EXPECT_FATAL(getPresetField(31, rows, 2), "val <= bounds[numBounds - 1].max");
   EXPECT_EQ(getPresetFieldNumBits(nullptr, 2, 17, 1), 17U);

@@ -135,6 +135,7 @@ TEST_F(Service, WhatMovesATimer) {
 }
 
 TEST(WithoutAMedium, TheStoreWorksInRAM) {
+  EXPECT_EQ(PresetMgr::flush(), 0);
   for (char fill = 'a'; fill < 'z'; ++fill) {
     const unsigned short type = fill % 2 == 0 ? 1 : 2;
     ASSERT_EQ(StoreRig::write(type, std::string(2000, fill)), ERR_OK);
