@@ -177,6 +177,7 @@ TEST_F(PresetMakeDeathTest, FaultsOfTheApplicationsTables) {
   Str brief(name, text, 3, Str::MODE_MANUAL);
   EXPECT_FATAL(brief.get(&p, 64, bit), "size > len");
   EXPECT_FATAL(Str(name, nullptr, 4, Str::MODE_MANUAL), "s != nullptr");
+  EXPECT_EQ(Str(name, text, 4, Str::MODE_MANUAL).get(&p, 3, bit), -1) << "no room for a character";
 }
 
 // Numbers that no image of the random lists holds.

@@ -85,23 +85,14 @@ void bootFlashCommand(unsigned short command) {
 }
 
 unsigned short bootFlashWord() {
-  switch (flashCommand) {
-    case BOOT_FLASH_READ_ARRAY:
-      return static_cast<unsigned short>(getBigEndian(bootFlash(0), 2));
-    case BOOT_FLASH_READ_STATUS:
-      return statusRead();
-    default:
-      return 0;
-  }
+  return flashBusyReads == 0 && flashCommand == BOOT_FLASH_READ_ARRAY
+             ? static_cast<unsigned short>(getBigEndian(bootFlash(0), 2))
+             : statusRead();
 }
 
 void bootFlashStandInBusy(unsigned int reads) {
-  flashCommand = 0;
+  flashCommand = BOOT_FLASH_READ_STATUS;
   flashBusyReads = reads;
-}
-
-bool bootFlashStandInReadsArray() {
-  return flashBusyReads == 0 && flashCommand == BOOT_FLASH_READ_ARRAY;
 }
 
 #endif

@@ -57,9 +57,7 @@ constexpr unsigned short BOOT_FLASH_READ_ARRAY = 0xFF;   ///< command: answer wi
 constexpr unsigned short BOOT_FLASH_READY = 0x80;        ///< status bit: not busy
 
 #if !BOARD_BARE_TARGET
-/// Makes the stand-in's boot flash busy, as in the middle of an erase: it does not answer with
-/// the array, and `reads` reads of its status pass before it is ready.
+/// Makes the stand-in's boot flash busy, as in the middle of an erase: it answers with its status
+/// until `reads` reads of that have passed and it is told to answer with the array.
 void bootFlashStandInBusy(unsigned int reads);
-/// True when the stand-in's boot flash is ready and answers with its array.
-bool bootFlashStandInReadsArray();
 #endif
