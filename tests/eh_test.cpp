@@ -79,7 +79,7 @@ TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
 
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {
   std::memset(bootFlash(0), 0x11, 2);  // an array that does not look like a ready status
-  const auto onAbort = [](int) { std::exit(bootFlashWord() == 0x1111 ? 7 : 8); };
+  const auto onAbort = [](int) { _exit(bootFlashWord() == 0x1111 ? 7 : 8); };
   EXPECT_EXIT(
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);
