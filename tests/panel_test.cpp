@@ -38,6 +38,18 @@ TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
   EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"unread\""));
 }
 
+// Without standard streams its files get their numbers, and what it prints would go into them.
+TEST_F(PanelTest, PrintsIntoNoneOfItsFilesAndOutlivesALimitOnTheirSize) {
+  run("preset write 5 hello\n");
+  const std::string store = readWhole("presets.flash");
+  runProgram(PANEL " <&- >&- 2>&-");
+  EXPECT_EQ(readWhole("presets.flash"), store);
+  writeWhole("input", "set limit 61\nconfirm\nsave\n");
+  runProgram("{ ulimit -f 0; " PANEL " < input; } | cat > said");
+  EXPECT_THAT(readWhole("said"), HasSubstr("| error: the confirmed settings are not saved"));
+  EXPECT_THAT(run("get limit\n"), HasSubstr("| limit = 60 C"));
+}
+
 // A panel that saves all the time is killed at one moment after another. Its settings are those of
 // the last finished save, or of the one that was running, all of them.
 TEST_F(PanelTest, KilledInTheMiddleOfASaveKeepsTheSettingsBeforeOrBehindIt) {

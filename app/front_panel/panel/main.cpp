@@ -1,4 +1,5 @@
 // The panel application: start-up, the periodic loop, and the end.
+#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -147,9 +148,22 @@ bool finish(bool good) {
   return good || consoleInteractive();
 }
 
+// A panel may be started with a standard stream closed. The first file that it opens would take the
+// stream's place, and all that is printed would land in the preset store.
+void keepStreamsFree() {
+  int fd;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStreamsFree();
   Options options;
   const int end = parseOptions(argc, argv, options);
   if (end >= 0) {
