@@ -73,8 +73,8 @@ TEST_F(Device, AFamilyRegistersItselfWhateverTheOrderOfItsMembers) {
   std::vector<CtrlReadWrite*> table;
   for (unsigned int place : {7U, 0U, 11U, 3U, 4U, 10U, 1U, 2U, 6U, 9U, 8U}) {  // not 5
     vars.emplace_back(globals[place], group, static_cast<int>(place), PERCENT, RANGE_CLIP);
-    ReadWriteVarMgr& var = place == 8 ? static_cast<ReadWriteVarMgr&>(name) : vars.back();
-    table.push_back(&members.emplace_back(40, place / 3 | place % 3 << 8, var, first, array, 14,
+    ReadWriteVarMgr* const var = place == 8 ? static_cast<ReadWriteVarMgr*>(&name) : &vars.back();
+    table.push_back(&members.emplace_back(40, place / 3 | place % 3 << 8, *var, first, array, 14,
                                           dims, 2, cmd_sts_idx_conv2D));
   }
   start(table);
