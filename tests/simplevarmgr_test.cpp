@@ -32,7 +32,7 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
   Random random(6);
   for (int step = 0; step < 40000; ++step) {
     std::unique_ptr<Variable>& var = all[random.below(VARS)];
-    const char value = static_cast<char>(random.below(5));
+    const unsigned char value = static_cast<unsigned char>(random.below(5));
     const unsigned int action = random.below(8);
     if (action == 0) {
       var.reset();
