@@ -248,6 +248,13 @@ TEST_F(InAFile, AnOpenThatFailsSaysWhyAndLeavesTheFile) {
       file.close();
     }
   }
+  // In a directory that may be written and not read.
+  writeWhole(PATH, "");
+  iofault::error = EACCES;
+  iofault::failFrom(7, false);
+  EXPECT_TRUE(file.open(PATH, true) && !iofault::faultsLeft()) << file.error();
+  iofault::heal();
+  file.close();
   EXPECT_FATAL(file.init(), "isOpen()");
   EXPECT_FATAL(file.startProgram(0, 0), "isOpen()");
   EXPECT_FATAL(file.startErase(0), "isOpen()");

@@ -86,7 +86,8 @@ int PfFileMedium::syncNewFile() {
   const std::string directory = slash == std::string::npos ? "." : name.substr(0, slash + 1);
   const int dir = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir < 0) {
-    return errno;
+    // A directory that may be written and not read is flushed with all of its file system.
+    return errno == EACCES && syncfs(fd) == 0 ? 0 : errno;
   }
   const int code = fsync(fd) == 0 && (fsync(dir) == 0 || errno == EINVAL) ? 0 : errno;
   ::close(dir);
