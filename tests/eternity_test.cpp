@@ -200,6 +200,14 @@ TEST_F(ArchiveTest, BrokenFramesAreRefused) {
     EXPECT_NE(refusal(frame(inside)), "") << inside;
   }
   EXPECT_EQ(refusal(frame("\ntext")), "text outside of an element, line 4");
+  // A large text is read once, and not from each of its near tags on.
+  for (const std::string nearTag : {"<a", "</a", "&"}) {
+    std::string large = "<a>";
+    for (int i = 0; i < 500000; ++i) {
+      large += nearTag;
+    }
+    EXPECT_EQ(refusal(frame(large + "x</a>")), "");
+  }
 }
 
 TEST_F(ArchiveTest, WhatIsNoReadableFileIsRefusedWithoutWaiting) {

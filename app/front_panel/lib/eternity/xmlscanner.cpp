@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string_view>
 
 #include "persist.h"
 
@@ -29,6 +30,7 @@ namespace eternity {
 namespace {
 
 constexpr char SPACE[] = " \t\r\n";
+constexpr std::string_view TAG_NAME_END = " \t\r\n/>";
 constexpr char NAME_END[] = " \t\r\n<>/=&'\"";
 
 struct Entity {
@@ -180,7 +182,7 @@ xml_scanner::context xml_scanner::scanText() {
   const std::string start = "<" + name;
   for (std::size_t i = 0; (i = raw.find(start, i)) != std::string::npos; i += start.size()) {
     const std::size_t behind = i + start.size();
-    if (behind == raw.size() || raw.find_first_of(" \t\r\n/>", behind) == behind) {
+    if (behind == raw.size() || TAG_NAME_END.find(raw[behind]) != std::string_view::npos) {
       fail("the element " + name + " begins twice");
     }
   }
