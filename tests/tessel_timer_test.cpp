@@ -126,7 +126,7 @@ TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
     EXPECT_EQ(Timer::sysTime, time);
     EXPECT_EQ(calls, callsSoFar);
   }
-  EXPECT_EQ(thread->Start(), ERR_JTHREAD_ALREADYRUNNING);
+  EXPECT_LT(thread->Start(), 0) << "it runs already";
   EXPECT_EQ(thread->Stop(), 0);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "Starting the Timer thread\nStarting the Timer thread\nStopping the Timer thread\n");
