@@ -57,12 +57,20 @@ unsigned int Timer::getDiffTime(unsigned int since) {
   return since > now ? (0xFFFFFFFFU - since) + now : now - since;
 }
 
+// Sets the counter; false when the system has no time.
+bool Timer::readClock() {
+  timeval tv;
+  if (gettimeofday(&tv, nullptr) != 0) {
+    return false;
+  }
+  sysTime = static_cast<unsigned int>(static_cast<unsigned long long>(tv.tv_sec) * 1000U +
+                                      static_cast<unsigned long long>(tv.tv_usec) / 1000U);
+  return true;
+}
+
 void Timer::tick() {
   for (;;) {
-    timeval tv;
-    if (gettimeofday(&tv, nullptr) == 0) {
-      sysTime = static_cast<unsigned int>(static_cast<unsigned long long>(tv.tv_sec) * 1000U +
-                                          static_cast<unsigned long long>(tv.tv_usec) / 1000U);
+    if (readClock()) {
       if (void (*const call)() = cb) {
         // A callback is the application's code and need not be ready to be unwound.
         int previous;
@@ -106,6 +114,9 @@ int Timer_thread::Stop() {
 
 void* Timer_thread::Thread() {
   pthread_testcancel();
+  // In front of ThreadStarted: a timeout that is armed once Start has returned counts from now, and
+  // not from 0, which would let it expire with the first pass.
+  Timer::readClock();
   ThreadStarted();
   Timer::tick();
 }

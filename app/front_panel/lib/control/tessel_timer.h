@@ -66,6 +66,8 @@ class Timer {
   [[noreturn]] static void tick();
 
  private:
+  friend class Timer_thread;
+  static bool readClock();
   void arm(unsigned int from);
 
   unsigned int start = 0;
@@ -91,7 +93,8 @@ class Timer_thread : public JThread, public Noncopyable {
   /// Starts the thread, without a result. A thread that cannot start leaves the counter at 0.
   void Init();
 
-  /// Starts the thread and says so on standard output. Returns what JThread::Start returns.
+  /// Starts the thread and says so on standard output; the counter is set when this returns.
+  /// Returns what JThread::Start returns.
   int Start();
 
   /// Ends the thread and says so on standard output. The counter then stands still. Returns what
