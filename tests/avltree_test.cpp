@@ -112,7 +112,7 @@ TEST(AvlTree, AFullPoolAndADuplicateAreFatal) {
   }
   EXPECT_FATAL(tree.insert(5, nullptr), "duplicate");
   EXPECT_FATAL(tree.insert(2, nullptr), "duplicate");
-  EXPECT_FATAL(AVLTree(pool, sizeof pool, 0x80000000), "paysize <= 0x7FFFFFFF");
+  EXPECT_FATAL(AVLTree(pool, sizeof pool, 0xFFFFFFE0), "paysize <= 0x7FFFFFFF");
 }
 
 }  // namespace

@@ -8,12 +8,20 @@
 static_assert(sizeof(AVLTree::avl_node) == 3 * sizeof(void*) + 8, "a header without padding");
 static_assert(alignof(AVLTree::avl_node) <= 4, "slots are aligned to 4 bytes only");
 
-AVLTree::AVLTree(char* buf, unsigned int bufsize, unsigned int paysize)
-    : PAY_SIZE((paysize + 3) & ~3U),
-      MAX_INDEX(bufsize / (PAY_SIZE + static_cast<unsigned int>(NODE_SIZE))),
-      node_array(buf) {
+namespace {
+
+// Checked before the slot's size is computed, which would wrap.
+unsigned int rounded(unsigned int paysize) {
   CTRL_ASSERT(paysize <= 0x7FFFFFFF);
+  return (paysize + 3) & ~3U;
 }
+
+}  // namespace
+
+AVLTree::AVLTree(char* buf, unsigned int bufsize, unsigned int paysize)
+    : PAY_SIZE(rounded(paysize)),
+      MAX_INDEX(bufsize / (PAY_SIZE + static_cast<unsigned int>(NODE_SIZE))),
+      node_array(buf) {}
 
 long AVLTree::height(avl_node* node) {
   return node == nullptr ? -1 : node->height;
