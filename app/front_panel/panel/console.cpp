@@ -50,10 +50,8 @@ void catchSignals() {
   handle(SIGINT, onSignal);
   handle(SIGTERM, onSignal);
   handle(SIGHUP, onSignal);
-  // A reader of our output that goes away must not take an unsaved setting with it, nor a limit on
-  // the size of files: the write fails then, and the panel says so.
+  // A reader of our output that goes away must not take an unsaved setting with it.
   handle(SIGPIPE, SIG_IGN);
-  handle(SIGXFSZ, SIG_IGN);
 }
 
 void print(const char* lead, const char* format, va_list args) {

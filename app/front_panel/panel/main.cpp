@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -164,6 +165,7 @@ void keepStreamsFree() {
 
 int main(int argc, char** argv) {
   keepStreamsFree();
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on file sizes fails, and we say so
   Options options;
   const int end = parseOptions(argc, argv, options);
   if (end >= 0) {
