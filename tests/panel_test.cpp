@@ -240,10 +240,11 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
                // Three lines back stands the set.
                {"\x1b[A\x1b[A\x1b[A\n", "| input[1] = 5, waits for confirm", "(1 to confirm)> "},
                {"\x04", "Stopping the Timer thread", ""}};
-  // libedit keeps the names of its functions.
-  Process panel(
-      {"env", "TERM=xterm", "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", PANEL, "/dev/null"},
-      "log");
+  // libedit keeps the names of its functions. The panel takes the place of the shell that script
+  // starts, which would otherwise get the interrupt key too and, as sh, end with its status.
+  Process panel({"env", "-u", "LINES", "-u", "COLUMNS", "TERM=xterm", "SHELL=/bin/sh",
+                 "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", "exec " PANEL, "/dev/null"},
+                "log");
   for (const auto& step : STEPS) {
     panel.type(step.keys);
     ASSERT_TRUE(panel.saysNext(step.answer) && panel.saysNext(step.prompt)) << panel.output();
