@@ -28,6 +28,7 @@ TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
   replace("f", "one");
   chmod("f", 0640);
   FileReplacement file("f");
+  EXPECT_EQ(fs::status("f.tmp").permissions(), fs::perms{0600});
   writeWhole(file.temporary(), "two");
   EXPECT_EQ(readWhole("f"), "one");
   std::string operations;
@@ -48,6 +49,20 @@ TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
     EXPECT_FALSE(iofault::faultsLeft());
     iofault::heal();
   }
+}
+
+TEST_F(FileReplaceTest, WithAClosedStreamHoldsNothingThatIsPrinted) {
+  const auto replaceAndPrint = [this] {
+    close(STDOUT_FILENO);
+    FileReplacement file("f");
+    std::ofstream content(file.temporary());
+    content << "content" << std::flush;
+    std::puts("printed");
+    std::fflush(stdout);
+    file.commit();
+    _exit(readWhole("f") == "content" ? 0 : 1);
+  };
+  EXPECT_EXIT(replaceAndPrint(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {

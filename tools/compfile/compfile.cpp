@@ -13,6 +13,7 @@
 
 #include "comp.h"
 #include "container.h"
+#include "debug.h"
 #include "files.h"
 
 namespace {
@@ -260,6 +261,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStandardStreams();
   try {
     return run(argc, argv);
   } catch (const std::exception& error) {  // Refused, or the file system's own

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "debug.h"
 #include "trapserver.h"
 
 namespace {
@@ -37,6 +38,7 @@ int serve(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  keepStandardStreams();
   try {
     return serve(argc, argv);
   } catch (const std::exception& e) {

@@ -1,5 +1,4 @@
 // The panel application: start-up, the periodic loop, and the end.
-#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "board_services.h"
 #include "commands.h"
 #include "console.h"
+#include "debug.h"
 #include "device.h"
 #include "saving.h"
 #include "setups.h"
@@ -149,22 +149,10 @@ bool finish(bool good) {
   return good || consoleInteractive();
 }
 
-// A panel may be started with a standard stream closed. The first file that it opens would take the
-// stream's place, and all that is printed would land in the preset store.
-void keepStreamsFree() {
-  int fd;
-  do {
-    fd = open("/dev/null", O_RDWR);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0) {
-    close(fd);
-  }
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  keepStreamsFree();
+  keepStandardStreams();
   std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on file sizes fails, and we say so
   Options options;
   const int end = parseOptions(argc, argv, options);

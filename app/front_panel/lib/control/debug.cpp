@@ -1,5 +1,8 @@
 #include "debug.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,4 +23,13 @@ void ctrlAssertFailed(const char* expr, const char* file, int line, const char* 
   // The condition is cut rather than the name of the function behind it.
   std::snprintf(text, sizeof text, "%.350s, function %.128s", expr, func);
   __assert(text, file, line);
+}
+
+void keepStandardStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0) {
+      // It gets the lowest free number, which is this one.
+      static_cast<void>(open("/dev/null", O_RDWR));
+    }
+  }
 }

@@ -1,4 +1,5 @@
-// Fatal assertions: how the library stops when a table of the application is wrong.
+// Fatal assertions: how the library stops when a table of the application is wrong; and that what
+// it says goes nowhere else than to standard output.
 //
 // CTRL_ASSERT guards an invariant that only a fault in the program can break, never a value that
 // came from outside. It is checked in every build. A failed one is reported on standard output,
@@ -16,6 +17,12 @@ extern "C" void __assert(const char* expr, const char* file, int line) noexcept
 /// Reports a failed condition and the function it stands in through __assert. Never returns.
 /// The arguments are zero-terminated texts and the line number; a very long condition is cut.
 [[noreturn]] void ctrlAssertFailed(const char* expr, const char* file, int line, const char* func);
+
+/// Opens the null device in the place of each standard stream that is closed. Otherwise the file or
+/// connection that is opened next would take that place, and get what is printed. The library does
+/// this before it opens one for writing; a program that may be started with closed streams does it
+/// first. Any thread.
+void keepStandardStreams();
 
 /// REQUIRES `cond`; a false one is a fatal assertion. `cond` is evaluated exactly once.
 #define CTRL_ASSERT(cond) \

@@ -46,7 +46,8 @@ std::string followLinks(std::string path) {
 // Closes the descriptor however the scope is left.
 class Descriptor : public Noncopyable {
  public:
-  Descriptor(const std::string& path, int flags) : fd(open(path.c_str(), flags | O_CLOEXEC)) {
+  Descriptor(const std::string& path, int flags, mode_t mode = 0)
+      : fd(open(path.c_str(), flags | O_CLOEXEC, mode)) {
     if (fd < 0) {
       failOn("cannot open ", path);
     }
@@ -80,11 +81,15 @@ void flushDirectory(const std::string& path, const Descriptor& file) {
 
 FileReplacement::FileReplacement(const std::string& name)
     : target(followLinks(name)), temp(target + ".tmp") {
+  keepStandardStreams();
   struct stat old;
-  if (lstat(target.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) {
+  const bool replaces = lstat(target.c_str(), &old) == 0;
+  if (replaces && !S_ISREG(old.st_mode)) {
     throw eternity::exception(target + " is no regular file");
   }
   unlink(temp.c_str());
+  // The old file may be closed to others: its owner and mode come with the commit.
+  const Descriptor created(temp, O_WRONLY | O_CREAT | O_EXCL, replaces ? 0600 : 0666);
 }
 
 FileReplacement::~FileReplacement() {

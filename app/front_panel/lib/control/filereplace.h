@@ -20,8 +20,10 @@
 ///   file.commit();
 class FileReplacement : public Noncopyable {
  public:
-  /// Prepares to replace or create the file `name`, and removes what an earlier replacement left
-  /// behind. Throws when something other than a regular file has that name.
+  /// Prepares to replace or create the file `name`: makes an empty temporary file in place of what
+  /// an earlier replacement left behind. While it is written, only its owner may read what takes
+  /// the place of an old file. Throws when something other than a regular file has that name, or
+  /// the temporary file cannot be made.
   explicit FileReplacement(const std::string& name);
 
   /// Removes the temporary file unless commit() has renamed it.

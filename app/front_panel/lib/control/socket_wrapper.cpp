@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "debug.h"
+
 namespace {
 
 // The first address of `hostname`; false, with the words for it, when there is none.
@@ -41,6 +43,7 @@ const sockaddr* generic(const sockaddr_in& so) {
 }
 
 int newSocket(int type) {
+  keepStandardStreams();
   const int sock = socket(AF_INET, type, 0);
   if (sock < 0) {
     std::fputs("socket allocation failed.\n", stderr);
