@@ -85,6 +85,10 @@ bool list(const char* args) {
   if (found.empty()) {
     return complain("%s", error.c_str());
   }
+  skipBlanks(args);
+  if (!parseEnd(args)) {
+    return false;
+  }
   return found[0].family == nullptr ? noSuchControl(found[0]) : listMembers(*found[0].family);
 }
 
@@ -224,22 +228,28 @@ bool save(const char*) {
   return true;
 }
 
-// Reads "SECONDS" from the front of `args`, if it stands there.
-unsigned int parseSeconds(const char*& args, unsigned int otherwise) {
-  char* end;
-  const unsigned long seconds = std::strtoul(args, &end, 10);
-  if (end == args || *args == '-' || (*end != ' ' && *end != 0) || seconds > 86400) {
-    return otherwise;
+// Reads a number of seconds from the front of `args`, if one stands there.
+bool parseSeconds(const char*& args, unsigned int& seconds) {
+  constexpr unsigned int MOST = 24 * 3600;
+  const std::size_t digits = std::strspn(args, "0123456789");
+  if (digits == 0 || std::strchr(" \t", args[digits]) == nullptr) {
+    return true;
   }
-  args = end;
-  return static_cast<unsigned int>(seconds);
+  const unsigned long number = std::strtoul(args, nullptr, 10);
+  if (number > MOST) {
+    return complain("%.*s s is too long, %u at most", static_cast<int>(digits), args, MOST);
+  }
+  seconds = static_cast<unsigned int>(number);
+  args += digits;
+  skipBlanks(args);
+  return true;
 }
 
 bool watch(const char* args) {
   constexpr unsigned int POLL_MS = 100;
-  const unsigned int seconds = parseSeconds(args, 10);
+  unsigned int seconds = 10;
   std::vector<Address> controls;
-  if (!parseAll(args, controls)) {
+  if (!parseSeconds(args, seconds) || !parseAll(args, controls)) {
     return false;
   }
   if (consoleInteractive()) {
@@ -265,9 +275,9 @@ bool watch(const char* args) {
 }
 
 bool wait(const char* args) {
-  const unsigned int seconds = parseSeconds(args, 1);
-  if (*args != 0) {
-    return complain("wait takes a number of seconds, not %s", args);
+  unsigned int seconds = 1;
+  if (!parseSeconds(args, seconds) || !parseEnd(args)) {
+    return false;
   }
   consolePause(seconds * 1000);
   return true;
@@ -295,7 +305,11 @@ bool help(const char* args) {
 }
 
 bool quit(const char* args) {
-  if (unsavedSettings() && !saveSettings() && std::strcmp(args, "now") != 0) {
+  const bool now = std::strcmp(args, "now") == 0;
+  if (!now && !parseEnd(args)) {
+    return false;
+  }
+  if (unsavedSettings() && !saveSettings() && !now) {
     return complain("the confirmed settings are not saved; \"quit now\" ends without them");
   }
   consoleQuit();
@@ -305,24 +319,30 @@ bool quit(const char* args) {
 std::vector<std::string> completeName(const std::string& word) {
   std::vector<std::string> found;
   for (const Command* const* table = COMMAND_TABLES; *table != nullptr; ++table) {
-    for (const Command* c = *table; c->name != nullptr; ++c) {
-      if (std::strncmp(c->name, word.c_str(), word.size()) == 0) {
-        found.push_back(c->name);
-      }
-    }
+    const std::vector<std::string> more = completeGroup(*table, word);
+    found.insert(found.end(), more.begin(), more.end());
   }
   return found;
 }
 
-const Command* findCommand(const std::string& name) {
-  for (const Command* const* table = COMMAND_TABLES; *table != nullptr; ++table) {
-    for (const Command* c = *table; c->name != nullptr; ++c) {
-      if (name == c->name) {
-        return c;
-      }
-    }
+const Command* findIn(const Command* table, const std::string& name) {
+  while (table->name != nullptr && name != table->name) {
+    ++table;
   }
-  return nullptr;
+  return table->name == nullptr ? nullptr : table;
+}
+
+const Command* findCommand(const std::string& name) {
+  const Command* found = nullptr;
+  for (const Command* const* table = COMMAND_TABLES; *table != nullptr && !found; ++table) {
+    found = findIn(*table, name);
+  }
+  return found;
+}
+
+bool carryOut(const Command& command, const char* args) {
+  skipBlanks(args);
+  return (*command.usage != 0 || parseEnd(args)) && command.run(args);
 }
 
 }  // namespace
@@ -352,9 +372,37 @@ bool runCommand(const std::string& line) {
   if (command == nullptr) {
     return complain("no command \"%s\"; \"help\" shows all", name.c_str());
   }
-  const char* args = text.c_str() + name.size();
-  skipBlanks(args);
-  return command->run(args);
+  return carryOut(*command, text.c_str() + name.size());
+}
+
+bool runGroup(const char* group, const Command* table, const char* args) {
+  const std::string name(args, std::strcspn(args, " \t"));
+  if (name.empty()) {
+    for (; table->name != nullptr; ++table) {
+      say("%s %-18s %s", group, (std::string(table->name) + " " + table->usage).c_str(),
+          table->help);
+    }
+    return true;
+  }
+  const Command* const command = findIn(table, name);
+  if (command == nullptr) {
+    return complain("no command \"%s %s\"; \"%s\" shows all", group, name.c_str(), group);
+  }
+  return carryOut(*command, args + name.size());
+}
+
+std::vector<std::string> completeGroup(const Command* table, const std::string& word) {
+  std::vector<std::string> found;
+  for (; table->name != nullptr; ++table) {
+    if (std::strncmp(table->name, word.c_str(), word.size()) == 0) {
+      found.push_back(table->name);
+    }
+  }
+  return found;
+}
+
+bool parseEnd(const char* args) {
+  return *args == 0 || complain("what is %s?", args);
 }
 
 std::vector<std::string> completeCommand(const std::string& before) {

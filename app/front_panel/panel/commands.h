@@ -11,7 +11,7 @@
 /// One command.
 struct Command {
   const char* name;   ///< the word that is typed
-  const char* usage;  ///< the arguments, as "help" writes them
+  const char* usage;  ///< the arguments, as "help" writes them; without any, it is run without
   const char* help;   ///< one line
   /// Carries the command out. `args` is the rest of the line, without blanks round it. False when
   /// it was refused; the reason has been printed.
@@ -28,6 +28,16 @@ extern const Command CONTROL_COMMANDS[];
 
 /// Runs one line. An empty one and one that begins with # does nothing. False when it was refused.
 bool runCommand(const std::string& line);
+
+/// Runs the command of `table` that `args` begins with. `group` is the word in front of it; alone
+/// it prints the table. False when it was refused.
+bool runGroup(const char* group, const Command* table, const char* args);
+
+/// The names of `table` that begin with `word`.
+std::vector<std::string> completeGroup(const Command* table, const std::string& word);
+
+/// For a command that has read all its arguments: complains of what else stands there.
+bool parseEnd(const char* args);
 
 /// For the console: what may stand at the end of `before`.
 std::vector<std::string> completeCommand(const std::string& before);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <clocale>
@@ -57,6 +58,11 @@ void catchSignals() {
 void print(const char* lead, const char* format, va_list args) {
   char text[1024];
   std::vsnprintf(text, sizeof text, format, args);
+  for (char* c = text; *c != 0; ++c) {
+    if (std::iscntrl(static_cast<unsigned char>(*c)) != 0) {
+      *c = '?';  // a typed one would act on the terminal
+    }
+  }
   sio_printf(CONSOLE, "%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
   redraw = true;
 }

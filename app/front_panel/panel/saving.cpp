@@ -54,7 +54,9 @@ unsigned int waitingSets() {
 unsigned int confirmSettings() {
   const std::lock_guard<std::mutex> lock(settingsLock);
   ctrlDoConfirm();
-  Preset::Instance()->Set_need_save();
+  if (waiting > 0) {
+    Preset::Instance()->Set_need_save();
+  }
   const unsigned int confirmed = waiting;
   waiting = 0;
   return confirmed;

@@ -88,10 +88,6 @@ bool parseWhich(const char*& args, Which& which) {
   return true;
 }
 
-bool parseEnd(const char* args) {
-  return *args == 0 || complain("what is %s?", args);
-}
-
 // A setup is about settings in effect: what waits for confirm would get mixed up with it.
 bool nothingWaits() {
   return waitingSets() == 0 || complain("confirm first: %u set, not in effect", waitingSets());
@@ -140,10 +136,7 @@ bool recall(const char* args) {
   return true;
 }
 
-bool listAll(const char* args) {
-  if (!parseEnd(args)) {
-    return false;
-  }
+bool listAll(const char*) {
   const bool setup = PresetMgr::nextType(-1) == 0;
   unsigned int users[NUM_PRESETS];
   const unsigned int count = listUserSetups(users, NUM_PRESETS);
@@ -184,27 +177,11 @@ const Command SETUP[] = {
     {}};
 
 bool setup(const char* args) {
-  const std::string name(args, std::strcspn(args, " \t"));
-  for (const Command* c = SETUP; c->name != nullptr; ++c) {
-    if (name.empty()) {
-      say("setup %-18s %s", (std::string(c->name) + " " + c->usage).c_str(), c->help);
-    } else if (name == c->name) {
-      args += name.size();
-      skipBlanks(args);
-      return c->run(args);
-    }
-  }
-  return name.empty() || complain("no command \"setup %s\"; \"setup\" shows all", name.c_str());
+  return runGroup("setup", SETUP, args);
 }
 
 std::vector<std::string> completeSetup(const std::string& word) {
-  std::vector<std::string> found;
-  for (const Command* c = SETUP; c->name != nullptr; ++c) {
-    if (std::strncmp(c->name, word.c_str(), word.size()) == 0) {
-      found.push_back(c->name);
-    }
-  }
-  return found;
+  return completeGroup(SETUP, word);
 }
 
 }  // namespace

@@ -135,7 +135,7 @@ bool write(const char* args) {
 
 bool read(const char* args) {
   unsigned short type = 0;
-  if (!parseType(args, type)) {
+  if (!parseType(args, type) || !parseEnd(args)) {
     return false;
   }
   PresetMgr handle;
@@ -158,7 +158,7 @@ bool read(const char* args) {
 
 bool remove(const char* args) {
   unsigned short type = 0;
-  if (!parseType(args, type)) {
+  if (!parseType(args, type) || !parseEnd(args)) {
     return false;
   }
   PresetMgr handle;
@@ -236,31 +236,11 @@ const Command PRESET[] = {
     {}};
 
 bool preset(const char* args) {
-  const std::string name(args, std::strcspn(args, " \t"));
-  if (name.empty()) {
-    for (const Command* c = PRESET; c->name != nullptr; ++c) {
-      say("preset %-16s %s", (std::string(c->name) + " " + c->usage).c_str(), c->help);
-    }
-    return true;
-  }
-  for (const Command* c = PRESET; c->name != nullptr; ++c) {
-    if (name == c->name) {
-      args += name.size();
-      skipBlanks(args);
-      return c->run(args);
-    }
-  }
-  return complain("no command \"preset %s\"; \"preset\" shows all", name.c_str());
+  return runGroup("preset", PRESET, args);
 }
 
 std::vector<std::string> completePreset(const std::string& word) {
-  std::vector<std::string> found;
-  for (const Command* c = PRESET; c->name != nullptr; ++c) {
-    if (std::strncmp(c->name, word.c_str(), word.size()) == 0) {
-      found.push_back(c->name);
-    }
-  }
-  return found;
+  return completeGroup(PRESET, word);
 }
 
 }  // namespace
