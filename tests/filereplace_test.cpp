@@ -52,7 +52,7 @@ TEST_F(FileReplaceTest, ReplacesOnlyWhatIsOnTheDiskAndKeepsTheMode) {
 }
 
 TEST_F(FileReplaceTest, WithAClosedStreamHoldsNothingThatIsPrinted) {
-  const auto replaceAndPrint = [this] {
+  const auto replaceAndPrint = [] {
     close(STDOUT_FILENO);
     FileReplacement file("f");
     std::ofstream content(file.temporary());

@@ -246,9 +246,10 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
                {"\x04", "Stopping the Timer thread", ""}};
   // libedit keeps the names of its functions. The panel takes the place of the shell that script
   // starts, which would otherwise get the interrupt key too and, as sh, end with its status.
-  Process panel({"env", "-u", "LINES", "-u", "COLUMNS", "TERM=xterm", "SHELL=/bin/sh",
-                 "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", "exec " PANEL, "/dev/null"},
-                "log");
+  Process panel(
+      {"env", "-u", "LINES", "-u", "COLUMNS", "TERM=xterm", "SHELL=/bin/sh",
+       "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", std::string("exec ") + PANEL, "/dev/null"},
+      "log");
   for (const auto& step : STEPS) {
     panel.type(step.keys);
     ASSERT_TRUE(panel.saysNext(step.answer) && panel.saysNext(step.prompt)) << panel.output();
