@@ -236,20 +236,23 @@ TEST_F(PanelTest, OnATerminalEditsCompletesAndShowsWhatToTry) {
     const char* prompt;
   } STEPS[] = {{"", "| temperature[0..3]", "panel (try: set gain 2 1 -6)> "},
                {"conf\t\n", "| error: nothing waits for confirm", "panel> "},
+               {"set mute 2 on\n", "| mute[2] = on, waits for confirm", "panel (1 to confirm)> "},
                {"set inp\t\t", "| input[0]  input[1]  input[2]  input[3]", ""},
-               {"1] 5\n", "| input[1] = 5, waits for confirm", "panel (1 to confirm)> "},
+               {"1] 5\n", "| input[1] = 5, waits for confirm", "panel (2 to confirm)> "},
                {"watch 60 temperature\n", "| temperature[3]", ""},
-               {"\x03", "", "panel (1 to confirm)> "},  // ends the watch and not the panel
-               {"confirm\n", "| 1 setting confirmed", "panel> "},
+               {"\x03", "", "panel (2 to confirm)> "},  // ends the watch and not the panel
+               {"confirm\n", "| 2 settings confirmed", "panel> "},
+               // What comes by itself takes the prompt's place.
+               {"", "\r\x1b[K| Trap 1013: mute[2] on: yes\r\n", "\r\x1b[Kpanel> "},
                // Three lines back stands the set.
                {"\x1b[A\x1b[A\x1b[A\n", "| input[1] = 5, waits for confirm", "(1 to confirm)> "},
                {"\x04", "Stopping the Timer thread", ""}};
   // libedit keeps the names of its functions. The panel takes the place of the shell that script
   // starts, which would otherwise get the interrupt key too and, as sh, end with its status.
-  Process panel(
-      {"env", "-u", "LINES", "-u", "COLUMNS", "TERM=xterm", "SHELL=/bin/sh",
-       "LSAN_OPTIONS=detect_leaks=0", "script", "-qec", std::string("exec ") + PANEL, "/dev/null"},
-      "log");
+  Process panel({"env", "-u", "LINES", "-u", "COLUMNS", "TERM=xterm", "SHELL=/bin/sh",
+                 "LSAN_OPTIONS=detect_leaks=0", "script", "-qec",
+                 std::string("exec ") + PANEL + " --traps print", "/dev/null"},
+                "log");
   for (const auto& step : STEPS) {
     panel.type(step.keys);
     ASSERT_TRUE(panel.saysNext(step.answer) && panel.saysNext(step.prompt)) << panel.output();

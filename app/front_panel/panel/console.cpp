@@ -24,6 +24,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds PERIOD(100);
 constexpr int CONSOLE = 0;  // the unit of the library's console
+constexpr char CLEAR_ROW[] = "\r\033[K";
 
 ConsoleHooks hook;
 std::atomic<int> stopSignal{0};            // the signal that asks the panel to end, or 0
@@ -63,8 +64,7 @@ void print(const char* lead, const char* format, va_list args) {
       *c = '?';  // a typed one would act on the terminal
     }
   }
-  sio_printf(CONSOLE, "%s" MARK "%s%s\n", atPrompt ? "\r\033[K" : "", lead, text);
-  redraw = true;
+  sio_printf(CONSOLE, MARK "%s%s\n", lead, text);
 }
 
 void refreshPrompt();
@@ -151,15 +151,37 @@ void onTerminalChange(int) {
 
 EditLine* editor = nullptr;
 History* history_ = nullptr;
+std::FILE* terminal = nullptr;  // what the editor draws on
 std::string promptText;
+
+// What anybody prints goes through here, at once and in its own thread. The first of it takes the
+// place of the prompt and of the line that is being edited, which are drawn again below.
+ssize_t printAbovePrompt(void*, const char* text, std::size_t size) {
+  if (atPrompt && !redraw.exchange(true)) {
+    std::fputs(CLEAR_ROW, terminal);
+  }
+  std::fwrite(text, 1, size, terminal);
+  std::fflush(terminal);
+  return static_cast<ssize_t>(size);
+}
+
+std::FILE* openAbovePrompt(int buffering) {
+  std::FILE* const stream =
+      fopencookie(nullptr, "w", {nullptr, printAbovePrompt, nullptr, nullptr});
+  if (stream == nullptr) {
+    return terminal;
+  }
+  std::setvbuf(stream, nullptr, buffering, BUFSIZ);
+  return stream;
+}
 
 char* prompt(EditLine*) {
   return promptText.data();
 }
 
 void refreshPrompt() {
-  sio_puts("\r\033[K", CONSOLE);
-  std::fflush(stdout);
+  std::fputs(CLEAR_ROW, terminal);
+  std::fflush(terminal);
   el_set(editor, EL_REFRESH);
 }
 
@@ -241,6 +263,9 @@ void startEditor() {
   if (editor == nullptr || history_ == nullptr) {
     return;
   }
+  terminal = stdout;
+  stdout = openAbovePrompt(_IOLBF);
+  stderr = openAbovePrompt(_IONBF);
   HistEvent event;
   history(history_, &event, H_SETSIZE, HISTORY_LINES);
   history(history_, &event, H_SETUNIQUE, 1);
@@ -353,10 +378,6 @@ bool consolePause(unsigned int ms) {
 
 void consoleQuit() {
   ending = true;
-}
-
-void consoleRedraw() {
-  redraw = true;
 }
 
 void say(const char* format, ...) {

@@ -2,9 +2,10 @@
 //
 // One loop waits for input and lets the periodic work of the application go on meanwhile. Every
 // line that the panel itself prints begins with MARK; all other lines come from the library. Both
-// go to standard output as they are, through no pipe or buffer of another thread, so the report
-// of a fatal assertion is never lost. SIGINT, SIGTERM and SIGHUP end the input as the end of a
-// file does. Main thread only, but for say and complain; nothing stops the process.
+// go to standard output through no pipe or buffer of another thread, so the report of a fatal
+// assertion is never lost; while a line is edited they appear above it. SIGINT, SIGTERM and SIGHUP
+// end the input as the end of a file does. Main thread only, but for say and complain; nothing
+// stops the process.
 #pragma once
 
 #include <string>
@@ -42,10 +43,6 @@ bool consolePause(unsigned int ms);
 
 /// Makes the next consoleReadLine return false.
 void consoleQuit();
-
-/// Call after something else than say() may have written to the terminal: draws the prompt and
-/// the line that is being edited again.
-void consoleRedraw();
 
 /// Prints one line, with the mark in front and a line end behind. Any thread.
 void say(const char* format, ...) __attribute__((format(printf, 1, 2)));

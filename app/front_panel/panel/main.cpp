@@ -26,21 +26,7 @@ const Command* const COMMAND_TABLES[] = {CONTROL_COMMANDS, STORE_COMMANDS, SETUP
 
 namespace {
 
-// The preset thread prints a line when it saves, wherever the prompt stands.
-void drawPromptAgain() {
-  static Timer second(false);
-  static unsigned int again = 0;
-  if (unsavedSettings()) {
-    again = 3;
-  }
-  if (again > 0 && second.isTimeoutExpired()) {
-    second.setTimeout(1000);
-    --again;
-    consoleRedraw();
-  }
-}
-
-void (*const PERIODIC[])() = {driftTemperatures, storeService, trapsService, drawPromptAgain};
+void (*const PERIODIC[])() = {driftTemperatures, storeService, trapsService};
 
 void runPeriodic() {
   for (void (*const work)() : PERIODIC) {

@@ -110,7 +110,6 @@ class ServerTrap : public NetReconnectTrap {
   int Send(const void* buf, unsigned int size) override {
     if (!away) {
       away = NetReconnectTrap::Send(buf, size) != 0;
-      consoleRedraw();
     }
     return away ? -1 : 0;
   }
