@@ -65,34 +65,6 @@ TEST_F(FileReplaceTest, WithAClosedStreamHoldsNothingThatIsPrinted) {
   EXPECT_EXIT(replaceAndPrint(), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(FileReplaceTest, EveryFailingOperationLeavesTheOldOrTheNewFile) {
-  std::string old = "old";
-  writeWhole("f", old);
-  for (const bool forEver : {false, true}) {
-    for (int n = 1;; ++n) {
-      const std::string content = "new " + std::to_string(n);
-      try {
-        FileReplacement file("f");
-        writeWhole(file.temporary(), content);
-        iofault::failFrom(n, forEver);
-        file.commit();
-        old = content;
-        EXPECT_TRUE(iofault::faultsLeft()) << "operation " << n << " failed and nothing said so";
-        break;
-      } catch (const eternity::exception&) {
-        iofault::heal();
-        // The directory is flushed behind the renaming: then the new file is there already.
-        const std::string now = readWhole("f");
-        EXPECT_TRUE(now == old || now == content) << now;
-        old = now;
-      }
-      EXPECT_FALSE(fs::exists("f.tmp")) << "operation " << n;
-    }
-    iofault::heal();
-    EXPECT_EQ(readWhole("f"), old);
-  }
-}
-
 TEST_F(FileReplaceTest, ALinkStaysALinkToTheFileThatIsReplaced) {
   fs::create_directory("disk");
   fs::create_symlink("second", "disk/first");

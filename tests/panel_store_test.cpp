@@ -43,18 +43,39 @@ TEST_F(PanelStore, AFullDiskIsReportedAndLosesNothing) {
               AllOf(HasSubstr("|aaaaaaaaaaaaaaaa|"), HasSubstr("| 1 preset; ")));
 }
 
-TEST_F(PanelStore, SetupsSurviveTheEndOfThePanel) {
-  run("set gain 2 1 -6\nset mute 3 on\nset input 0 8\nset name Hall\nconfirm\nsetup save\n"
-      "set gain 2 1 -100\nset name Studio\nconfirm\nsetup save 4\nset gain 2 1 12\nconfirm\n");
-  EXPECT_EQ(status, 0);
-  EXPECT_THAT(run("setup list\nsetup recall\nget gain[2][1] mute[3] input[0] name\n"),
-              AllOf(HasSubstr("the setup is saved; 1 user setup\n|   user setup 4\n"),
-                    HasSubstr("| gain[2][1] = -6 dB\n| mute[3] = on\n| input[0] = 8\n"
-                              "| name = \"Hall\"\n")));
-  EXPECT_THAT(run("setup recall 4\nget gain[2][1] name\nsetup remove 4\nsetup list\n"),
-              AllOf(HasSubstr("gain[2][1] = -100 dB\n| name = \"Studio\"\n"),
-                    HasSubstr("the setup is saved; 0 user setups\n")));
-  EXPECT_EQ(status, 0);
+// What one build writes, another reads. The other one is the host's, for the tests of a cross
+// build; otherwise it is this one.
+TEST_F(PanelStore, SettingsSetupsAndPresetsTravelBetweenBuilds) {
+  const std::string builds[] = {PANEL, PEER_BIN "/panel"};
+  const std::string write =
+      "set name <Main> & \"rest\"\nset gain 3 2 -60\nset gain 0 0 -100\nset mute 1 on\n"
+      "set input 2 8\nset limit 31\nconfirm\nsetup save\n"
+      "set name Left\nset gain 3 2 12\nset mute 1 off\nconfirm\nsetup save 6\n"
+      "preset write 5 forty two\npreset write 250 last\n";
+  for (const unsigned int writer : {0U, 1U}) {
+    std::filesystem::remove("presets.flash");
+    program = builds[writer];
+    run(write);
+    const std::string xml = readWhole("presets.xml");
+    program = builds[1 - writer];
+    EXPECT_THAT(run("get name gain[3][2] gain[0][0] limit\npreset read 5\npreset read 250\n"),
+                AllOf(HasSubstr("| name = \"Left\"\n| gain[3][2] = 12 dB\n"
+                                "| gain[0][0] = -100 dB\n| limit = 31 C\n"),
+                      HasSubstr("|forty two|"), HasSubstr("|last|")));
+    EXPECT_THAT(
+        run("setup list\nsetup recall\nget name gain[3][2] gain[0][0] mute[1] input[2]\n"),
+        AllOf(HasSubstr("the setup is saved; 3 user setups\n|   user setup 4\n|   user setup 6\n"),
+              HasSubstr("| name = \"<Main> & \"rest\"\"\n| gain[3][2] = -60 dB\n"
+                        "| gain[0][0] = -100 dB\n| mute[1] = on\n| input[2] = 8\n")));
+    EXPECT_THAT(run("setup recall 6\nget gain[3][2] name\nsetup remove 6\nsetup list\n"),
+                AllOf(HasSubstr("gain[3][2] = 12 dB\n| name = \"Left\"\n"),
+                      HasSubstr("the setup is saved; 2 user setups\n")));
+    // The same settings make the same file, whoever writes it.
+    std::filesystem::remove("presets.xml");
+    run(write);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(readWhole("presets.xml"), xml);
+  }
 }
 
 // A setup of the panel whose field list had a contrast and no name yet. In each channel the gains

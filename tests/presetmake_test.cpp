@@ -42,23 +42,6 @@ TEST(CreatePreset, MatchesTheNaiveWriterAndFailsAtEverySizeBelow) {
   }
 }
 
-TEST(CreatePreset, WorkedExample) {
-  PresetList list;
-  unsigned char scratch[3];
-  auto percent = std::make_unique<IntItem>(std::vector<bounds_t>{{0, 100}, BOUNDS_END});
-  auto text = std::make_unique<StrItem>(nullptr, 2, PresetFieldVarStr::MODE_MANUAL, scratch,
-                                        sizeof scratch);
-  percent->set(100);
-  text->set("A");
-  list.add(0, PRESET_FIELD_VALID, std::move(percent));
-  list.add(1, 2, std::make_unique<IntItem>(8, false));
-  list.add(2, PRESET_FIELD_VALID, std::move(text));
-  initPreset(list.table());
-  std::vector<unsigned char> image;
-  EXPECT_EQ(pack(list, 1024, 1, image), 4);
-  EXPECT_EQ(image, (std::vector<unsigned char>{0x02, 0xC8, 0x82, 0x01}));
-}
-
 TEST(CreatePreset, VersionsAre32BitNumbersStoredByTheirLowBytes) {
   PresetFieldFill none(true, 0);
   PresetFieldFill spare(true, 0);
