@@ -5,21 +5,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 
+#include "debug.h"
 #include "presetlist.h"
 #include "presetrecall.h"
-
-namespace {
-
-void require(bool cond) {
-  if (!cond) {
-    std::abort();
-  }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr std::size_t HEAD = 3;
@@ -45,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    list.table(), (data[0] & 4) != 0 ? RECALL_INIT_NEWER : RECALL_KEEP_NEWER,
                    undo.data(), (data[0] & 32) != 0 ? 3 : static_cast<unsigned int>(undo.size()));
   if (result != RECALL_OK) {
-    require(list.state() == before);
+    CTRL_ASSERT(list.state() == before);
     return 0;
   }
   // What has taken effect packs into an image that changes nothing.
@@ -53,9 +43,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string after = list.state();
   unsigned char again[400];
   const int length = createPreset(again, sizeof again, 1, list.table());
-  require(length > 0);
-  require(recallPreset(again, static_cast<unsigned int>(length), 1, list.table(), RECALL_KEEP_NEWER,
-                       undo.data(), static_cast<unsigned int>(undo.size())) == RECALL_OK);
-  require(list.state() == after);
+  CTRL_ASSERT(length > 0);
+  CTRL_ASSERT(recallPreset(again, static_cast<unsigned int>(length), 1, list.table(),
+                           RECALL_KEEP_NEWER, undo.data(),
+                           static_cast<unsigned int>(undo.size())) == RECALL_OK);
+  CTRL_ASSERT(list.state() == after);
   return 0;
 }

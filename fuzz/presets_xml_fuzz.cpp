@@ -1,20 +1,10 @@
 // Any bytes as a presets.xml: parsed whole or refused with a message.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 
+#include "debug.h"
 #include "persist.h"
 #include "xmlscanner.h"
-
-namespace {
-
-void require(bool cond) {
-  if (!cond) {
-    std::abort();
-  }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
@@ -24,12 +14,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const char* key : {"CV-1-I-0", "CV-2-I-0", "CV-2-I-256"}) {
       for (int index = 0; index < 3; ++index) {
         const eternity::node* const element = root->find(key, index);
-        require(element != nullptr || root->find(key, index + 1) == nullptr);
-        require(element == nullptr || element->name() == key);
+        CTRL_ASSERT(element != nullptr || root->find(key, index + 1) == nullptr);
+        CTRL_ASSERT(element == nullptr || element->name() == key);
       }
     }
   } catch (const eternity::exception& e) {
-    require(e.what()[0] != 0);
+    CTRL_ASSERT(e.what()[0] != 0);
   }
   return 0;
 }

@@ -5,55 +5,35 @@
 // touched, which the sanitizer sees because every buffer has its exact size on the heap.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "ctrlwrap.h"
+#include "debug.h"
 #include "registry.h"
-#include "simplectrlwrapvar.h"
 #include "simplevarmgr.h"
 
 namespace {
 
 const bounds_t GAPPED[] = {{-20, 10}, {20, 30}, BOUNDS_END};
 
-void require(bool cond) {
-  if (!cond) {
-    std::abort();
-  }
-}
-
-class Command : public SimpleCtrlCmd {
- public:
-  using SimpleCtrlCmd::SimpleCtrlCmd;
-  CTRL_DATA_TYPE getType() const override { return DATA_TYPE_INT; }
-  int confirm() override {
-    require(val >= 0 && val <= 3);
-    return 0;
-  }
-};
-
-const bounds_t COMMANDS[] = {{0, 3}, BOUNDS_END};
-const unsigned int MEMBERS[] = {4};
-
 struct Device : Registry {
-  Device() { start({&clip, &wrap, &on, &text, &command}); }
+  Device() {
+    start({&clip, &wrap, &on, &text});
+    ctrl_register_rw(1, 4, 1, family);
+  }
 
   void check() const {
     for (const int value : {clipGlobal, wrapGlobal}) {
-      require((value >= -20 && value <= 10) || (value >= 20 && value <= 30));
+      CTRL_ASSERT((value >= -20 && value <= 10) || (value >= 20 && value <= 30));
     }
-    require(onGlobal == 0 || onGlobal == 1);
-    require(std::memchr(textGlobal, 0, sizeof textGlobal) != nullptr);
+    CTRL_ASSERT(onGlobal == 0 || onGlobal == 1);
+    CTRL_ASSERT(std::memchr(textGlobal, 0, sizeof textGlobal) != nullptr);
     for (const char* c = textGlobal; *c != 0; ++c) {
-      require(*c >= ' ' && *c <= '~');
+      CTRL_ASSERT(*c >= ' ' && *c <= '~');
     }
   }
 
-  CtrlReadWrite* family[4];
-  CtrlReadWrite* commands[1];
-  bool familyFirst = true;
-  bool commandFirst = true;
   int clipGlobal = 0;
   int wrapGlobal = 0;
   int onGlobal = 0;
@@ -65,11 +45,9 @@ struct Device : Registry {
   ReadWriteVarMgrSimpleBool onVar{onGlobal, group, ReadWriteVarMgrBool::OFF, RANGE_CLIP};
   ReadWriteVarMgrSimpleStr textVar{
       group, textGlobal, textWork, sizeof textWork, ReadWriteVarMgrStr::BOUNDS_PRINTABLE, "unit"};
-  SimpleCtrlReadWriteVarMgr clip{1, 0, clipVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
-  SimpleCtrlReadWriteVarMgr wrap{1, 1, wrapVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
-  SimpleCtrlReadWriteVarMgr on{1, 2, onVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
-  SimpleCtrlReadWriteVarMgr text{1, 3, textVar, familyFirst, family, 4, MEMBERS, 1, nullptr};
-  Command command{2, 0, COMMANDS, commandFirst, commands, 1, nullptr, 0, nullptr, RANGE_CLIP};
+  CtrlReadWriteVarMgr clip{1, 0, clipVar}, wrap{1, 1, wrapVar}, on{1, 2, onVar},
+      text{1, 3, textVar};
+  CtrlReadWrite* family[4] = {&clip, &wrap, &on, &text};
 };
 
 }  // namespace
@@ -89,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int set = ctrlDoValidateSet(varid, varidx, exact.get(), length);
     const std::unique_ptr<char[]> out(new char[length]);
     const int got = ctrlDoGet(varid, varidx, length, out.get());
-    require(set != CTRL_ERR_SUCCESS || got == CTRL_ERR_SUCCESS);
+    CTRL_ASSERT(set != CTRL_ERR_SUCCESS || got == CTRL_ERR_SUCCESS);
     if (which >= 128) {
       ctrlDoConfirm();
     }
