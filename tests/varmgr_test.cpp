@@ -71,6 +71,7 @@ TEST(ValueBuffer, NothingIsTouchedWithoutABufferOrASize) {
   EXPECT_EQ(ReadWriteVarMgr::convert(nullptr, 4), 0);
   EXPECT_EQ(ReadWriteVarMgr::convert(&buf[0], 0), 0);
   EXPECT_FALSE(Int(nullptr, RANGE_CLIP).validate(nullptr, 4));
+  EXPECT_TRUE(Int(nullptr, RANGE_CLIP).validate(nullptr, 0));
   Str none(nullptr, 0, nullptr);
   none.set("x", 1);
   none.setChar('x', 0);

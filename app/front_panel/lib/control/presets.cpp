@@ -301,11 +301,11 @@ void initPresets(CtrlReadWrite** rwp, void (*func)()) {
   const restore_t result = restore(xml);
   if (result != RESTORED) {
     xml.done();
-    keepDamagedFile();
     std::printf("Open and save to:%s\n", Preset::s_file_name.c_str());
     if (result == UNREADABLE) {
       preset->Var_commit();
     }
+    keepDamagedFile();
     writeAnew(xml);
   }
   preset->Start();

@@ -122,7 +122,7 @@ void SimpleCtrlCmd::init() {
 
 bool SimpleCtrlCmd::validate(const void* buf, unsigned int size) const {
   const int v = ReadWriteVarMgr::convert(buf, size);
-  return buf != nullptr && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
+  return (buf != nullptr || size == 0) && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
 }
 
 int SimpleCtrlCmd::set(const void* buf, unsigned int size) {

@@ -70,7 +70,7 @@ void ReadWriteVarMgrInt::set(const void* buf, unsigned int size) {
 
 bool ReadWriteVarMgrInt::validate(const void* buf, unsigned int size) const {
   const int v = convert(buf, size);
-  return buf != nullptr && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
+  return (buf != nullptr || size == 0) && getBoundsVal(v, true, RANGE_CLIP, bounds, numBounds) == v;
 }
 
 void ReadWriteVarMgrInt::increment(int delta) {
