@@ -64,6 +64,20 @@ bool get(const char* args) {
          std::all_of(controls.begin(), controls.end(), [](const Address& a) { return show(a); });
 }
 
+// The values of all members of a family; those of one first subscript stand together.
+std::string familyValues(const Family& family) {
+  std::string values;
+  unsigned int count = 0;
+  for (const Address& a : members(family)) {
+    std::string value;
+    readValue(a, value);
+    const bool group = family.ndim == 2 && count % family.dim[1] == 0;
+    values += (count == 0 ? "" : group ? ", " : " ") + value;
+    ++count;
+  }
+  return family.access == COMMAND ? "" : values;
+}
+
 bool listMembers(const Family& family) {
   say("%s: %s; %s", familyName(family).c_str(), family.about, allowedValues(family).c_str());
   for (const Address& a : members(family)) {
@@ -86,10 +100,12 @@ bool list(const char* args) {
     return complain("%s", error.c_str());
   }
   skipBlanks(args);
+  std::string value;
   if (!parseEnd(args)) {
     return false;
   }
-  return found[0].family == nullptr ? noSuchControl(found[0]) : listMembers(*found[0].family);
+  return readValue(found[0], value) && found[0].family != nullptr ? listMembers(*found[0].family)
+                                                                  : noSuchControl(found[0]);
 }
 
 // Hands a value to the registry and tells what became of it.
@@ -155,7 +171,10 @@ bool set(const char* args) {
   const CTRL_DATA_TYPE type = control.family == nullptr ? DATA_TYPE_INT : control.family->type;
   const std::string allowed =
       control.family == nullptr ? "a number" : allowedValues(*control.family);
-  if (*args == 0 || !apart) {
+  if (!apart && !parseEnd(args)) {
+    return false;
+  }
+  if (*args == 0) {
     return complain("%s takes a value: %s", name.c_str(), allowed.c_str());
   }
   std::vector<char> value;
@@ -193,9 +212,10 @@ bool inc(const char* args) {
     return complain("%s is no number", controlName(control).c_str());
   }
   skipBlanks(args);
+  const char* const step = args;
   int delta = 1;
   if (*args != 0 && (!parseInt(args, delta) || *args != 0)) {
-    return complain("a step is a whole number, not %s", args);
+    return complain("a step is a whole number, not %s", step);
   }
   std::vector<char> value(4);
   if (ctrlDoGet(control.id, control.index, 4, value.data()) != CTRL_ERR_SUCCESS) {
@@ -366,6 +386,9 @@ bool runCommand(const std::string& line) {
   if (first == std::string::npos || line[first] == '#') {
     return true;
   }
+  if (line.find('\0') != std::string::npos) {
+    return complain("a line with a zero byte; it is not carried out");
+  }
   const std::string text = line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
   const std::string name = text.substr(0, text.find_first_of(" \t"));
   const Command* const command = findCommand(name);
@@ -417,20 +440,6 @@ std::vector<std::string> completeCommand(const std::string& before) {
     return {};
   }
   return command->complete(before.substr(word));
-}
-
-// The values of all members of a family; those of one first subscript stand together.
-static std::string familyValues(const Family& family) {
-  std::string values;
-  unsigned int count = 0;
-  for (const Address& a : members(family)) {
-    std::string value;
-    readValue(a, value);
-    const bool group = family.ndim == 2 && count % family.dim[1] == 0;
-    values += (count == 0 ? "" : group ? ", " : " ") + value;
-    ++count;
-  }
-  return family.access == COMMAND ? "" : values;
 }
 
 void listFamilies() {

@@ -174,7 +174,9 @@ std::vector<Address> parseControls(const char*& text, std::string& error) {
   unsigned int sub[2] = {0, 0};
   unsigned int given;
   if (!parseSubscripts(at, *family, sub, given)) {
-    error = "no control \"" + wordAt(text) + "\"; there is " + familyName(*family);
+    const std::size_t read = static_cast<std::size_t>(at - text);
+    error = "no control \"" + std::string(text, std::max(read, wordAt(text).size())) +
+            "\"; there is " + familyName(*family);
     return {};
   }
   text = at;

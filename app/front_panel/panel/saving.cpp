@@ -20,7 +20,8 @@ namespace {
 unsigned int waiting = 0;  // sets in the confirm queue
 
 // Two panels in one directory would overwrite each other's settings. The lock is on the directory
-// itself, and ends with the process; a file system without locks is taken as it is.
+// itself, and ends with the process; a file system without locks is taken as it is, and so is a
+// directory that may not be read.
 bool lockDirectory() {
   const int fd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return fd < 0 || flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;

@@ -168,7 +168,8 @@ bool remove(const char* args) {
 }
 
 const Command SETUP[] = {
-    {"save", "[N]", "saves all settings, as the setup or as user setup N", save, nullptr},
+    {"save", "[N]", "saves the channels and the name, as the setup or as user setup N", save,
+     nullptr},
     {"recall", "[N] [init]",
      "brings them back as one change; init: what is not in it goes to its default", recall,
      nullptr},
@@ -187,8 +188,8 @@ std::vector<std::string> completeSetup(const std::string& word) {
 }  // namespace
 
 const Command SETUP_COMMANDS[] = {
-    {"setup", "[COMMAND]", "all settings as a whole: save, recall, list, remove", setup,
-     completeSetup},
+    {"setup", "[COMMAND]", "all channels and the name as a whole: save, recall, list, remove",
+     setup, completeSetup},
     {}};
 
 void setupStart() {
