@@ -13,12 +13,14 @@ namespace {
 const bounds_t PERCENT[] = {{0, 100}, BOUNDS_END};
 
 // One group with more variables than tokens, against a model that remembers for each variable
-// whether it has a token and is marked.
+// whether it has a token and is marked. The bounds apply to what is set, not to the globals.
 TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
   constexpr unsigned int VARS = 36;
   RefreshMgr group;
   struct Variable {
-    explicit Variable(RefreshMgr& group) : real(global, group, 7, nullptr, RANGE_CLIP) {}
+    Variable(RefreshMgr& group, range_t p) : policy(p), real(global, group, 140, PERCENT, p) {}
+    int forced(int v) const { return policy == RANGE_WRAP ? v % 101 : std::min(v, 100); }
+    const range_t policy;
     int global = 0;
     ReadWriteVarMgrSimpleInt real;
     bool token = false;
@@ -27,27 +29,31 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
   };
   std::vector<std::unique_ptr<Variable>> all(VARS);
   for (auto& each : all) {
-    each = std::make_unique<Variable>(group);
+    each = std::make_unique<Variable>(group, RANGE_CLIP);
   }
   Random random(6);
   for (int step = 0; step < 40000; ++step) {
     std::unique_ptr<Variable>& var = all[random.below(VARS)];
-    const unsigned char value = static_cast<unsigned char>(random.below(5));
-    const unsigned int action = random.below(8);
+    const int value = static_cast<int>(random.below(5)) * 31;
+    const unsigned int action = random.below(9);
     if (action == 0) {
       var.reset();
-      var = std::make_unique<Variable>(group);
+      var = std::make_unique<Variable>(group, random.oneIn(2) ? RANGE_WRAP : RANGE_CLIP);
     } else if (action == 1) {
       var->global = value;
     } else if (action == 2) {
-      var->real.set(&value, 1);
-      var->val = value;
+      const unsigned char byte = static_cast<unsigned char>(value);
+      var->real.set(&byte, 1);
+      var->val = var->forced(value);
     } else if (action <= 4) {
       action == 3 ? group.setRefresh() : var->real.commit();
       ASSERT_TRUE(action == 3 || var->global == var->val);
       for (auto& each : all) {
         each->marked = each->token;
       }
+    } else if (action == 5) {
+      var->real.init();
+      var->val = var->forced(140);
     } else {
       const auto holders = std::count_if(all.begin(), all.end(), [](auto& v) { return v->token; });
       if (!var->token && holders < 32) {
@@ -60,30 +66,6 @@ TEST(RefreshGroup, EachVariableLooksOnceAfterEachMark) {
     }
     ASSERT_EQ(var->real.get(), var->val) << "step " << step;
   }
-}
-
-TEST(SimpleIntAndBool, DefaultIsForcedAndTheGlobalWinsUnlessItIsCommitted) {
-  RefreshMgr group;
-  int global = 55;
-  ReadWriteVarMgrSimpleInt clip(global, group, 140, PERCENT, RANGE_CLIP);
-  ReadWriteVarMgrSimpleInt wrap(global, group, 140, PERCENT, RANGE_WRAP);
-  ReadWriteVarMgrSimpleBool on(global, group, ReadWriteVarMgrBool::TRUE, RANGE_CLIP);
-  wrap.init();
-  EXPECT_EQ(wrap.get(), 39);
-  EXPECT_TRUE(clip.refresh());
-  EXPECT_EQ(clip.get(), 55);
-  clip.init();
-  EXPECT_EQ(global, 55);
-  clip.commit();
-  EXPECT_EQ(global, 100);
-  EXPECT_FALSE(clip.refresh());
-  on.init();
-  on.commit();
-  EXPECT_EQ(global, 1);
-  global = 9999;
-  group.setRefresh();
-  EXPECT_TRUE(clip.refresh());
-  EXPECT_EQ(clip.get(), 9999) << "the bounds do not apply to the global";
 }
 
 // Buffers of exact size on the heap, so that the address sanitizer sees every byte too far.

@@ -83,19 +83,6 @@ TEST(ValueBuffer, NothingIsTouchedWithoutABufferOrASize) {
   EXPECT_EQ(buf, std::string("\0\0\0\0005", 5)) << "no text is an empty one";
 }
 
-TEST(VarMgrInt, ValidateAsksForARowAndSetForcesByThePolicy) {
-  for (const range_t policy : {RANGE_WRAP, RANGE_CLIP}) {
-    Int var(GAPPED, policy);
-    unsigned int rows = 0;
-    EXPECT_TRUE(var.getBounds(rows) == GAPPED && rows == 2);
-    EXPECT_EQ(var.get(), -2147483647 - 1) << "until it has a value";
-    for (int v = -80; v <= 80; ++v) {
-      EXPECT_EQ(setInt(var, v), (v >= 0 && v <= 10) || (v >= 20 && v <= 30));
-      EXPECT_EQ(var.get(), getBoundsVal(v, true, policy, GAPPED, 2));
-    }
-  }
-}
-
 TEST(VarMgrInt, IncrementJumpsGapsInItsDirectionAndWrapsIn32Bits) {
   const struct {
     const bounds_t* bounds;
