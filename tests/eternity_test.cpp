@@ -1,5 +1,6 @@
 // The XML archive: what it writes, what it reads back, and what it refuses.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <climits>
@@ -218,6 +219,14 @@ TEST_F(ArchiveTest, WhatIsNoReadableFileIsRefusedWithoutWaiting) {
        {"absent", "fifo", "directory", "zeros", "/dev/zero", "", "/proc/self/mem"}) {
     EXPECT_THROW(xml.open(name, archive::load), eternity::exception) << name;
   }
+  writeWhole("good", std::string(START) + "</archive>\n");
+  rlimit files;
+  getrlimit(RLIMIT_NOFILE, &files);
+  const rlimit none = {0, files.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_THROW(xml.open("good", archive::load), eternity::exception) << "no more files at once";
+  setrlimit(RLIMIT_NOFILE, &files);
+  xml.open("good", archive::load);
   EXPECT_THROW(xml.open("directory", archive::store), eternity::exception);
   EXPECT_THROW(xml.write<int>("a", 1), eternity::exception) << "open has not reached store";
 }
