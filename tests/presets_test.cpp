@@ -5,9 +5,7 @@
 #include "presets.h"
 
 #include <semaphore.h>
-#include <sys/wait.h>
 
-#include <csignal>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -23,7 +21,6 @@ namespace {
 
 sem_t passBegins;
 sem_t passEnded;
-std::function<void()> sleepInstead;  // set before the thread starts
 
 void waitFor(sem_t& semaphore) {
   while (sem_wait(&semaphore) != 0) {
@@ -33,10 +30,6 @@ void waitFor(sem_t& semaphore) {
 }  // namespace
 
 extern "C" unsigned int sleep(unsigned int) {
-  if (sleepInstead) {
-    sleepInstead();
-    return 0;
-  }
   sem_post(&passEnded);
   waitFor(passBegins);
   return 0;
@@ -431,45 +424,6 @@ TEST_F(PresetTest, ACancellationPassesThroughASaveAndARestore) {
   name.onGet = [] {};
   EXPECT_TRUE(Preset::Instance()->Need_save());
   EXPECT_TRUE(Preset::Instance()->Save_now());
-}
-
-using PresetKillTest = PresetTest;
-
-// The thread saves without a pause, each time another number in the controls, until it is killed.
-TEST_F(PresetKillTest, AKilledProcessLeavesACompleteFile) {
-  Random random(5);
-  name.text = std::string(1000, 'x');
-  int torn = 0;
-  int latest = 0;
-  for (int round = 0; round < 20 || ((torn == 0 || latest == 0) && round < 500); ++round) {
-    const pid_t child = fork();
-    if (child == 0) {
-      dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-      sleepInstead = [this] {
-        offset.number = ++level.number;
-        Timer::sysTime += 10000;
-        Preset::Instance()->Set_need_save();
-      };
-      level.number = offset.number = 0;
-      initPresets(table.data(), nullptr);
-      pause();
-    }
-    while (!fs::exists(XML)) {
-      usleep(1000);
-    }
-    usleep(random.below(20000) + static_cast<unsigned int>(round) * 200);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    torn += fs::exists("presets.xml.tmp") ? 1 : 0;
-    const std::string file = readWhole(XML);
-    const int number = std::atoi(file.c_str() + file.find("-I-0>") + 5);
-    EXPECT_EQ(file, fileOf(number, number, name.text));
-    EXPECT_GE(number, latest);
-    latest = number;
-  }
-  EXPECT_GT(torn, 0) << "no kill met a save";
-  EXPECT_GT(latest, 0) << "no save was finished";
-  EXPECT_FALSE(fs::exists("presets.xml.damaged-1"));
 }
 
 TEST_F(PresetTest, ToolsPrintWhatTheyFind) {
