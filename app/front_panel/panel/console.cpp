@@ -24,7 +24,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds PERIOD(100);
 constexpr int CONSOLE = 0;  // the unit of the library's console
-constexpr char CLEAR_ROW[] = "\r\033[K";
 
 ConsoleHooks hook;
 std::atomic<int> stopSignal{0};            // the signal that asks the panel to end, or 0
@@ -151,6 +150,7 @@ void onTerminalChange(int) {
 
 EditLine* editor = nullptr;
 History* history_ = nullptr;
+constexpr char CLEAR_ROW[] = "\r\033[K";
 std::FILE* terminal = nullptr;  // what the editor draws on
 std::string promptText;
 
