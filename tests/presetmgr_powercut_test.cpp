@@ -70,28 +70,19 @@ class PowerCut : public testing::TestWithParam<Workload> {
  protected:
   ~PowerCut() override { std::printf("%llu power cuts\n", cutsTried); }
 
-  // Every cut of the workload, each followed by every (stride-th) cut of the recovery from it.
-  void cutEverywhere(const Workload& workload) {
+  // Every cut of the workload, or those at so many places, each followed by every (stride-th) cut
+  // of the recovery from it.
+  void cut(const Workload& workload, unsigned int places = 0xFFFFFFFF) {
     start = Image(workload.start);
     const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
-    for (unsigned long long k = 1; k <= total && !HasFailure(); k += thin()) {
+    const unsigned long long step = total / places + 1;
+    for (unsigned long long k = step; k <= total && !HasFailure(); k += step * thin()) {
       cutAt(workload, k, PfSimMedium::CUT_AFTER, 0, workload.stride);
       const bool isErase = cutOff.erase;
       for (unsigned int seed = 1; seed <= (isErase ? 200U : 2U); ++seed) {
         cutAt(workload, k, PfSimMedium::CUT_INSIDE, seed,
               isErase && seed <= 20 ? workload.stride : 0);
       }
-    }
-  }
-
-  // A few cuts at random places, and the cuts of one recovery.
-  void cutSomewhere(const Workload& workload, Random& random) {
-    start = Image(workload.start);
-    const unsigned long long total = play(workload, 0, PfSimMedium::CUT_AFTER, 0);
-    for (unsigned int i = 0; i < 8 && total > 0; ++i) {
-      const unsigned long long k = 1 + random.below(static_cast<unsigned int>(total));
-      const PfSimMedium::Cut kind = i % 2 == 0 ? PfSimMedium::CUT_AFTER : PfSimMedium::CUT_INSIDE;
-      cutAt(workload, k, kind, random.word(), i == 0 ? 3 : 0);
     }
   }
 
@@ -285,7 +276,7 @@ const Workload WORKLOADS[] = {
 };
 
 TEST_P(PowerCut, AnywhereAndOnceMoreInTheRecovery) {
-  cutEverywhere(GetParam());
+  cut(GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Workloads, PowerCut, testing::ValuesIn(WORKLOADS),
@@ -314,7 +305,7 @@ TEST_F(RandomPowerCut, InARandomWorkload) {
       }
     }
     const Workload& other = WORKLOADS[random.below(std::size(WORKLOADS))];
-    cutSomewhere({"random", other.start, steps.str()}, random);
+    cut({"random", other.start, steps.str(), 200}, 12);
   }
 }
 
