@@ -182,9 +182,6 @@ class StrItem : public Item {
     for (char& c : text) {
       c = allowed[random.below(chars)];
     }
-    set(text);
-  }
-  void set(const std::string& text) {
     glob.assign(glob.size(), '\0');
     std::copy(text.begin(), text.end(), glob.begin());
     group.setRefresh();
@@ -216,22 +213,26 @@ class StrItem : public Item {
 // A list with its history.
 class PresetList {
  public:
-  static constexpr unsigned int LAST = 6;  // no version of a random list is above
+  static constexpr unsigned int LAST = 6;  // versions behind the first one of a random list
+  // The first versions to try: from the second on they need more bytes than some image has for
+  // them.
+  static constexpr unsigned int FIRST[] = {0, 0xFC, 0x12345, 0xFFFFFFF0};
 
-  void add(unsigned long ver, unsigned long remove, std::unique_ptr<Item> item) {
-    rows.insert(rows.end() - 1, {ver, remove, &item->field()});
-    items.push_back(std::move(item));
-  }
-  // Up to eight rows over all kinds of fields, made ready. All texts share one scratch buffer.
-  void addRandomRows(Random& random) {
+  // Up to eight rows over all kinds of fields, from version `first` on, made ready. Current ones
+  // say so in 32 bits or in all of the number. All texts share one scratch buffer.
+  void addRandomRows(Random& random, unsigned long first = 0) {
     for (unsigned int n = random.below(9); n > 0; --n) {
       const unsigned int ver = random.below(LAST), life = 1 + random.below(LAST - ver);
       const bool dropped = random.oneIn(3);
-      add(ver, dropped ? ver + life : PRESET_FIELD_VALID, makeItem(random));
+      const unsigned long valid = n % 2 == 0 ? PRESET_FIELD_VALID : ~0UL;
+      auto item = makeItem(random);
+      rows.insert(rows.end() - 1,
+                  {first + ver, dropped ? first + ver + life : valid, &item->field()});
+      items.push_back(std::move(item));
     }
     initPreset(table());
   }
-  bool current(std::size_t i) const { return rows[i].remove == PRESET_FIELD_VALID; }
+  bool current(std::size_t i) const { return rows[i].remove >= PRESET_FIELD_VALID; }
   // Whether row `i` is in the image of version `ver`.
   bool inImage(std::size_t i, unsigned int ver) const {
     return rows[i].ver <= ver && rows[i].remove > ver;
