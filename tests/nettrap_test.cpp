@@ -31,14 +31,10 @@ class NetTrapTest : public testing::Test {
 
   // Sends variable 9 with state word 0 up to the number of the trap. What it prints goes to `said`.
   int deliver(NetTrap& trap, unsigned int specific, unsigned int varid = 9) {
-    unsigned char message[12];
-    const status_t header = {7, 4, static_cast<std::uint16_t>(varid), 0};
     const unsigned int word = specific - NetTrap::S_TRAP_BASE_START;
-    memcpy(message, &header, sizeof header);
-    memcpy(message + sizeof header, &word, sizeof word);
     CaptureStdout();
     CaptureStderr();
-    const int result = trap.Send(message, sizeof message);
+    const int result = CmdStsIface(&trap).sendStatus(varid, 0, &word, sizeof word);
     GetCapturedStderr();
     said = GetCapturedStdout();
     return result;
