@@ -111,7 +111,7 @@ TEST_F(Device, AReadOnlyScalarAndACommandServeWithoutDimensions) {
   EXPECT_EQ(get(1, 99), ReadWriteVarMgrInt::DEFAULT) << "neither seeded nor refreshed";
   EXPECT_EQ(reading.getType(), DATA_TYPE_INT);
   EXPECT_EQ(set(2, 7, 15), CTRL_ERR_PARAM) << "in the gap, whatever the policy";
-  EXPECT_FALSE(command.validate(nullptr, 4));
+  EXPECT_TRUE(!command.validate(nullptr, 4) && command.validate(nullptr, 0));
   command.confirm();
   EXPECT_EQ(set(2, 7, 25), CTRL_ERR_SUCCESS);
   EXPECT_EQ(set(2, 7, 3), CTRL_ERR_SUCCESS);
