@@ -87,6 +87,7 @@ TEST_F(FileReplaceTest, OnlyARegularFileIsReplacedOrMoved) {
     EXPECT_EQ(keepAside(name), "") << name;
   }
   EXPECT_EQ(keepAside("absent"), "");
+  EXPECT_THROW(keepAside(std::string(300, 'x')), eternity::exception) << "no name to look at";
   EXPECT_THROW(replace("absent/f", ""), eternity::exception);
 }
 

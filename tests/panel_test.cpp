@@ -29,6 +29,7 @@ TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
     panel.type("set name " + name + "\nconfirm\nset mute 0 on\n" + e.command + "\n");
     EXPECT_TRUE(panel.says(e.answer));
     EXPECT_EQ(panel.end(e.signal), e.status) << panel.output();
+    runProgram("touch -d 2040-01-01 presets.xml presets.flash");  // more than 32 bits of seconds
     EXPECT_THAT(run("get name mute[0]\n"),
                 HasSubstr("| name = \"" + name + "\"\n| mute[0] = off\n"));
   }

@@ -43,6 +43,18 @@ std::string followLinks(std::string path) {
   failOn("cannot follow ", path);
 }
 
+// Fills `state` for the file `path`; false when there is none. A file that is there and cannot be
+// looked at must not be taken for one that may be made anew.
+bool find(const std::string& path, struct stat& state) {
+  if (lstat(path.c_str(), &state) == 0) {
+    return true;
+  }
+  if (errno != ENOENT && errno != ENOTDIR) {
+    failOn("cannot look at ", path);
+  }
+  return false;
+}
+
 // Closes the descriptor however the scope is left.
 class Descriptor : public Noncopyable {
  public:
@@ -83,7 +95,7 @@ FileReplacement::FileReplacement(const std::string& name)
     : target(followLinks(name)), temp(target + ".tmp") {
   keepStandardStreams();
   struct stat old;
-  const bool replaces = lstat(target.c_str(), &old) == 0;
+  const bool replaces = find(target, old);
   if (replaces && !S_ISREG(old.st_mode)) {
     throw eternity::exception(target + " is no regular file");
   }
@@ -102,7 +114,7 @@ void FileReplacement::commit() {
   CTRL_ASSERT(!renamed);
   const Descriptor file(temp, O_RDONLY);
   struct stat old;
-  if (stat(target.c_str(), &old) == 0) {
+  if (find(target, old)) {
     // Only a privileged process can give a file away; the others write as its owner anyway.
     static_cast<void>(fchown(file.fd, old.st_uid, old.st_gid) == 0);
     if (fchmod(file.fd, old.st_mode & 07777) != 0) {
@@ -123,14 +135,14 @@ std::string keepAside(const std::string& name) {
   constexpr int MOST_KEPT = 9;
   const std::string path = followLinks(name);
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+  if (!find(path, status) || !S_ISREG(status.st_mode)) {
     return {};
   }
   int number = 1;
   std::string kept;
   do {
     kept = path + ".damaged-" + std::to_string(number);
-  } while (lstat(kept.c_str(), &status) == 0 && ++number <= MOST_KEPT);
+  } while (find(kept, status) && ++number <= MOST_KEPT);
   if (std::rename(path.c_str(), kept.c_str()) != 0) {
     failOn("cannot keep ", path);
   }

@@ -47,5 +47,5 @@ class FileReplacement : public Noncopyable {
 /// Moves the regular file `name` aside, to the first free of the names `name`.damaged-1 to
 /// `name`.damaged-9 beside it; when all are taken, the newest kept one is given up, so the
 /// earliest are never lost. Returns the new name, or an empty text when there is no such regular
-/// file. Throws when it cannot be renamed.
+/// file. Throws when it cannot be looked at or renamed.
 std::string keepAside(const std::string& name);
