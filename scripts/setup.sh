@@ -20,7 +20,7 @@ preset_packages() {
     m68k | mcf5407) echo g++-m68k-linux-gnu qemu-user googletest ;;
     i686) echo g++-i686-linux-gnu googletest ;;
     coverage) echo gcovr ;;
-    lint) echo clang-format clang-tidy cppcheck ;;
+    lint) echo git clang-format clang-tidy cppcheck ;;
   esac
 }
 

@@ -76,7 +76,7 @@ class Preset : public Noncopyable, private JThread {
   /// false, and the file is marked, when it is not. An application that ends saves what is left so:
   ///
   ///   Preset::Instance()->Stop();
-  ///   if (Preset::Instance()->Need_save()) { Preset::Instance()->Save_now(); }
+  ///   const bool kept = !Preset::Instance()->Need_save() || Preset::Instance()->Save_now();
   ///
   /// REQUIRES: Init has been called.
   bool Save_now();
