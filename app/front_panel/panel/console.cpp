@@ -155,7 +155,8 @@ std::FILE* terminal = nullptr;  // what the editor draws on
 std::string promptText;
 
 // What anybody prints goes through here, at once and in its own thread. The first of it takes the
-// place of the prompt and of the line that is being edited, which are drawn again below.
+// row of the prompt and of the line that is being edited, which are drawn again below; of a longer
+// line the rows above stay.
 ssize_t printAbovePrompt(void*, const char* text, std::size_t size) {
   if (atPrompt && !redraw.exchange(true)) {
     std::fputs(CLEAR_ROW, terminal);
@@ -261,11 +262,14 @@ void startEditor() {
   editor = el_init("panel", stdin, stdout, stderr);
   history_ = history_init();
   if (editor == nullptr || history_ == nullptr) {
+    consoleEnd();  // plain lines, then
     return;
   }
   terminal = stdout;
   stdout = openAbovePrompt(_IOLBF);
-  stderr = openAbovePrompt(_IONBF);
+  if (isatty(STDERR_FILENO) != 0) {
+    stderr = openAbovePrompt(_IONBF);
+  }
   HistEvent event;
   history(history_, &event, H_SETSIZE, HISTORY_LINES);
   history(history_, &event, H_SETUNIQUE, 1);

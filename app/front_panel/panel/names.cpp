@@ -1,5 +1,6 @@
 #include "names.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <climits>

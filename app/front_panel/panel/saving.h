@@ -22,8 +22,8 @@ int setControl(unsigned int id, unsigned int index, const void* data, unsigned i
 /// How many settings wait to be confirmed.
 unsigned int waitingSets();
 
-/// Confirms every setting that waits, and marks the preset file as out of date. Returns how many
-/// there were.
+/// Confirms every setting that waits. Returns how many there were; the preset file is marked as out
+/// of date unless there were none.
 unsigned int confirmSettings();
 
 /// Takes the working directory for this process, restores the controls of `table` from presets.xml

@@ -28,8 +28,13 @@ void ctrlAssertFailed(const char* expr, const char* file, int line, const char* 
 void keepStandardStreams() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) {
-      // It gets the lowest free number, which is this one.
-      static_cast<void>(open("/dev/null", O_RDWR));
+      // It gets the lowest free number, which is this one unless another thread opens files too.
+      // The root directory is always there, and takes nothing that is written to it.
+      const int null = open("/dev/null", O_RDWR);
+      const int stream = null >= 0 ? null : open("/", O_RDONLY);
+      if (stream > STDERR_FILENO) {
+        close(stream);
+      }
     }
   }
 }

@@ -20,8 +20,8 @@ extern "C" void __assert(const char* expr, const char* file, int line) noexcept
 
 /// Opens the null device in the place of each standard stream that is closed. Otherwise the file or
 /// connection that is opened next would take that place, and get what is printed. The library does
-/// this before it opens one for writing; a program that may be started with closed streams does it
-/// first. Any thread.
+/// this before it replaces a file, opens a store file or makes a socket; a program that may be
+/// started with closed streams does it first. Any thread.
 void keepStandardStreams();
 
 /// REQUIRES `cond`; a false one is a fatal assertion. `cond` is evaluated exactly once.

@@ -23,8 +23,9 @@ class PfFileMedium : public PfMedium {
 
   /// Opens and locks the file `path`. A missing or empty file becomes an erased area. `durable`
   /// false leaves the disk to the system; true waits for it, some milliseconds, in front of each
-  /// mark and each erase and at the end of a flush. False when the file cannot be used; error()
-  /// then says why, and the file has not been changed.
+  /// mark and each erase and at the end of a flush; where that last wait fails, error() says so,
+  /// and one more flush waits again. False when the file cannot be used; error() then says why, and
+  /// the file has not been changed.
   bool open(const char* path, bool durable);
 
   /// Closes the file and gives up the lock.

@@ -82,7 +82,9 @@ class PresetMgr {
   static void service();
 
   /// One pass that does not wait for the times above. 1: work is left. 0: the medium holds
-  /// everything; to get there the caller repeats flush. 0 also before the store's first use.
+  /// everything; to get there the caller repeats flush. 0 also before the store's first use. A
+  /// medium in a file may still have to wait for its disk: repeat flush until its error() is empty,
+  /// too.
   static int flush();
 
   /// Empties the user store. Open handles lose their entries: read and write return ERR_NOT_OPEN.

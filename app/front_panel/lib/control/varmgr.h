@@ -59,8 +59,7 @@ class ReadWriteVarMgr : public ReadBufVarMgr {
   virtual void endXaction() = 0;
   /// Takes the working value from the value buffer `buf` of `size` bytes, forced into the bounds.
   virtual void set(const void* buf, unsigned int size) = 0;
-  /// Tells whether the value in `buf` lies within the bounds; no buffer is no value, unless `size`
-  /// is 0. Changes nothing.
+  /// Tells whether the value in `buf` lies within the bounds. Changes nothing.
   virtual bool validate(const void* buf, unsigned int size) const = 0;
   /// Tells whether the working value may be published.
   virtual bool isConsistent() = 0;
