@@ -308,5 +308,7 @@ void initPresets(CtrlReadWrite** rwp, void (*func)()) {
     keepDamagedFile();
     writeAnew(xml);
   }
-  preset->Start();
+  if (preset->Start() != 0) {
+    std::puts("The Preset thread does not start: only Save_now saves");
+  }
 }
