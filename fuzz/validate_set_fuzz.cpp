@@ -72,7 +72,7 @@ struct Device : Registry {
 bool isSame(unsigned int varid, unsigned int varidx, const char* got, const char* sent,
             unsigned int size) {
   if (varid == 2) {
-    return std::count(got, got + size, '\0') == size;
+    return std::all_of(got, got + size, [](char c) { return c == 0; });
   }
   if (varidx < 3) {
     return ReadWriteVarMgr::convert(got, size) == ReadWriteVarMgr::convert(sent, size);
