@@ -80,3 +80,21 @@ const char* parseTrapCommand(std::string_view text, TrapCommand& command) {
   }
   return text == AFTER_NUMBER ? nullptr : "not the device's variable";
 }
+
+bool takeTrapCommand(std::string& input, bool ended, TrapCommand& command, std::string& text,
+                     const char*& why) {
+  const size_t zero = input.find('\0');
+  if (zero != std::string::npos) {
+    text = input.substr(0, zero);
+    input.erase(0, zero + 1);
+    why = parseTrapCommand(text, command);
+    return true;
+  }
+  if (input.size() <= MAX_TRAP_COMMAND && (!ended || input.empty())) {
+    return false;
+  }
+  why = input.size() > MAX_TRAP_COMMAND ? "longer than any command" : "half a command";
+  text = input;
+  input.clear();
+  return true;
+}

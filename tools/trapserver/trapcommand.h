@@ -20,3 +20,11 @@ struct TrapCommand {
 
 /// Takes the command `text`, without its zero byte, apart. Returns null, or why it is refused.
 const char* parseTrapCommand(std::string_view text, TrapCommand& command);
+
+/// Takes the next command, or what is refused, off the front of `input`, which is what has arrived
+/// and is not yet taken. `ended`: nothing more will arrive. Returns false, with `input` as it was,
+/// when no more can be told of it. Otherwise `text` is what was taken, and `why` is null, with
+/// `command` filled, or why it is refused: what arrives behind that is no command any more. Where
+/// the stream was cut into pieces makes no difference.
+bool takeTrapCommand(std::string& input, bool ended, TrapCommand& command, std::string& text,
+                     const char*& why);

@@ -221,23 +221,14 @@ void TrapServer::proceed(Connection& with) {
   if (Clock::now() >= stopBy && !with.input.empty()) {
     refuse(with, "no time left", with.input);
   }
-  while (with.child == 0) {
-    const size_t zero = with.input.find('\0');
-    if (zero == std::string::npos) {
-      break;
-    }
-    const std::string text = with.input.substr(0, zero);
-    with.input.erase(0, zero + 1);
-    if (const char* const why = parseTrapCommand(text, with.command)) {
+  std::string text;
+  const char* why = nullptr;
+  while (with.child == 0 && takeTrapCommand(with.input, with.ended, with.command, text, why)) {
+    if (why != nullptr) {
       refuse(with, why, text);
     } else {
       spawn(with);
     }
-  }
-  if (with.child == 0 && with.input.size() > MAX_TRAP_COMMAND) {
-    refuse(with, "longer than any command", with.input);
-  } else if (with.child == 0 && with.ended && !with.input.empty()) {
-    refuse(with, "half a command", with.input);
   }
 }
 
