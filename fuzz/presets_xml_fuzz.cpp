@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "debug.h"
 #include "presets.h"
@@ -17,14 +18,17 @@ struct Loaded : eternity::xml_archive {
 };
 
 struct Controls {
-  Controls() { Preset::Instance()->Init(table); }
+  Controls() {
+    text.init();
+    Preset::Instance()->Init(table);
+  }
 
   int numberGlobal = 77;
   char textGlobal[16] = "unit";
   char textWork[16];
   RefreshMgr group;
   ReadWriteVarMgrSimpleInt numberVar{numberGlobal, group, 0, nullptr, RANGE_CLIP};
-  ReadWriteVarMgrSimpleStr textVar{group, textGlobal, textWork, sizeof textWork, nullptr, nullptr};
+  ReadWriteVarMgrSimpleStr textVar{group, textGlobal, textWork, sizeof textWork, nullptr, "unit"};
   CtrlReadWriteVarMgr number{1, 0, numberVar}, text{2, 0, textVar};
   CtrlReadWrite* table[3] = {&number, &text, nullptr};
 };
@@ -48,8 +52,10 @@ void restore(Loaded& file) {
   std::string digits, text = "unit", second;
   const bool good = isRead(file, "CV-1-I-0", number);
   isRead(file, "CV-1-I-0", digits);
-  CTRL_ASSERT(good ? number == std::strtoll(digits.c_str(), nullptr, 10)
-                   : digits != std::to_string(std::atoi(digits.c_str())));
+  char* end = nullptr;
+  const long long value = std::strtoll(digits.c_str(), &end, 10);
+  CTRL_ASSERT(good ? number == value && end[std::strspn(end, " \t\r\n")] == 0
+                   : digits != std::to_string(static_cast<int>(value)));
   CTRL_ASSERT(isRead(file, "CV-2-I-0", text) || !isRead(file, "CV-2-I-0", second, 1));
   CTRL_ASSERT(controls.numberGlobal == number);
   CTRL_ASSERT(controls.textGlobal == std::string(text.substr(0, 15).c_str()));

@@ -103,6 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::unique_ptr<char[]> out(new char[length]);
     const int got = ctrlDoGet(varid, varidx, length, out.get());
     CTRL_ASSERT(set != CTRL_ERR_SUCCESS || got == CTRL_ERR_SUCCESS);
+    CTRL_ASSERT(set != CTRL_ERR_SUCCESS || value != nullptr || length == 0);
     CTRL_ASSERT(set != CTRL_ERR_SUCCESS || which < 128 || value == nullptr ||
                 isSame(varid, varidx, out.get(), value, length));
     // The preset file's way: no check in front of the set.
