@@ -16,7 +16,7 @@ PACKAGES=(
 preset_packages() {
   case "$1" in
     clang) echo clang ;;
-    asan) echo clang libclang-rt-14-dev ;;
+    asan) echo clang libclang-rt-14-dev llvm ;;  # llvm: the names in stacks
     m68k | mcf5407) echo g++-m68k-linux-gnu qemu-user googletest ;;
     i686) echo g++-i686-linux-gnu googletest ;;
     coverage) echo gcovr ;;
