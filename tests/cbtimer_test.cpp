@@ -173,8 +173,8 @@ TEST(CbTimerThreads, UnhookingWaitsForTheCallbackAndTheListStaysWhole) {
   std::atomic<bool> done{false};
   std::thread walker([&done] {
     while (!done) {
-      ++Timer::sysTime;
-      if (void (*const call)() = Timer::cb) {
+      storeShared(Timer::sysTime, Timer::getSysTime() + 1);
+      if (void (*const call)() = loadShared(Timer::cb)) {
         call();
       }
     }

@@ -116,14 +116,14 @@ TEST(TimerThreadTest, EachPassSetsTheCounterFromTheClockAndCallsBack) {
   testing::internal::CaptureStdout();
   clockNow = timeval{1, 999};
   thread->Init();
-  EXPECT_EQ(Timer::sysTime, 1000U) << "timeouts can be armed at once";
+  EXPECT_EQ(Timer::getSysTime(), 1000U) << "timeouts can be armed at once";
   sem_wait(&passEnded);
   Timer::cb = [] { ++calls; };
   for (const auto& [clock, time, callsSoFar] : passes) {
     clockNow = clock;
     sem_post(&passBegins);
     sem_wait(&passEnded);
-    EXPECT_EQ(Timer::sysTime, time);
+    EXPECT_EQ(Timer::getSysTime(), time);
     EXPECT_EQ(calls, callsSoFar);
   }
   EXPECT_LT(thread->Start(), 0) << "it runs already";

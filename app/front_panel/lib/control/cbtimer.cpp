@@ -55,20 +55,22 @@ void IntrptLock::unlock() {
 }
 
 CBTimer* CBTimer::list = nullptr;
-CBTimer::Walk* CBTimer::walks = nullptr;
 
 // A walk over the list, known to the operations that change it. A callback may walk again, so
 // walks form a stack.
-class CBTimer::Walk {
+class CBTimerWalk {
  public:
-  Walk() : at(list), outer(walks) { walks = this; }
-  Walk(const Walk&) = delete;
-  Walk& operator=(const Walk&) = delete;
-  ~Walk() { walks = outer; }
+  CBTimerWalk() : at(CBTimer::list), outer(innermost) { innermost = this; }
+  CBTimerWalk(const CBTimerWalk&) = delete;
+  CBTimerWalk& operator=(const CBTimerWalk&) = delete;
+  ~CBTimerWalk() { innermost = outer; }
 
+  static CBTimerWalk* innermost;
   CBTimer* at;  // the timer being served; null once it is no longer hooked
-  Walk* const outer;
+  CBTimerWalk* const outer;
 };
+
+CBTimerWalk* CBTimerWalk::innermost = nullptr;
 
 CBTimer::~CBTimer() {
   // A timer that is not hooked leaves Timer::cb, which may be the application's own, alone.
@@ -90,8 +92,8 @@ void CBTimer::setCallback(pTimerCallbackFn_t cfn) {
     list = this;
   }
   fn = cfn;
-  if (cb == nullptr) {
-    cb = cbTimerISR;
+  if (loadShared(cb) == nullptr) {
+    storeShared(cb, cbTimerISR);
   }
 }
 
@@ -104,7 +106,7 @@ void CBTimer::clearCallback() {
   if (*link == this) {
     *link = next;
   }
-  for (Walk* walk = walks; walk != nullptr; walk = walk->outer) {
+  for (CBTimerWalk* walk = CBTimerWalk::innermost; walk != nullptr; walk = walk->outer) {
     if (walk->at == this) {
       walk->at = nullptr;
     }
@@ -112,7 +114,7 @@ void CBTimer::clearCallback() {
   fn = nullptr;
   next = nullptr;
   if (list == nullptr) {
-    cb = nullptr;
+    storeShared<void (*)()>(cb, nullptr);
   }
 }
 
@@ -138,7 +140,7 @@ void CBTimer::clearTimeout() {
 
 void cbTimerISR() {
   const Locked locked;
-  CBTimer::Walk walk;
+  CBTimerWalk walk;
   while (CBTimer* const timer = walk.at) {
     if (timer->Timer::isRunning() && timer->Timer::isTimeoutExpired()) {
       timer->fn();  // a member of the list has one

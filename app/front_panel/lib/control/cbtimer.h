@@ -10,7 +10,6 @@
 #pragma once
 
 #include "mcf5200.h"
-#include "noncopyable.h"
 #include "tessel_timer.h"
 
 /// A timer's callback.
@@ -19,11 +18,13 @@ typedef void (*pTimerCallbackFn_t)();
 /// Raises the interrupt level, and keeps every other thread out that locks as well.
 ///
 /// The lock is one for the whole process, whatever the level, and recursive. An object of this
-/// class belongs to one thread.
-class IntrptLock : public Noncopyable {
+/// class belongs to one thread, and is not copied: it holds the lock.
+class IntrptLock {
  public:
   /// Prepares to lock at interrupt level `level`, 0 to 7.
-  explicit IntrptLock(unsigned short level) { setLevel(level); }
+  IntrptLock(unsigned short level) { setLevel(level); }
+  IntrptLock(const IntrptLock&) = delete;
+  IntrptLock& operator=(const IntrptLock&) = delete;
   /// Unlocks, if it is locked.
   ~IntrptLock();
 
@@ -49,11 +50,14 @@ class IntrptLock : public Noncopyable {
 /// A timeout that calls a function when it is over.
 ///
 /// The operations of Timer stand here again under the lock, since the walker polls the timer on
-/// the timer thread. They must not be called through a reference to Timer while it is hooked.
-class CBTimer : public Timer, public Noncopyable {
+/// the timer thread. They must not be called through a reference to Timer while it is hooked. It is
+/// not copied: the list holds its address.
+class CBTimer : public Timer {
  public:
   /// A timer that is not running and has no callback. `r` true makes it repeat.
-  explicit CBTimer(bool r) : Timer(r) {}
+  CBTimer(bool r) : Timer(r) {}
+  CBTimer(const CBTimer&) = delete;
+  CBTimer& operator=(const CBTimer&) = delete;
   /// Unhooks the timer. A class derived from this one, whose callback uses its members, calls
   /// clearCallback in its own destructor.
   ~CBTimer() override;
@@ -77,10 +81,9 @@ class CBTimer : public Timer, public Noncopyable {
 
  private:
   friend void cbTimerISR();
-  class Walk;
+  friend class CBTimerWalk;
 
   static CBTimer* list;
-  static Walk* walks;
 
   CBTimer* next = nullptr;
   pTimerCallbackFn_t fn = nullptr;

@@ -7,14 +7,12 @@
 #include <cstdio>
 
 unsigned short Timer::level = 0;
-std::atomic<void (*)()> Timer::cb{nullptr};
-std::atomic<unsigned int> Timer::sysTime{0};
+void (*Timer::cb)() = nullptr;
+volatile unsigned int Timer::sysTime = 0;
 
-// Some of the target's processors have no compare-and-swap, so a compiler for them does not call
-// the type lock-free; their plain loads and stores of a word are what the counter needs.
-static_assert(sizeof(Timer::sysTime) == 4 && sizeof(unsigned int) == 4, "the counter is one word");
+static_assert(sizeof Timer::sysTime == 4, "durations are counted to the wrap of 32 bits");
 
-void Timer::arm(unsigned int from) {
+void Timer::timer_arm_(unsigned int from) {
   start = from;
   end = from + length;
   overflow = 0xFFFFFFFFU - from < length;
@@ -22,7 +20,7 @@ void Timer::arm(unsigned int from) {
 
 void Timer::setTimeout(unsigned int timeout) {
   length = timeout;
-  arm(sysTime);
+  timer_arm_(getSysTime());
   running = true;
 }
 
@@ -34,7 +32,7 @@ bool Timer::isTimeoutExpired() {
     running = repeat;
     return true;
   }
-  const unsigned int cur = sysTime;
+  const unsigned int cur = getSysTime();
   if (overflow) {
     if (cur >= start) {
       return false;
@@ -47,31 +45,32 @@ bool Timer::isTimeoutExpired() {
   if (!repeat) {
     running = false;
   } else {
-    arm(end + (cur - end) / length * length);
+    timer_arm_(end + (cur - end) / length * length);
   }
   return true;
 }
 
 unsigned int Timer::getDiffTime(unsigned int since) {
-  const unsigned int now = sysTime;
+  const unsigned int now = getSysTime();
   return since > now ? (0xFFFFFFFFU - since) + now : now - since;
 }
 
 // Sets the counter; false when the system has no time.
-bool Timer::readClock() {
+bool Timer::timer_read_clock_() {
   timeval tv;
   if (gettimeofday(&tv, nullptr) != 0) {
     return false;
   }
-  sysTime = static_cast<unsigned int>(static_cast<unsigned long long>(tv.tv_sec) * 1000U +
-                                      static_cast<unsigned long long>(tv.tv_usec) / 1000U);
+  storeShared(sysTime,
+              static_cast<unsigned int>(static_cast<unsigned long long>(tv.tv_sec) * 1000U +
+                                        static_cast<unsigned long long>(tv.tv_usec) / 1000U));
   return true;
 }
 
 void Timer::tick() {
   for (;;) {
-    if (readClock()) {
-      if (void (*const call)() = cb) {
+    if (timer_read_clock_()) {
+      if (void (*const call)() = loadShared(cb)) {
         // A callback is the application's code and need not be ready to be unwound.
         int previous;
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
@@ -116,7 +115,7 @@ void* Timer_thread::Thread() {
   pthread_testcancel();
   // In front of ThreadStarted: a timeout that is armed once Start has returned counts from now, and
   // not from 0, which would let it expire with the first pass.
-  Timer::readClock();
+  Timer::timer_read_clock_();
   ThreadStarted();
   Timer::tick();
 }

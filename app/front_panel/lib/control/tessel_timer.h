@@ -4,14 +4,13 @@
 // the wrap, but one that ends before it and is first polled behind it reads as running until the
 // counter comes round: poll every timeout as often as its end matters. Timer_thread advances the
 // counter from the wall clock; the application first calls Timer_thread::Instance()->Init().
-// sysTime and cb are atomics: any thread may read them, plain assignment works, and without the
-// timer thread a test may drive the counter. A Timer has no lock and belongs to one thread at a
+// sysTime and cb are plain words: any thread may read them, and without the timer thread a test may
+// drive the counter. The library reaches them through loadShared and storeShared alone, as code
+// that sets them beside a running thread does. A Timer has no lock and belongs to one thread at a
 // time. Nothing here allocates or stops the process.
 #pragma once
 
 #include <jthread.h>
-
-#include <atomic>
 
 #include "noncopyable.h"
 
@@ -19,6 +18,18 @@
 constexpr unsigned int TICKS_IN_MS = 10;
 /// Part of the interface; nothing in the library computes with it.
 constexpr unsigned int TICKS_IN_US = 1000;
+
+/// The word `shared`, which another thread may be changing at this moment.
+template <class T>
+T loadShared(const volatile T& shared) {
+  return __atomic_load_n(&shared, __ATOMIC_SEQ_CST);
+}
+
+/// Stores `value` in `shared`, a word that another thread may be reading at this moment.
+template <class T>
+void storeShared(volatile T& shared, T value) {
+  __atomic_store_n(&shared, value, __ATOMIC_SEQ_CST);
+}
 
 /// A timeout that is polled.
 class Timer {
@@ -29,12 +40,12 @@ class Timer {
   /// Interrupt level at which CBTimer locks its list.
   static unsigned short level;
   /// Called by the tick loop on every pass, on the timer thread; null for none.
-  static std::atomic<void (*)()> cb;
+  static void (*cb)();
   /// The tick counter: the low 32 bits of the milliseconds since the epoch. One writer.
-  static std::atomic<unsigned int> sysTime;
+  static volatile unsigned int sysTime;
 
   /// A timer that is not running. `r` true makes it repeat: seen expired, it re-arms itself.
-  explicit Timer(bool r) : repeat(r) {}
+  Timer(bool r) : repeat(r) {}
   /// Nothing to give back.
   virtual ~Timer() = default;
 
@@ -53,7 +64,7 @@ class Timer {
   void clearTimeout() { running = false; }
 
   /// The tick counter.
-  static unsigned int getSysTime() { return sysTime; }
+  static unsigned int getSysTime() { return loadShared(sysTime); }
 
   /// Ticks since the counter value `since`; across a wrap of the counter one tick less.
   static unsigned int getDiffTime(unsigned int since);
@@ -67,8 +78,8 @@ class Timer {
 
  private:
   friend class Timer_thread;
-  static bool readClock();
-  void arm(unsigned int from);
+  static bool timer_read_clock_();
+  void timer_arm_(unsigned int from);
 
   unsigned int start = 0;
   unsigned int end = 0;

@@ -9,9 +9,9 @@ thread_local const JThread* own = nullptr;
 
 // Marks the thread as ended however its body is left. A cancelled thread leaves by unwinding, so
 // a destructor is the one place that both ways pass.
-class JThread::EndMark {
+class JThreadState::EndMark {
  public:
-  explicit EndMark(JThread& t) : owner(t) {}
+  explicit EndMark(JThreadState& s) : owner(s) {}
   EndMark(const EndMark&) = delete;
   EndMark& operator=(const EndMark&) = delete;
   ~EndMark() {
@@ -22,7 +22,7 @@ class JThread::EndMark {
   }
 
  private:
-  JThread& owner;
+  JThreadState& owner;
 };
 
 JThread::~JThread() {
@@ -31,17 +31,17 @@ JThread::~JThread() {
 
 // The address sanitizer does not follow a cancellation, which unwinds frames without its knowledge,
 // and would take what they left on the stack for an error here.
-void* JThread::run(void* self) {
-  JThread& t = *static_cast<JThread*>(self);
-  EndMark mark(t);
+void* JThreadState::run(void* jthread) {
+  JThread& t = *static_cast<JThread*>(jthread);
+  EndMark mark(t.jthread_state_);
   own = &t;
   void* const value = t.Thread();
-  t.result = value;
+  t.jthread_state_.result = value;
   return value;
 }
 
 // Waits for the end of the thread. The caller holds control and has seen joinable true.
-void JThread::join() {
+void JThreadState::join() {
   pthread_join(thread, nullptr);
   joinable = false;
 }
@@ -52,23 +52,24 @@ int JThread::Start() {
   if (own == this) {
     return ERR_JTHREAD_ALREADYRUNNING;
   }
-  std::lock_guard<std::mutex> one(control);
-  if (IsRunning()) {
+  JThreadState& my = jthread_state_;
+  std::lock_guard<std::mutex> one(my.control);
+  if (my.running) {
     return ERR_JTHREAD_ALREADYRUNNING;
   }
-  if (joinable) {
-    join();
+  if (my.joinable) {
+    my.join();
   }
-  std::unique_lock<std::mutex> lock(state);
-  started = false;
-  running = true;
-  result = nullptr;
-  if (pthread_create(&thread, nullptr, run, this) != 0) {
-    running = false;
+  std::unique_lock<std::mutex> lock(my.state);
+  my.started = false;
+  my.running = true;
+  my.result = nullptr;
+  if (pthread_create(&my.thread, nullptr, JThreadState::run, this) != 0) {
+    my.running = false;
     return ERR_JTHREAD_CANTSTART;
   }
-  joinable = true;
-  changed.wait(lock, [this] { return started || !running; });
+  my.joinable = true;
+  my.changed.wait(lock, [&my] { return my.started || !my.running; });
   return 0;
 }
 
@@ -76,28 +77,30 @@ int JThread::Kill() {
   if (own == this) {
     return ERR_JTHREAD_OWNTHREAD;
   }
-  std::lock_guard<std::mutex> one(control);
-  if (!joinable) {
+  JThreadState& my = jthread_state_;
+  std::lock_guard<std::mutex> one(my.control);
+  if (!my.joinable) {
     return ERR_JTHREAD_NOTRUNNING;
   }
-  const bool wasRunning = IsRunning();
+  const bool wasRunning = my.running;
   if (wasRunning) {
-    pthread_cancel(thread);
+    pthread_cancel(my.thread);
   }
-  join();
+  my.join();
   return wasRunning ? 0 : ERR_JTHREAD_NOTRUNNING;
 }
 
 bool JThread::IsRunning() {
-  return running;
+  return jthread_state_.running;
 }
 
 void* JThread::GetReturnValue() {
-  return running ? nullptr : result.load();
+  return jthread_state_.running ? nullptr : jthread_state_.result.load();
 }
 
 void JThread::ThreadStarted() {
-  std::lock_guard<std::mutex> lock(state);
-  started = true;
-  changed.notify_all();
+  JThreadState& my = jthread_state_;
+  std::lock_guard<std::mutex> lock(my.state);
+  my.started = true;
+  my.changed.notify_all();
 }

@@ -7,6 +7,9 @@
 // whose own Start and Kill are refused at once. Kill cancels and then waits for the end, so it
 // waits for ever when Thread() never reaches a cancellation point (a wait, or pthread_testcancel),
 // or when that thread waits in Kill for the caller. Nothing here stops the process.
+//
+// A derived class may use every name but those of the operations below: run, join, state and the
+// like are its own, or mean what they mean outside.
 #pragma once
 
 #include <pthread.h>
@@ -24,7 +27,26 @@ constexpr int ERR_JTHREAD_CANTSTART = -3;
 /// Kill: called from the thread itself.
 constexpr int ERR_JTHREAD_OWNTHREAD = -4;
 
-/// A thread. Derived classes supply its body.
+class JThread;
+
+/// What a JThread keeps, outside of it so that its names stay free for derived classes.
+class JThreadState {
+  friend class JThread;
+  class EndMark;
+  [[gnu::no_sanitize_address]] static void* run(void* jthread);
+  void join();
+
+  std::mutex control;  // one Start or Kill at a time
+  std::mutex state;    // held where started or running changes, for the waiting Start
+  std::condition_variable changed;
+  std::atomic<bool> started{false};
+  std::atomic<bool> running{false};
+  std::atomic<void*> result{nullptr};
+  bool joinable = false;  // guarded by control
+  pthread_t thread{};
+};
+
+/// A thread. Derived classes supply its body. It is not copied: there is one thread to one object.
 class JThread {
  public:
   /// No thread yet.
@@ -61,16 +83,6 @@ class JThread {
   void ThreadStarted();
 
  private:
-  class EndMark;
-  [[gnu::no_sanitize_address]] static void* run(void* self);
-  void join();
-
-  std::mutex control;  // one Start or Kill at a time
-  std::mutex state;    // held where started or running changes, for the waiting Start
-  std::condition_variable changed;
-  std::atomic<bool> started{false};
-  std::atomic<bool> running{false};
-  std::atomic<void*> result{nullptr};
-  bool joinable = false;  // guarded by control
-  pthread_t thread{};
+  friend class JThreadState;
+  JThreadState jthread_state_;
 };
