@@ -78,6 +78,9 @@ TEST_F(CompFile, WritesTheBytesThatAnIndependentWriterWritesAndGivesThemBack) {
   EXPECT_THAT(listed, HasSubstr("product    Mixer\ncomponent  boot\nlocation   FP-2\n"
                                 "revision   3.200 (3.200 beta)\ndate       2004-02-29 12:00:00\n"));
   EXPECT_THAT(listed, HasSubstr("         0  $ffff  ok       empty  [tag]\n"));
+  // One that cannot be read does not keep the others from being checked.
+  EXPECT_THAT(run(2, "verify absent in list.cmp"),
+              AllOf(HasSubstr("absent: No such file"), HasSubstr("list.cmp: valid\n")));
 }
 
 TEST_F(CompFile, ADamagedFileIsListedAsFarAsItGoesAndNotExtracted) {
@@ -134,6 +137,10 @@ TEST_F(CompFile, CreateRefusesWhatDoesNotFitOrClimbs) {
     expectRefused(args + "$(printf 'a\\033b')", "cannot be printed");
     run(0, args + std::string(most, 'x'));
   }
+  // Names of any bytes are shown without what acts on a terminal.
+  save("evil/\x1B\n\x9B", "x");
+  expectRefused(CREATE + "new.cmp evil", "the name \"\\x1B\\x0A\\x9B\" has a character");
+  EXPECT_THAT(run(1, "verify evil/*"), HasSubstr("evil/\\x1B\\x0A\\x9B: not valid\n"));
   expectRefused("create new.cmp f", "required");
   for (const std::string revision : {"1", "256.1", "1.256", "1.2.3", "-1.2", "a.b", "1.", "''"}) {
     expectRefused("create new.cmp f --product x --component x --revision " + revision,
@@ -184,10 +191,24 @@ TEST_F(CompFile, ExtractRefusesNamesThatClimbOrCollide) {
 
 TEST_F(CompFile, TheDateIsThatOfTheBuild) {
   save("f", "data");
+  const std::string create = "create --product x --component x --revision 1.0 out.cmp f";
+  for (const char* const bad : {"", "abc", "1e9", "12 ", "99999999999999999999"}) {
+    setenv("SOURCE_DATE_EPOCH", bad, 1);
+    expectRefused(create, "SOURCE_DATE_EPOCH");
+  }
   setenv("SOURCE_DATE_EPOCH", "1000000000", 1);
-  run(0, "create --product x --component x --revision 1.0 out.cmp f");
+  run(0, create);
   unsetenv("SOURCE_DATE_EPOCH");
   EXPECT_THAT(run(0, "list out.cmp"), HasSubstr("date       2001-09-09 01:46:40 UTC\n"));
+}
+
+TEST_F(CompFile, OutputThatIsLostIsAFailureWhateverTheCommand) {
+  save("f", "data");
+  run(0, CREATE + "f.cmp f");
+  for (const std::string args : {"list f.cmp", "verify f.cmp", "extract f.cmp --to out", "--help",
+                                 "create --product x --component x --revision 1.0 out.cmp f"}) {
+    expectRefused(args + " > /dev/full", "cannot write the output");
+  }
 }
 
 }  // namespace

@@ -45,6 +45,7 @@ A new preset has room for 8172 bytes.
 Sound.
 )");
 
+  EXPECT_EQ(run("presets.flash > /dev/full").status, 2);
   EXPECT_THAT(run("--map presets.flash").output,
               HasSubstr("\n0x1800  " + std::string(64, '.') + "\n0x2000  #....."));
 }

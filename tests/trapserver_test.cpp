@@ -3,6 +3,7 @@
 
 #include "loopback.h"
 #include "process.h"
+#include "program.h"
 #include "random.h"
 #include "trapcommand.h"
 
@@ -155,6 +156,7 @@ TEST_F(TrapServerTest, FailuresAreTheirOwnLineAndAtTheEndEverythingThatCameIsSen
   EXPECT_EQ(allRan().size(), 52U);
   EXPECT_EQ(allRan().back(), ran(2050));
   EXPECT_TRUE(server->says("refused, half a command: half\nended\n"));
+  EXPECT_EQ(runProgram(TRAPSERVER " --help > /dev/full").status, 1);
   close(device);
 }
 

@@ -3,8 +3,11 @@
 // Whether a file is valid is the library's judgement, with the library's messages; in addition
 // nothing may stand behind the last file. No command overwrites a file unless it is told to.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <set>
@@ -15,6 +18,8 @@
 #include "container.h"
 #include "debug.h"
 #include "files.h"
+#include "printable.h"
+#include "sio.h"
 
 namespace {
 
@@ -33,29 +38,29 @@ struct Options {
   bool force = false;
 };
 
-// Any bytes as text that does not upset a terminal.
-std::string printable(const std::string& text) {
-  std::string shown;
-  for (const char c : text) {
-    const unsigned int byte = static_cast<unsigned char>(c);
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02X", byte);
-    shown += byte >= 0x20 && byte < 0x7F && c != '\\' ? std::string(1, c) : escape;
-  }
-  return shown;
+// Says why something is not done, behind what was printed before. The text may hold names of any
+// bytes.
+int refused(const std::exception& error) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "compfile: %s\n", printable(error.what()).c_str());
+  return EXIT_REFUSED;
 }
 
 // The creation date when none is given: now, or the time at which a reproducible build sets it.
 std::string defaultDate() {
   const char* const epoch = std::getenv("SOURCE_DATE_EPOCH");
-  const std::time_t when = epoch != nullptr
-                               ? static_cast<std::time_t>(std::strtoll(epoch, nullptr, 10))
-                               : std::time(nullptr);
+  std::time_t when = std::time(nullptr);
+  bool good = true;
+  if (epoch != nullptr) {
+    const char* const end = epoch + std::strlen(epoch);
+    const std::from_chars_result read = std::from_chars(epoch, end, when);
+    good = read.ec == std::errc() && read.ptr == end;
+  }
   std::tm utc{};
   char text[32] = "";
-  if (gmtime_r(&when, &utc) == nullptr ||
+  if (!good || gmtime_r(&when, &utc) == nullptr ||
       std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc) == 0) {
-    throw Refused("SOURCE_DATE_EPOCH is no time");
+    throw Refused("SOURCE_DATE_EPOCH is no number of seconds since 1970");
   }
   return text;
 }
@@ -94,7 +99,7 @@ int create(Options& options) {
     throw Refused("what was made is not valid and is not written");
   }
   writeFile(options.file, bytes, options.force);
-  std::printf("%s: %zu %s, %zu bytes\n", options.file.c_str(), members.size(),
+  std::printf("%s: %zu %s, %zu bytes\n", printable(options.file).c_str(), members.size(),
               members.size() == 1 ? "file" : "files", bytes.size());
   return EXIT_VALID;
 }
@@ -114,9 +119,15 @@ bool isValid(const std::string& bytes) {
 int verify(Options& options) {
   int status = EXIT_VALID;
   for (const std::string& path : options.inputs) {
-    const bool valid = isValid(readFile(path));
-    std::printf("%s: %s\n", path.c_str(), valid ? "valid" : "not valid");
-    status = valid ? status : EXIT_DAMAGED;
+    int result;
+    try {
+      const bool valid = isValid(readFile(path));
+      std::printf("%s: %s\n", printable(path).c_str(), valid ? "valid" : "not valid");
+      result = valid ? EXIT_VALID : EXIT_DAMAGED;
+    } catch (const std::exception& error) {  // the files behind it are checked all the same
+      result = refused(error);
+    }
+    status = std::max(status, result);
   }
   return status;
 }
@@ -167,7 +178,7 @@ std::vector<Found> choose(const Contents& contents, const std::vector<std::strin
 void checkNames(const std::vector<Found>& files, const Options& options) {
   std::set<std::string> names;
   for (const Found& found : files) {
-    const std::string shown = "the name \"" + printable(found.name) + "\" ";
+    const std::string shown = "the name \"" + found.name + "\" ";
     if (const char* const problem = nameProblem(found.name)) {
       throw Refused(shown + problem);
     }
@@ -189,7 +200,7 @@ void checkNames(const std::vector<Found>& files, const Options& options) {
 int extract(Options& options) {
   const std::string bytes = readFile(options.file);
   if (!isValid(bytes)) {
-    std::printf("%s: not valid, nothing is extracted\n", options.file.c_str());
+    std::printf("%s: not valid, nothing is extracted\n", printable(options.file).c_str());
     return EXIT_DAMAGED;
   }
   const std::vector<Found> files = choose(takeApart(bytes), options.inputs);
@@ -198,7 +209,7 @@ int extract(Options& options) {
     const fs::path path = fs::path(options.to) / found.name;
     fs::create_directories(path.parent_path());
     writeFile(path.string(), found.data, options.force);
-    std::printf("%s: %zu bytes\n", path.c_str(), found.data.size());
+    std::printf("%s: %zu bytes\n", printable(path.string()).c_str(), found.data.size());
   }
   return EXIT_VALID;
 }
@@ -220,7 +231,7 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0, or 1 when a component file is not valid, or 2 when a command is "
-      "refused.");
+      "refused, a file cannot be read, or the output cannot be written.");
 
   CLI::App* sub = addCommand(app, options, create, "create", "make a component file", command);
   sub->add_option("input", options.inputs, "a directory, or files to go in under their paths")
@@ -263,10 +274,12 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   keepStandardStreams();
   try {
-    return run(argc, argv);
+    const int status = run(argc, argv);
+    if (!sio_flush(0)) {
+      throw Refused("cannot write the output");
+    }
+    return status;
   } catch (const std::exception& error) {  // Refused, or the file system's own
-    std::fflush(stdout);
-    std::fprintf(stderr, "compfile: %s\n", error.what());
-    return EXIT_REFUSED;
+    return refused(error);
   }
 }

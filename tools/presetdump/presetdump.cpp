@@ -14,6 +14,8 @@
 
 #include "pfmedium.h"
 #include "presetview.h"
+#include "printable.h"
+#include "sio.h"
 
 namespace {
 
@@ -274,7 +276,7 @@ void printSummary(const presetView_t& view, const Findings& findings) {
 bool readFile(const std::string& path, NorArray& content) {
   std::FILE* const file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
-    std::fprintf(stderr, "presetdump: %s: %s\n", path.c_str(), std::strerror(errno));
+    std::fprintf(stderr, "presetdump: %s: %s\n", printable(path).c_str(), std::strerror(errno));
     return false;
   }
   unsigned char beyond;
@@ -284,10 +286,10 @@ bool readFile(const std::string& path, NorArray& content) {
   const int code = errno;
   std::fclose(file);
   if (failed) {
-    std::fprintf(stderr, "presetdump: %s: %s\n", path.c_str(), std::strerror(code));
+    std::fprintf(stderr, "presetdump: %s: %s\n", printable(path).c_str(), std::strerror(code));
   } else if (longer || size != sizeof content.bytes) {
-    std::fprintf(stderr, "presetdump: %s has %s%zu bytes, and a store file has %zu\n", path.c_str(),
-                 longer ? "more than " : "", size, sizeof content.bytes);
+    std::fprintf(stderr, "presetdump: %s has %s%zu bytes, and a store file has %zu\n",
+                 printable(path).c_str(), longer ? "more than " : "", size, sizeof content.bytes);
   } else {
     return true;
   }
@@ -301,7 +303,7 @@ int dump(const std::string& path, const Options& options) {
   }
   const presetView_t view = presetView(words);
   const Findings findings = judge(view);
-  std::printf("%s\n", path.c_str());
+  std::printf("%s\n", printable(path).c_str());
   if (options.map) {
     printMap(words, view);
   } else if (!options.check) {
@@ -319,7 +321,9 @@ int run(int argc, char** argv) {
   app.add_flag("--map", options.map, "draw the use of each block instead of listing its records");
   app.add_flag("--check", options.check, "list no records, and exit with 1 when a file is damaged");
   app.add_option("file", options.files, "store files of 16384 bytes")->required();
-  app.footer("Exit status: 0, or 1 as --check says, or 2 when a file cannot be read.");
+  app.footer(
+      "Exit status: 0, or 1 as --check says, or 2 when a file cannot be read or the output not "
+      "written.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -336,7 +340,12 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const int status = run(argc, argv);
+    if (!sio_flush(0)) {
+      std::fputs("presetdump: cannot write the output\n", stderr);
+      return EXIT_UNUSABLE;
+    }
+    return status;
   } catch (const std::exception& error) {  // out of memory; the rest is told where it happens
     std::fprintf(stderr, "presetdump: %s\n", error.what());
     return EXIT_UNUSABLE;

@@ -2,9 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
+#include <stdexcept>
 
 #include "debug.h"
+#include "sio.h"
 #include "trapserver.h"
 
 namespace {
@@ -40,7 +41,11 @@ int serve(int argc, char** argv) {
 int main(int argc, char** argv) {
   keepStandardStreams();
   try {
-    return serve(argc, argv);
+    const int status = serve(argc, argv);
+    if (!sio_flush(0)) {
+      throw std::runtime_error("cannot write all of the log");
+    }
+    return status;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "trapserver: %s\n", e.what());
     return 1;

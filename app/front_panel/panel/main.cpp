@@ -14,6 +14,7 @@
 #include "device.h"
 #include "saving.h"
 #include "setups.h"
+#include "sio.h"
 #include "store.h"
 #include "tessel_timer.h"
 #include "traps.h"
@@ -47,8 +48,9 @@ const char USAGE[] =
     "                switch the traps on at the start, and print them, or send them to the trap\n"
     "                server for the manager TRAP_MANAGER (ADDRESS or ADDRESS:PORT)\n"
     "  --help        this text\n"
-    "Ends with 0; with 1 when a piped command was refused or a confirmed setting could not be\n"
-    "saved; with 2 when it cannot start.\n";
+    "Ends with 0; with 1 when a piped command was refused, a confirmed setting could not be "
+    "saved,\n"
+    "or the output could not be written; with 2 when it cannot start.\n";
 
 struct Options {
   const char* dir = nullptr;
@@ -80,7 +82,7 @@ int parseOptions(int argc, char** argv, Options& options) {
         break;
       case HELP:
         std::fputs(USAGE, stdout);
-        return 0;
+        return sio_flush(0) ? 0 : EXIT_START;
       case -1:
         if (optind == argc) {
           return -1;
@@ -131,6 +133,10 @@ bool finish(bool good) {
   }
   if (!closeSettings()) {
     return complain("the confirmed settings are not saved");
+  }
+  if (!sio_flush(0)) {
+    std::fputs("panel: cannot write all of the output\n", stderr);
+    return false;
   }
   return good || consoleInteractive();
 }

@@ -165,6 +165,10 @@ void sio_printf(const int unit, const char* format, ...) {
   va_end(arguments.list);
 }
 
+bool sio_flush(const int /*unit*/) {
+  return std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+}
+
 int sio_getc(const int /*unit*/) {
   return std::getc(stdin);
 }

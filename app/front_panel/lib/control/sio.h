@@ -14,6 +14,10 @@ void sio_putc(const int c, const int unit);
 /// Writes the string `s`, with no line end behind it.
 void sio_puts(const char* s, const int unit);
 
+/// Hands what is buffered to the system. False when anything that was ever printed on standard
+/// output was lost, on a full disk for example: a program that is asked for its output then fails.
+bool sio_flush(const int unit);
+
 /// Writes `format` with its conversions replaced. A conversion is a `%`, then flags, `#` for the
 /// alternate form and `0` for zero fill, then a width in decimal digits, then a letter:
 ///
