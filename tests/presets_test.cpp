@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "cancelling_jthread.h"
 #include "fatal.h"
 #include "iofault.h"
 #include "random.h"

@@ -10,6 +10,7 @@
 
 #include "debug.h"
 #include "filereplace.h"
+#include "threadlife.h"
 
 namespace {
 
@@ -21,6 +22,8 @@ std::atomic<preset_bk_func_t> my_back_func{nullptr};
 
 // Whoever writes the file holds it: there is one temporary file beside it.
 std::mutex saving;
+
+ThreadLife threadLife;
 
 // The calling thread is not cancelled while one of these lives.
 class CancelHold : public Noncopyable {
@@ -224,7 +227,9 @@ int Preset::Start() {
 
 int Preset::Stop() {
   std::puts("Stopping the Preset thread");
-  return JThread::Kill();
+  const int result = JThread::Kill();
+  threadLife.waitForEnd();
+  return result;
 }
 
 // One attempt to save; true when the file is on the disk. A change that is marked while it runs
@@ -261,6 +266,7 @@ bool Preset::Save_now() {
 
 // Cancelled only at the head and at the sleep: Stop waits for the end of a save or copy.
 void* Preset::Thread() {
+  const ThreadLife::Body body(threadLife);
   // In front of ThreadStarted: the first period counts from Start, however late this thread is.
   unsigned int refreshPoll = Timer::getSysTime();
   ThreadStarted();

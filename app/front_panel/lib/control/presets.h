@@ -95,7 +95,7 @@ class Preset : public Noncopyable, private JThread {
   /// Ends the preset thread and says so on standard output; a save or copy that is running is
   /// finished first, so the caller holds no lock that a control's get or the copy function takes.
   /// Returns what JThread::Kill returns; harmless without a thread. Any thread; from the copy
-  /// function nothing happens.
+  /// function nothing is waited for.
   int Stop();
 
  private:

@@ -6,11 +6,19 @@
 
 #include <cstdio>
 
+#include "threadlife.h"
+
 unsigned short Timer::level = 0;
 void (*Timer::cb)() = nullptr;
 volatile unsigned int Timer::sysTime = 0;
 
 static_assert(sizeof Timer::sysTime == 4, "durations are counted to the wrap of 32 bits");
+
+namespace {
+
+ThreadLife threadLife;
+
+}  // namespace
 
 void Timer::timer_arm_(unsigned int from) {
   start = from;
@@ -108,10 +116,13 @@ int Timer_thread::Start() {
 
 int Timer_thread::Stop() {
   std::puts("Stopping the Timer thread");
-  return JThread::Kill();
+  const int result = JThread::Kill();
+  threadLife.waitForEnd();
+  return result;
 }
 
 void* Timer_thread::Thread() {
+  const ThreadLife::Body body(threadLife);
   pthread_testcancel();
   // In front of ThreadStarted: a timeout that is armed once Start has returned counts from now, and
   // not from 0, which would let it expire with the first pass.

@@ -108,8 +108,9 @@ class Timer_thread : public JThread, public Noncopyable {
   /// Returns what JThread::Start returns.
   int Start();
 
-  /// Ends the thread and says so on standard output. The counter then stands still. Returns what
-  /// JThread::Kill returns.
+  /// Ends the thread and says so on standard output. When it returns, no callback runs and the
+  /// counter stands still; from a callback nothing is waited for. Returns what JThread::Kill
+  /// returns.
   int Stop();
 
   /// The body of the thread: runs Timer::tick.
