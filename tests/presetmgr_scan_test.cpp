@@ -75,6 +75,9 @@ TEST_F(Scan, SoundMedia) {
       {"two live records", "7FFE 0 live:5,2,old live:9,2,newer", "2:9:newer", "AE", 26, true},
       {"never confirmed", abc + "open:6,3,half", found, "AE", 8192},
       {"just started", abc + "7FFF", found, "AE", 8192},
+      {"a torn head word", abc + "E005", found, "AE", 8192},
+      {"an almost erased one in the last place", "7FFE 0 live:1,0,*8174 @8186 FFFE", "0:1:*8174",
+       "AE", 8192},
       {"version 0, types of 13 and 15 bits",
        "7FFF dead0:1,7,gone live0:4660,7,ABC live0:24581,299,z", "7:4660:ABC 299:24581:z", "AE", 36,
        true},
@@ -106,19 +109,20 @@ TEST_F(Scan, TheRamCopyHoldsBothPayloadsOfAnId) {
 
 TEST_F(Scan, ACorruptLogIsGivenUpAsAWhole) {
   const std::string logs[] = {
-      "7FFE 0 live:5,2,ABC 8005",          // head word, bit 15 set
-      "7FFE 0 live:5,2,ABC 4005",          // head word 0 1 0
-      "7FFE 0 live:5,2,ABC E005",          // head word 1 1 1 with a type
-      "7FFE 0 live:5,2,ABC FFFE",          // an almost erased head word
-      "7FFE 0 live:5,2,ABC live:1,300,x",  // an id of 300
-      "7FFE 0 live:5,2,ABC live:1,3,",     // no payload
-      "7FFE 0 live:5,2,ABC 2001 3 1FED",   // a payload past the end
-      "7FFE 0 live:5,2,ABC 0001 3 FFFE",   // a deleted one
-      "7FFF live0:5,2,ABC 8005",           // version 0, bit 15 set
-      "7FFF live0:5,2,ABC live0:1,300,x",  // an id of 300
-      "7FFF live0:5,2,ABC 5 3 1 0",        // a large size
-      "7FFF live0:5,2,ABC 5 3 FFFF FFFF",  // the largest size
-      "7FFF dead0:1,0,*8176 5 3 0",        // a header past the end
+      "7FFE 0 live:5,2,ABC 8005",           // head word, bit 15 set
+      "7FFE 0 live:5,2,ABC 4005",           // head word 0 1 0
+      "7FFE 0 live:5,2,ABC E005 2",         // a torn one, with more behind it
+      "7FFE 0 live:5,2,ABC E005 @16382 0",  // at the very end
+      "7FFE 0 live:5,2,ABC live:1,300,x",   // an id of 300
+      "7FFE 0 live:5,2,ABC live:1,3,",      // no payload
+      "7FFE 0 live:5,2,ABC 2001 3 1FED",    // a payload past the end
+      "7FFE 0 live:5,2,ABC 0001 3 FFFE",    // a deleted one
+      "7FFF live0:5,2,ABC 8005",            // version 0, bit 15 set
+      "7FFF live0:5,2,ABC E005",            // a torn head word
+      "7FFF live0:5,2,ABC live0:1,300,x",   // an id of 300
+      "7FFF live0:5,2,ABC 5 3 1 0",         // a large size
+      "7FFF live0:5,2,ABC 5 3 FFFF FFFF",   // the largest size
+      "7FFF dead0:1,0,*8176 5 3 0",         // a header past the end
   };
   for (const std::string& log : logs) {
     expect({log, "@8192 " + log, "", "ED", 8192});

@@ -205,8 +205,7 @@ void printEnd(const PresetWords& words, const presetRec_t& rec, unsigned int end
   if (rec.state == REC_CORRUPT) {
     std::printf("  0x%04X    corrupt: %s\n", rec.addr, rec.fault);
   } else if (rec.state == REC_UNCONFIRMED) {
-    std::printf("  0x%04X    unconfirmed, type %u\n", rec.addr,
-                words.word(rec.addr) & unsigned{PRESET_TYPE_MASK});
+    std::printf("  0x%04X    unconfirmed, head word 0x%04X\n", rec.addr, words.word(rec.addr));
   } else {
     from = presetFirstDirty(words, rec.addr, end);
     std::printf("  0x%04X    end of the log, %u bytes erased behind it\n", rec.addr,

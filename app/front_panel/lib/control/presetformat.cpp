@@ -28,6 +28,13 @@ presetRecState_t decodeHead(unsigned int head, unsigned int ver, unsigned int& t
   }
 }
 
+// Tells whether the word at `addr` is what a power cut inside the first programming of a head word
+// may have left: other bits are cleared and bit 15 is not, and nothing stands behind it.
+bool isTornHead(const PresetWords& words, unsigned int addr, unsigned int end, unsigned int ver) {
+  return ver == CUR_VER && words.word(addr) >> 13 == 7 &&
+         presetFirstDirty(words, addr + 2, end) == end;
+}
+
 // How far the content of a valid block speaks for its being the newer one.
 enum rank_t {
   RANK_CORRUPT,
@@ -111,7 +118,9 @@ presetRec_t presetReadRec(const PresetWords& words, unsigned int addr, unsigned 
   }
   rec.state = decodeHead(words.word(addr), ver, rec.type);
   if (rec.state == REC_CORRUPT) {
-    return corrupt(addr, "its head word is none that the format has");
+    return isTornHead(words, addr, end, ver)
+               ? presetRec_t{REC_UNCONFIRMED, addr, nullptr, 0, 0, 0, 0, 0}
+               : corrupt(addr, "its head word is none that the format has");
   }
   if (rec.state != REC_LIVE && rec.state != REC_DELETED) {
     return {rec.state, addr, nullptr, 0, 0, 0, 0, 0};

@@ -29,6 +29,7 @@ constexpr unsigned short BLK_WORD_VERSION = 0x0000;     ///< version word of ver
 
 // Head words: the type under the first, then two masks over it.
 constexpr unsigned short REC_WORD_STARTED = 0x6000;  ///< first programming
+constexpr unsigned short REC_WORD_BEGUN = 0x7FFF;    ///< one bit of it, where it comes in two steps
 constexpr unsigned short REC_MASK_CONFIRM = 0x3FFF;  ///< makes a complete record live
 constexpr unsigned short REC_MASK_DELETE = 0x1FFF;   ///< deletes a live record
 constexpr unsigned short REC_WORD_NONE = 0xFFFF;     ///< no record: the end of the log
@@ -62,7 +63,7 @@ class PresetWords {
 /// What stands at a record's place.
 enum presetRecState_t {
   REC_END,          ///< nothing: erased, or too near to the block's end
-  REC_UNCONFIRMED,  ///< started and never confirmed
+  REC_UNCONFIRMED,  ///< started and never confirmed; its head word may be torn
   REC_LIVE,         ///< a preset, unless a later record of its id supersedes it
   REC_DELETED,      ///< marked deleted
   REC_CORRUPT,      ///< nothing that the format has; `fault` tells what

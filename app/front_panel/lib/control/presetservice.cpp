@@ -124,7 +124,15 @@ void setUpCopy() {
   store.flashAddrEnd = getBlkAddr(targetBlk()) + PRESET_BLK_HDR_SIZE;
 }
 
-// Programs the first word of the record of entry `id`, if it fits.
+// Programs the head word of the record of `curOp`.
+void programHead() {
+  serv.numWrBytes = 2;
+  programLog((store.user[store.curOp].serv[0].type & PRESET_TYPE_MASK) | REC_WORD_STARTED);
+}
+
+// Programs the first word of the record of entry `id`, if it fits. A head word that a power cut has
+// torn is known by its bit 15 or by the erased space behind it. Where the block's last word is
+// dirty, bit 15 is cleared first and alone.
 bool startRecord(unsigned int id) {
   const presetServ_t& data = store.user[id].serv[0];
   CTRL_ASSERT(data.op == PREOP_WRITE || serv.blkCopyOp);
@@ -132,9 +140,13 @@ bool startRecord(unsigned int id) {
     return false;
   }
   store.curOp = id;
-  serv.numWrBytes = 2;
   serv.preStart = store.flashAddrEnd;
-  programLog((data.type & PRESET_TYPE_MASK) | REC_WORD_STARTED);
+  if (store.lastWordDirty) {
+    serv.numWrBytes = 0;
+    program(ACT_PRE_WRITE, serv.preStart, REC_WORD_BEGUN);
+  } else {
+    programHead();
+  }
   return true;
 }
 
@@ -196,7 +208,11 @@ unsigned int payloadWord(const presetServ_t& data) {
 
 // The next word of the record of `curOp`. False when the record is finished instead.
 bool continueRecord() {
-  CTRL_ASSERT(store.curOp < NUM_PRESETS && serv.numWrBytes >= 2);
+  CTRL_ASSERT(store.curOp < NUM_PRESETS);
+  if (serv.numWrBytes == 0) {
+    programHead();
+    return true;
+  }
   preset_t& preset = store.user[store.curOp];
   const unsigned int end = recordSize(preset.serv[0].size);
   if (serv.numWrBytes == end + 2) {
