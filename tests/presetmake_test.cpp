@@ -178,7 +178,7 @@ TEST(PresetFieldVarInt, SignsConversionsAndRefusals) {
   EXPECT_EQ(byte.get(&p, 7, bit), -1);
   EXPECT_EQ(p, buf);
   var.watch.refuse = true;
-  var.restore(42);
+  var.disturb(42);
   EXPECT_EQ(byte.get(&p, 8, bit), -2);
   EXPECT_EQ(p, buf + 1);
   EXPECT_EQ(byte.reset(), 1);

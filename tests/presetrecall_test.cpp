@@ -68,6 +68,10 @@ class Story {
   std::vector<std::string> saved;
 };
 
+unsigned int recallUndoSize(Item& item) {
+  return dynamic_cast<PresetRecallField&>(item.field()).recallUndoSize();
+}
+
 // Images of every version of many lists come back whole; and before that, whatever stands in the
 // way leaves no trace: an image that is too short or too new, too little undo memory, and each
 // variable in turn, first by refusing and then by contradicting. A variable that the image does not
@@ -81,7 +85,7 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
     unsigned int undo = 0;
     for (std::size_t i = 0; i < story.list.items.size(); ++i) {
       expected.push_back(story.expected(i));
-      undo += story.takesPart(i) ? story.list.items[i]->field().undoSize() : 0;
+      undo += story.takesPart(i) ? recallUndoSize(*story.list.items[i]) : 0;
       Watch* const watch = story.list.items[i]->watch();
       if (watch != nullptr && story.takesPart(i)) {
         inTheWay.push_back(watch);
@@ -131,32 +135,51 @@ TEST(Recall, TakesEffectAsAWholeOrNotAtAll) {
   }
 }
 
-// A field class written before recalls existed, and one that lies about its width.
+// A field class written before recalls existed, with names of its own, and one made for them that
+// reads more than it tells.
 class OldField : public PresetFieldVar {
  public:
   using PresetFieldVar::PresetFieldVar;
   int set(void**, unsigned int, unsigned int&) override { return 0; }
   int get(void**, unsigned int, unsigned int&) override { return setVar("\x07", 1); }
+  void check(int) const {}
+  bool publish = false;
+  int keep, width = 0;
 };
-class LyingField : public OldField {
+class WideField : public PresetFieldVarInt {
  public:
-  using OldField::OldField;
-  int width() const override { return 5; }
+  using PresetFieldVarInt::PresetFieldVarInt;
+  int get(void** buf, unsigned int room, unsigned int& bit) override {
+    return PresetFieldVarInt::get(buf, room, bit) + 1;
+  }
 };
 
-TEST(Recall, FieldsThatDoNotTellTheirWidthAreNotGuessedAndFaultsAreFatal) {
+TEST(Recall, FieldsThatCannotBeTakenBackAreRefusedAndFaultsAreFatal) {
   int glob = 3;
   RefreshMgr group;
-  ReadWriteVarMgrSimpleInt var(glob, group, 3, nullptr, RANGE_CLIP);
-  OldField field(var);
-  LyingField lying(var);
-  verPresetField_t list[] = {{0, PRESET_FIELD_VALID, &field}, {0, 0, nullptr}};
-  initPreset(list);
+  ReadWriteVarMgrSimpleInt var(glob, group, 3, nullptr, RANGE_CLIP),
+      first(glob, group, 3, nullptr, RANGE_CLIP);
+  PresetFieldVarInt packed(first, 4, nullptr, false);
+  OldField old(var);
+  WideField wide(var, 4, nullptr, false);
   const unsigned char image[2] = {0, 0xFF};
-  EXPECT_EQ(recallPreset(image, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), RECALL_NO_WIDTH);
-  EXPECT_EQ(var.get(), 3);
-  list[0].field = &lying;
-  EXPECT_FATAL(recallPreset(image, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), "bits == ");
+  verPresetField_t list[] = {{0, PRESET_FIELD_VALID, &packed}, {}, {}};
+  const struct {
+    verPresetField_t row;
+    recallNewer_t newer;
+    recall_t result;
+  } cases[] = {{{0, PRESET_FIELD_VALID, &old}, RECALL_KEEP_NEWER, RECALL_UNABLE},
+               {{0, PRESET_FIELD_VALID, &wide}, RECALL_KEEP_NEWER, RECALL_UNABLE},
+               {{0, 1, &old}, RECALL_KEEP_NEWER, RECALL_UNABLE},
+               {{1, PRESET_FIELD_VALID, &old}, RECALL_INIT_NEWER, RECALL_UNABLE},
+               {{1, PRESET_FIELD_VALID, &old}, RECALL_KEEP_NEWER, RECALL_OK}};
+  for (const auto& each : cases) {
+    list[1] = each.row;
+    initPreset(list);
+    EXPECT_EQ(recallPreset(image, 2, 1, list, each.newer, nullptr, 0), each.result);
+    EXPECT_EQ(first.get(), each.result == RECALL_OK ? 15 : 3);
+    EXPECT_EQ(var.get(), 3);
+  }
   EXPECT_FATAL(recallPreset(nullptr, 2, 1, list, RECALL_KEEP_NEWER, nullptr, 0), "buf != nullptr");
   EXPECT_FATAL(recallPreset(image, 2, 0, list, RECALL_KEEP_NEWER, nullptr, 0), "verSize");
   EXPECT_FATAL(recallPreset(image, 2, 5, list, RECALL_KEEP_NEWER, nullptr, 0), "verSize");

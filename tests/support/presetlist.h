@@ -2,6 +2,7 @@
 // fields over them, and a bit writer that knows nothing of the library's.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -59,6 +60,9 @@ class Watched : public Base {
   }
   void endXaction() override { --watch.open; }
   bool isConsistent() override { return watch.judge(); }
+  // Leaves it working with what nobody set.
+  void disturb(int v) { this->val = v; }
+  void disturb(char c) { std::fill_n(this->str, this->len, c); }
 
   Watch watch;
 };
@@ -124,7 +128,7 @@ class IntItem : public Item {
     group.setRefresh();
     var.refresh();
   }
-  void disturb() override { var.restore(rows.empty() ? 0 : rows.front().min - 1); }
+  void disturb() override { var.disturb(rows.empty() ? 0 : rows.front().min - 1); }
   void write(Bits& bits) const override {
     if (rows.empty()) {
       putBits(bits, static_cast<unsigned int>(glob), width);
@@ -187,7 +191,7 @@ class StrItem : public Item {
     group.setRefresh();
     var.refresh();
   }
-  void disturb() override { var.restore(std::string(glob.size(), '\x01').data()); }
+  void disturb() override { var.disturb('\x01'); }
   void write(Bits& bits) const override {
     const std::string text = value();
     const bool dense = mode == PresetFieldVarStr::MODE_AUTO;

@@ -13,6 +13,11 @@ enum role_t {
   ROLE_RESET,  // not in the image: its variable goes to the initial value
 };
 
+// The recall's side of a row's field, or null.
+PresetRecallField* recallField(const verPresetField_t& row) {
+  return dynamic_cast<PresetRecallField*>(row.field);
+}
+
 // One recall on its way. The undo memory is filled in list order and emptied from its end, so a
 // variable that has two fields gets back its first value.
 class Recall {
@@ -89,21 +94,24 @@ recall_t Recall::survey() const {
   unsigned int undoRoom = undoSize;
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
     const role_t r = role(*row);
+    if (r == ROLE_NONE) {
+      continue;
+    }
+    const PresetRecallField* const field = recallField(*row);
+    if (field == nullptr) {
+      return RECALL_UNABLE;
+    }
     if (r == ROLE_READ || r == ROLE_SKIP) {
-      const int bits = row->field->width();
-      if (bits < 0) {
-        return RECALL_NO_WIDTH;
-      }
-      if (static_cast<unsigned int>(bits) > room) {
+      if (field->recallWidth() > room) {
         return RECALL_TOO_SHORT;
       }
-      room -= static_cast<unsigned int>(bits);
+      room -= field->recallWidth();
     }
     if (isStaged(r)) {
-      if (row->field->undoSize() > undoRoom) {
+      if (field->recallUndoSize() > undoRoom) {
         return RECALL_NO_UNDO;
       }
-      undoRoom -= row->field->undoSize();
+      undoRoom -= field->recallUndoSize();
     }
   }
   return RECALL_OK;
@@ -118,9 +126,9 @@ recall_t Recall::stageRow(const verPresetField_t& row, role_t r, void** pre, uns
   if (bits < 0) {
     return RECALL_REFUSED;  // the survey has found the image long enough
   }
-  CTRL_ASSERT(bits == row.field->width());
   room -= static_cast<unsigned int>(bits);
-  return RECALL_OK;
+  return static_cast<unsigned int>(bits) == recallField(row)->recallWidth() ? RECALL_OK
+                                                                            : RECALL_UNABLE;
 }
 
 // Opens the transactions and stages the values. Behind a failure all of it is backed out.
@@ -132,7 +140,7 @@ recall_t Recall::stage() {
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
     const role_t r = role(*row);
     if (r == ROLE_SKIP) {
-      const unsigned int bits = static_cast<unsigned int>(row->field->width());
+      const unsigned int bits = recallField(*row)->recallWidth();
       const unsigned int ahead = BYTE_MSBIT - bit + bits;
       pre = static_cast<unsigned char*>(pre) + ahead / BYTE_BITS;
       bit = BYTE_MSBIT - ahead % BYTE_BITS;
@@ -141,13 +149,17 @@ recall_t Recall::stage() {
     if (!isStaged(r)) {
       continue;
     }
-    row->field->keep(undo + undoUsed);
+    recallField(*row)->recallKeep(undo + undoUsed);
     const recall_t result = stageRow(*row, r, &pre, room, bit);
-    if (result != RECALL_OK) {
+    if (result == RECALL_REFUSED) {  // its variable has taken nothing
       backOut(row);
       return result;
     }
-    undoUsed += row->field->undoSize();
+    undoUsed += recallField(*row)->recallUndoSize();
+    if (result != RECALL_OK) {
+      backOut(row + 1);
+      return result;
+    }
   }
   return RECALL_OK;
 }
@@ -157,8 +169,8 @@ void Recall::backOut(const verPresetField_t* end) {
   while (end != list) {
     --end;
     if (staged(*end)) {
-      undoUsed -= end->field->undoSize();
-      end->field->putBack(undo + undoUsed);
+      undoUsed -= recallField(*end)->recallUndoSize();
+      recallField(*end)->recallPutBack(undo + undoUsed);
       end->field->endCommit();
     }
   }
@@ -168,7 +180,7 @@ recall_t Recall::check() {
   const verPresetField_t* end = list;
   bool consistent = true;
   for (; end->field != nullptr; ++end) {
-    consistent = consistent && (!staged(*end) || end->field->check() == 0);
+    consistent = consistent && (!staged(*end) || recallField(*end)->recallIsConsistent());
   }
   if (!consistent) {
     backOut(end);
@@ -180,7 +192,7 @@ recall_t Recall::check() {
 void Recall::publish() const {
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
     if (staged(*row)) {
-      row->field->publish();
+      recallField(*row)->recallPublish();
     }
   }
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
@@ -213,7 +225,8 @@ unsigned int presetUndoSize(const verPresetField_t* list) {
   CTRL_ASSERT(list != nullptr);
   unsigned int bytes = 0;
   for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
-    bytes += isPresetCurrent(*row) ? row->field->undoSize() : 0;
+    const PresetRecallField* const field = recallField(*row);
+    bytes += isPresetCurrent(*row) && field != nullptr ? field->recallUndoSize() : 0;
   }
   return bytes;
 }
@@ -242,8 +255,8 @@ const char* recallText(recall_t result) {
       return "a variable does not accept the values";
     case RECALL_NO_UNDO:
       return "the undo memory is too small";
-    case RECALL_NO_WIDTH:
-      return "a field does not tell its width";
+    case RECALL_UNABLE:
+      return "a field is not made for recalls";
     case RECALL_NOT_FOUND:
       return "nothing is saved there";
     case RECALL_BUSY:

@@ -22,14 +22,15 @@ enum recall_t {
   RECALL_REFUSED = 3,       ///< a variable refused its transaction
   RECALL_INCONSISTENT = 4,  ///< a variable may not be published with the values of the image
   RECALL_NO_UNDO = 5,       ///< the undo memory is too small
-  RECALL_NO_WIDTH = 6,      ///< a field class does not tell its width
+  RECALL_UNABLE = 6,        ///< a field class is not made for recalls, see below
   RECALL_NOT_FOUND = 7,     ///< the store holds no record of that type
   RECALL_BUSY = 8,          ///< the record is open elsewhere
   RECALL_UNREADABLE = 9,    ///< the store could not deliver the record
 };
 
 /// The bytes of undo memory that any recall into `list` needs: maxlen() for each current text
-/// field, nothing for integers. REQUIRES: `list` not null.
+/// field, nothing for integers and for field classes that are not made for recalls. REQUIRES:
+/// `list` not null.
 unsigned int presetUndoSize(const verPresetField_t* list);
 
 /// Brings back an image of any version up to the list's own, as one change.
@@ -41,6 +42,11 @@ unsigned int presetUndoSize(const verPresetField_t* list);
 /// The rows that were current in the image's version are read in list order. A row that was
 /// dropped since is read over, and its variable is not touched: no transaction, no value. Rows
 /// that came in since are treated as `newer` says; a kept one is not touched either.
+///
+/// A field class of the application that has no PresetRecallField (presetvar.h) cannot be read over
+/// or taken back. A recall that meets one, other than in a row that it does not touch, is refused
+/// before anything is changed, and one whose get takes another number of bits than it tells is
+/// refused and taken back: both RECALL_UNABLE.
 ///
 /// First the version and the length are judged, then the transactions are opened and the values
 /// staged, then every variable is asked whether it is consistent, and only then are all values
@@ -59,7 +65,7 @@ unsigned int presetUndoSize(const verPresetField_t* list);
 ///
 /// The values reach the application's globals as by a confirmed set request: an application that
 /// also keeps the preset file calls Set_need_save behind it.
-/// REQUIRES: `buf` not null, and a field takes as many bits as its width() says.
+/// REQUIRES: `buf` not null.
 recall_t recallPreset(const void* buf, unsigned int size, unsigned int verSize,
                       const verPresetField_t* list, recallNewer_t newer, void* undo,
                       unsigned int undoSize);

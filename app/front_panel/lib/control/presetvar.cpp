@@ -19,14 +19,6 @@ void PresetFieldVar::endCommit() {
   var.endXaction();
 }
 
-int PresetFieldVar::check() const {
-  return var.isConsistent() ? 0 : 1;
-}
-
-void PresetFieldVar::publish() const {
-  var.commit();
-}
-
 int PresetFieldVar::setVar(const void* p, unsigned int size) {
   return startVarMgrSet(var, p, size) == 0 ? 0 : -2;
 }

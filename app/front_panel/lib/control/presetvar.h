@@ -31,42 +31,44 @@ class PresetField {
   virtual int commit() const = 0;
   /// Ends the change, whatever went before.
   virtual void endCommit() = 0;
+};
 
-  /// What width() answers for a field whose width is not known.
-  static constexpr int WIDTH_UNKNOWN = -1;
+/// What recallPreset (presetrecall.h) needs of a field besides get, reset and endCommit. A field
+/// class has all of it, as a second base, or none of it: the fields of the library do, and a class
+/// of the application that does not takes part in everything else. It is found by dynamic_cast, so
+/// field classes are compiled with run-time type information.
+class PresetRecallField {
+ public:
+  /// The bits that get takes, in every image. Valid after init.
+  virtual unsigned int recallWidth() const = 0;
+  /// The bytes of undo memory that recallKeep fills.
+  virtual unsigned int recallUndoSize() const { return 0; }
+  /// Brings the variable up to date and notes its value, in the field itself or in the
+  /// recallUndoSize() bytes at `undo`.
+  virtual void recallKeep(void* undo) = 0;
+  /// Puts back exactly what recallKeep noted; a staged value is gone.
+  virtual void recallPutBack(const void* undo) = 0;
+  /// Tells whether the staged value may be published.
+  virtual bool recallIsConsistent() const = 0;
+  /// Publishes the staged value, whatever the variable says: it was asked.
+  virtual void recallPublish() const = 0;
 
-  // What recallPreset needs besides get, reset and endCommit. A field class of the application
-  // takes part in recalls once it overrides width(), and keep() and putBack() if its get or reset
-  // changes anything.
-
-  /// The bits that the field takes in every image, or WIDTH_UNKNOWN. Valid after init.
-  virtual int width() const { return WIDTH_UNKNOWN; }
-  /// The bytes of undo memory that keep() fills.
-  virtual unsigned int undoSize() const { return 0; }
-  /// Brings the variable up to date and notes its value, in the field itself or in the undoSize()
-  /// bytes at `undo`.
-  virtual void keep(void* /*undo*/) {}
-  /// Puts back exactly what keep() noted; a staged value is gone.
-  virtual void putBack(const void* /*undo*/) {}
-  /// Tells whether the staged value may be published: 0, or 1 when it is inconsistent.
-  virtual int check() const { return 0; }
-  /// Publishes the staged value without asking again; check() has answered 0.
-  virtual void publish() const { commit(); }
+ protected:
+  /// Objects are not destroyed through this class.
+  ~PresetRecallField() = default;
 };
 
 /// An entry that holds a variable. Set and get are left to the class for the type of its value.
 class PresetFieldVar : public PresetField {
  public:
   /// `v` outlives the field.
-  explicit PresetFieldVar(ReadWriteVarMgr& v);
+  PresetFieldVar(ReadWriteVarMgr& v);
 
   /// Brings the variable to its initial value.
   void init() override;
   int reset() override;
   int commit() const override;
   void endCommit() override;
-  int check() const override;
-  void publish() const override;
 
   /// Begins a change of the variable and stages the value in the value buffer `p` of `size` bytes.
   /// 0 when staged, -2 when the change was refused. The transaction stays open.

@@ -9,15 +9,15 @@ PresetFieldFill::PresetFieldFill(bool bit, unsigned int numBits)
       totBits(numBits) {}
 
 int PresetFieldFill::set(void** buf, unsigned int bufSize, unsigned int& startBit) {
-  return xfer(buf, bufSize, startBit, true);
+  return preset_fill_xfer_(buf, bufSize, startBit, true);
 }
 
 int PresetFieldFill::get(void** buf, unsigned int bufSize, unsigned int& startBit) {
-  return xfer(buf, bufSize, startBit, false);
+  return preset_fill_xfer_(buf, bufSize, startBit, false);
 }
 
-int PresetFieldFill::xfer(void** buf, unsigned int bufSize, unsigned int& startBit,
-                          bool dir) const {
+int PresetFieldFill::preset_fill_xfer_(void** buf, unsigned int bufSize, unsigned int& startBit,
+                                       bool dir) const {
   unsigned int bits = fill;
   for (unsigned int i = 0; i < num; ++i) {
     const int moved = bitBufferXfer(buf, bufSize, startBit, bits, UNSIGNED_BITS, dir);

@@ -8,7 +8,7 @@
 #include "presetvar.h"
 
 /// A run of constant bits.
-class PresetFieldFill : public PresetField {
+class PresetFieldFill : public PresetField, public PresetRecallField {
  public:
   /// `bit`: what the run consists of; `numBits`: its length in bits.
   PresetFieldFill(bool bit, unsigned int numBits);
@@ -18,10 +18,15 @@ class PresetFieldFill : public PresetField {
   int get(void** buf, unsigned int bufSize, unsigned int& startBit) override;
   int commit() const override { return 0; }
   void endCommit() override {}
-  int width() const override { return static_cast<int>(totBits); }
+
+  unsigned int recallWidth() const override { return totBits; }
+  void recallKeep(void* /*undo*/) override {}
+  void recallPutBack(const void* /*undo*/) override {}
+  bool recallIsConsistent() const override { return true; }
+  void recallPublish() const override {}
 
  private:
-  int xfer(void** buf, unsigned int bufSize, unsigned int& startBit, bool dir) const;
+  int preset_fill_xfer_(void** buf, unsigned int bufSize, unsigned int& startBit, bool dir) const;
 
   const unsigned int fill;      // all ones or 0
   const unsigned int num;       // whole 32-bit words in the run

@@ -87,10 +87,10 @@ PresetFieldVarInt::PresetFieldVarInt(ReadWriteVarMgrInt& v, unsigned int nb, con
       conv(c),
       numBits(nb) {
   CTRL_ASSERT(nb <= UNSIGNED_BITS);
-  calcMasks();
+  preset_calc_masks_();
 }
 
-void PresetFieldVarInt::calcMasks() {
+void PresetFieldVarInt::preset_calc_masks_() {
   signCheck = numBits == 0 ? 0 : 1U << (numBits - 1);
   signMask = ~calcBitMask(numBits);
 }
@@ -102,7 +102,7 @@ void PresetFieldVarInt::init() {
     const bounds_t* const b = ivar.getBounds(nb);
     numBits = getPresetFieldNumBits(b, nb, UNSIGNED_BITS, 0);
   }
-  calcMasks();
+  preset_calc_masks_();
 }
 
 int PresetFieldVarInt::set(void** buf, unsigned int bufSize, unsigned int& startBit) {
@@ -148,13 +148,21 @@ int PresetFieldVarInt::get(void** buf, unsigned int bufSize, unsigned int& start
   return staged < 0 ? staged : static_cast<int>(numBits);
 }
 
-void PresetFieldVarInt::keep(void* /*undo*/) {
+void PresetFieldVarInt::recallKeep(void* /*undo*/) {
   ivar.refresh();
-  kept = ivar.get();
+  preset_kept_ = ivar.get();
 }
 
-void PresetFieldVarInt::putBack(const void* /*undo*/) {
-  ivar.restore(kept);
+// The bounds are not applied: the value may have come from the application's global.
+void PresetFieldVarInt::recallPutBack(const void* /*undo*/) {
+  ivar.val = preset_kept_;
+}
+
+// Through commit, which a derived class may have given more to do.
+void PresetFieldVarInt::recallPublish() const {
+  if (commit() != 0) {
+    var.commit();
+  }
 }
 
 PresetFieldVarStr::PresetFieldVarStr(ReadWriteVarMgrStr& v, void* s, unsigned int ss, mode_t m)
@@ -203,7 +211,7 @@ int PresetFieldVarStr::set(void** buf, unsigned int bufSize, unsigned int& start
     }
     bufSize -= numBits;
   }
-  return width();
+  return static_cast<int>(len * numBits);
 }
 
 int PresetFieldVarStr::get(void** buf, unsigned int bufSize, unsigned int& startBit) {
@@ -228,17 +236,26 @@ int PresetFieldVarStr::get(void** buf, unsigned int bufSize, unsigned int& start
     str[i] = static_cast<unsigned char>(c & BYTE_MASK);
   }
   const int staged = setVar(str, len);
-  return staged < 0 ? staged : width();
+  return staged < 0 ? staged : static_cast<int>(len * numBits);
 }
 
-void PresetFieldVarStr::keep(void* undo) {
+void PresetFieldVarStr::recallKeep(void* undo) {
   svar.refresh();
-  const unsigned int bytes = undoSize();
+  const unsigned int bytes = PresetFieldVarStr::recallUndoSize();
   if (bytes > 0) {
     std::memcpy(undo, svar.get(), bytes);
   }
 }
 
-void PresetFieldVarStr::putBack(const void* undo) {
-  svar.restore(undo);
+void PresetFieldVarStr::recallPutBack(const void* undo) {
+  const unsigned int bytes = PresetFieldVarStr::recallUndoSize();
+  if (bytes > 0) {
+    std::memcpy(svar.str, undo, bytes);
+  }
+}
+
+void PresetFieldVarStr::recallPublish() const {
+  if (commit() != 0) {
+    var.commit();
+  }
 }

@@ -43,10 +43,10 @@ using convFn_t = int (*)(int val, bool set);
 int conv8BitUint(int in, bool set);
 
 /// The field of an integer or boolean variable.
-class PresetFieldVarInt : public PresetFieldVar {
+class PresetFieldVarInt : public PresetFieldVar, public PresetRecallField {
  public:
   /// Automatic form: the width follows from the bounds of `v`, 32 bits without bounds.
-  explicit PresetFieldVarInt(ReadWriteVarMgrInt& v);
+  PresetFieldVarInt(ReadWriteVarMgrInt& v);
   /// Manual form: `nb` bits, `c` the conversion or null, `s` whether a value that is read is sign
   /// extended. A value fits the width as an unsigned or as a sign-extended number, whatever `s`.
   /// REQUIRES: `nb` at most UNSIGNED_BITS.
@@ -57,12 +57,15 @@ class PresetFieldVarInt : public PresetFieldVar {
   int set(void** buf, unsigned int bufSize, unsigned int& startBit) override;
   /// On -1 neither cursor nor variable has changed; on -2 the cursor has moved on.
   int get(void** buf, unsigned int bufSize, unsigned int& startBit) override;
-  int width() const override { return static_cast<int>(numBits); }
-  void keep(void* undo) override;
-  void putBack(const void* undo) override;
+
+  unsigned int recallWidth() const override { return numBits; }
+  void recallKeep(void* undo) override;
+  void recallPutBack(const void* undo) override;
+  bool recallIsConsistent() const override { return var.isConsistent(); }
+  void recallPublish() const override;
 
  private:
-  void calcMasks();
+  void preset_calc_masks_();
 
   ReadWriteVarMgrInt& ivar;
   const bool convMode;     // the field value is derived from the bounds
@@ -71,12 +74,12 @@ class PresetFieldVarInt : public PresetFieldVar {
   unsigned int signMask;   // the bits above the field
   const convFn_t conv;
   unsigned int numBits;
-  int kept = 0;  // what keep() noted
+  int preset_kept_ = 0;  // what recallKeep() noted
 };
 
 /// The field of a text variable. It takes maxlen() positions whatever the length of the text; a
 /// text that is shorter is followed by the terminator in every remaining position.
-class PresetFieldVarStr : public PresetFieldVar {
+class PresetFieldVarStr : public PresetFieldVar, public PresetRecallField {
  public:
   /// How a text is laid out.
   enum mode_t {
@@ -94,10 +97,13 @@ class PresetFieldVarStr : public PresetFieldVar {
   int set(void** buf, unsigned int bufSize, unsigned int& startBit) override;
   /// On -1 the cursor stands behind the positions read, and the variable has not changed.
   int get(void** buf, unsigned int bufSize, unsigned int& startBit) override;
-  int width() const override { return static_cast<int>(svar.maxlen() * numBits); }
-  unsigned int undoSize() const override { return svar.get() == nullptr ? 0 : svar.maxlen(); }
-  void keep(void* undo) override;
-  void putBack(const void* undo) override;
+
+  unsigned int recallWidth() const override { return svar.maxlen() * numBits; }
+  unsigned int recallUndoSize() const override { return svar.get() == nullptr ? 0 : svar.maxlen(); }
+  void recallKeep(void* undo) override;
+  void recallPutBack(const void* undo) override;
+  bool recallIsConsistent() const override { return var.isConsistent(); }
+  void recallPublish() const override;
 
  private:
   ReadWriteVarMgrStr& svar;

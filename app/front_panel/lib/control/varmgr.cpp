@@ -78,18 +78,18 @@ void ReadWriteVarMgrInt::increment(int delta) {
   val = getBoundsVal(static_cast<int>(sum), delta >= 0, overflow, bounds, numBounds);
 }
 
-const bounds_t ReadWriteVarMgrBool::BOUNDS[] = {{FALSE, TRUE}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrBool::BOUNDS[2] = {{FALSE, TRUE}, BOUNDS_END};
 
 ReadWriteVarMgrBool::ReadWriteVarMgrBool(range_t o) : ReadWriteVarMgrInt(BOUNDS, o) {}
 
-const bounds_t ReadWriteVarMgrStr::BOUNDS_PRINTABLE[] = {{' ', '~'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_ALNUM[] = {
+const bounds_t ReadWriteVarMgrStr::BOUNDS_PRINTABLE[2] = {{' ', '~'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_ALNUM[4] = {
     {'0', '9'}, {'A', 'Z'}, {'a', 'z'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA[] = {{'A', 'Z'}, {'a', 'z'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA_UPPER[] = {{'A', 'Z'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA_LOWER[] = {{'a', 'z'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_DIGIT[] = {{'0', '9'}, BOUNDS_END};
-const bounds_t ReadWriteVarMgrStr::BOUNDS_HEX[] = {{'0', '9'}, {'A', 'F'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA[3] = {{'A', 'Z'}, {'a', 'z'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA_UPPER[2] = {{'A', 'Z'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_ALPHA_LOWER[2] = {{'a', 'z'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_DIGIT[2] = {{'0', '9'}, BOUNDS_END};
+const bounds_t ReadWriteVarMgrStr::BOUNDS_HEX[3] = {{'0', '9'}, {'A', 'F'}, BOUNDS_END};
 
 ReadWriteVarMgrStr::ReadWriteVarMgrStr(void* buf, unsigned int size, const bounds_t* b)
     : str(static_cast<char*>(buf)),
@@ -142,12 +142,6 @@ void ReadWriteVarMgrStr::setChar(char c, unsigned int pos) {
   }
   if (pos <= boundedLength(str, len)) {
     str[pos] = c == 0 ? c : getBoundsChar(c);
-  }
-}
-
-void ReadWriteVarMgrStr::restore(const void* text) {
-  if (str != nullptr && len > 0) {
-    std::memcpy(str, text, len);
   }
 }
 

@@ -90,8 +90,6 @@ class ReadWriteVarMgrInt : public ReadWriteVarMgr {
 
   /// The working value.
   int get() const { return val; }
-  /// Puts back a working value that get() gave earlier, as it is: bounds are not applied.
-  void restore(int v) { val = v; }
   /// The bounds list; its row count goes to `n`.
   const bounds_t* getBounds(unsigned int& n) const {
     n = numBounds;
@@ -104,6 +102,7 @@ class ReadWriteVarMgrInt : public ReadWriteVarMgr {
   int val;                 ///< the working value
 
  private:
+  friend class PresetFieldVarInt;  // puts a value back when a recall fails
   const range_t overflow;
 };
 
@@ -122,10 +121,10 @@ class ReadWriteVarMgrBool : public ReadWriteVarMgrInt {
     ON = 1,       ///< 1
   };
   /// The row {0, 1}.
-  static const bounds_t BOUNDS[];
+  static const bounds_t BOUNDS[2];
 
   /// `o` RANGE_WRAP makes increment toggle, RANGE_CLIP makes it stop at the ends.
-  explicit ReadWriteVarMgrBool(range_t o);
+  ReadWriteVarMgrBool(range_t o);
 
   CTRL_DATA_TYPE getType() const override { return DATA_TYPE_BOOL; }
 };
@@ -133,13 +132,13 @@ class ReadWriteVarMgrBool : public ReadWriteVarMgrInt {
 /// A text in a buffer of the caller, each character within a bounds list of byte values.
 class ReadWriteVarMgrStr : public ReadWriteVarMgr {
  public:
-  static const bounds_t BOUNDS_PRINTABLE[];    ///< space to tilde
-  static const bounds_t BOUNDS_ALNUM[];        ///< digits, upper case, lower case
-  static const bounds_t BOUNDS_ALPHA[];        ///< upper case, lower case
-  static const bounds_t BOUNDS_ALPHA_UPPER[];  ///< upper case
-  static const bounds_t BOUNDS_ALPHA_LOWER[];  ///< lower case
-  static const bounds_t BOUNDS_DIGIT[];        ///< digits
-  static const bounds_t BOUNDS_HEX[];          ///< digits, A to F
+  static const bounds_t BOUNDS_PRINTABLE[2];    ///< space to tilde
+  static const bounds_t BOUNDS_ALNUM[4];        ///< digits, upper case, lower case
+  static const bounds_t BOUNDS_ALPHA[3];        ///< upper case, lower case
+  static const bounds_t BOUNDS_ALPHA_UPPER[2];  ///< upper case
+  static const bounds_t BOUNDS_ALPHA_LOWER[2];  ///< lower case
+  static const bounds_t BOUNDS_DIGIT[2];        ///< digits
+  static const bounds_t BOUNDS_HEX[3];          ///< digits, A to F
 
   /// `buf`: the working buffer, `size` bytes with the terminator, zeroed here; it may be null.
   /// `b`: the allowed characters, or null for every byte value.
@@ -166,15 +165,13 @@ class ReadWriteVarMgrStr : public ReadWriteVarMgr {
   /// may equal the text's length, which appends; beyond it, or at maxlen(), nothing happens. Only
   /// this one character is stored: where the text had been cut, what stood behind comes back.
   void setChar(char c, unsigned int pos);
-  /// Puts back the maxlen() bytes that get() pointed at earlier, as they are: the class is not
-  /// applied.
-  void restore(const void* text);
 
  protected:
   char* const str;         ///< the working buffer, or null; str[len] is always zero
   const unsigned int len;  ///< capacity in characters, terminator not counted
 
  private:
+  friend class PresetFieldVarStr;  // puts a text back when a recall fails
   char getBoundsChar(char c) const;
 
   const bounds_t* const bounds;
