@@ -17,6 +17,7 @@ AVLTree* readTree = nullptr;
 CtrlReadWrite** ctrlConfirmArray = nullptr;
 unsigned int ctrlConfirmSize = 0;
 unsigned int confirm_index = 0;
+unsigned int confirm_next = 0;  // the place that the pass of ctrlDoConfirm comes to next
 
 // What a lookup of an id and an index came to.
 enum Stop {
@@ -227,9 +228,36 @@ int generic_set(const void* data, unsigned int len, CtrlReadWrite& vmgr) {
 
 int ctrlDoConfirm() {
   // A confirm may queue further entries; they are confirmed in the same pass.
-  for (unsigned int j = 0; j < confirm_index; ++j) {
-    ctrlConfirmArray[j]->confirm();
+  for (confirm_next = 0; confirm_next < confirm_index;) {
+    ctrlConfirmArray[confirm_next++]->confirm();
   }
-  confirm_index = 0;
+  ctrlDoCancel();
   return CTRL_ERR_SUCCESS;
+}
+
+unsigned int ctrlWaiting() {
+  return confirm_index;
+}
+
+unsigned int ctrlDoCancel() {
+  const unsigned int count = confirm_index;
+  confirm_index = 0;
+  confirm_next = 0;
+  return count;
+}
+
+bool ctrlDoCancel(const CtrlReadWrite& entry) {
+  unsigned int kept = 0;
+  unsigned int next = confirm_next;
+  for (unsigned int i = 0; i < confirm_index; ++i) {
+    if (ctrlConfirmArray[i] != &entry) {
+      ctrlConfirmArray[kept++] = ctrlConfirmArray[i];
+    } else if (i < confirm_next) {
+      --next;
+    }
+  }
+  const bool found = kept < confirm_index;
+  confirm_index = kept;
+  confirm_next = next;
+  return found;
 }

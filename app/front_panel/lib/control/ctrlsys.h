@@ -123,3 +123,15 @@ int generic_set(const void* data, unsigned int len, CtrlReadWrite& vmgr);
 /// Confirms every entry set since the last call, in the order of the sets. An entry whose confirm
 /// fails does not stop the others. Returns CTRL_ERR_SUCCESS.
 int ctrlDoConfirm();
+
+/// Places of the confirm queue that are taken: sets that wait for ctrlDoConfirm.
+unsigned int ctrlWaiting();
+
+/// Empties the confirm queue, and no entry is confirmed: nothing of the waiting sets is published.
+/// What was set stays in the entries until their next set or refresh. Returns how many places were
+/// taken.
+unsigned int ctrlDoCancel();
+
+/// Takes `entry` out of the confirm queue, all places that it has there; the others keep their
+/// order. False when it had none. May be called from inside a confirm.
+bool ctrlDoCancel(const CtrlReadWrite& entry);
