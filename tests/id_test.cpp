@@ -75,7 +75,17 @@ TEST(Env, AFileOfKeysAndValues) {
   for (const char* const absent : {"no equals sign", "# SN", "S", ""}) {
     EXPECT_EQ(env_get(absent, value, 11), nullptr) << absent;
   }
-  std::remove("board.env");
+  // A line that ends at 510 bytes, one beyond it, and one with a zero byte, which is no line's end.
+  const std::string zero(1, '\0');
+  writeWhole("board.env", std::string(500, ' ') + "SN=1234567\nBRDREV=" + zero + "x\nBRDBLD=7\n" +
+                              std::string(500, ' ') + "LONG=12345" + "cut\n");
+  EXPECT_STREQ(env_get("SN", value, 11), "1234567");
+  EXPECT_STREQ(env_get("BRDREV", value, 11), "");
+  EXPECT_STREQ(env_get("BRDBLD", value, 11), "7");
+  EXPECT_STREQ(env_get("LONG", value, 11), "12345");
+  std::filesystem::remove("board.env");
+  std::filesystem::create_directory("board.env");
+  EXPECT_EQ(env_use_file("board.env"), -1);
   EXPECT_EQ(env_get("SN", value, 11), nullptr);
 }
 

@@ -26,18 +26,21 @@ char* trim(char* text) {
   return text;
 }
 
-// Reads a line and passes over what does not fit. Returns false at the end of the file.
-template <std::size_t SIZE>
-bool readLine(std::FILE* file, char (&line)[SIZE]) {
-  if (std::fgets(line, SIZE, file) == nullptr) {
-    return false;
-  }
-  if (std::strchr(line, '\n') == nullptr) {
-    for (int c = std::getc(file); c != '\n' && c != EOF;) {
-      c = std::getc(file);
+constexpr std::size_t LINE = 510;  // bytes of a line that count
+
+// Reads a line, ends it with a zero byte and passes over what does not fit. Returns false at the
+// end of the file.
+bool readLine(std::FILE* file, char (&line)[LINE + 1]) {
+  std::size_t length = 0;
+  int c = std::getc(file);
+  const bool more = c != EOF;
+  for (; c != '\n' && c != EOF; c = std::getc(file)) {
+    if (length < LINE) {
+      line[length++] = static_cast<char>(c);
     }
   }
-  return true;
+  line[length] = '\0';
+  return more;
 }
 
 char* getFromFile(const char* name, char* value, unsigned int len) {
@@ -45,8 +48,9 @@ char* getFromFile(const char* name, char* value, unsigned int len) {
   if (file == nullptr) {
     return nullptr;
   }
-  char* result = nullptr;
-  char line[512];
+  bool found = false;
+  char text[LINE + 1];
+  char line[LINE + 1];
   while (readLine(file.get(), line)) {
     char* const equals = std::strchr(line, '=');
     if (equals == nullptr) {
@@ -55,11 +59,15 @@ char* getFromFile(const char* name, char* value, unsigned int len) {
     *equals = '\0';
     const char* const key = trim(line);
     if (key[0] != '#' && std::strcmp(key, name) == 0) {
-      std::strncpy(value, trim(equals + 1), len);
-      result = value;
+      std::strcpy(text, trim(equals + 1));
+      found = true;
     }
   }
-  return result;
+  if (!found || std::ferror(file.get()) != 0) {
+    return nullptr;
+  }
+  std::strncpy(value, text, len);
+  return value;
 }
 
 }  // namespace
@@ -73,8 +81,9 @@ void env_set_store(env_store_t store) {
 }
 
 int env_use_file(const char* path) {
-  if (File(std::fopen(path, "r")) == nullptr) {
-    return -1;
+  const File file(std::fopen(path, "r"));
+  if (file == nullptr || (std::getc(file.get()) == EOF && std::ferror(file.get()) != 0)) {
+    return -1;  // a directory, too, can be opened and not read
   }
   filePath = path;
   env_set_store(getFromFile);

@@ -13,12 +13,12 @@ char* env_get(const char* name, char* value, const unsigned int len);
 /// A store: does for env_get what is written there.
 typedef char* (*env_store_t)(const char* name, char* value, unsigned int len);
 
-/// Makes `store` the one that env_get asks; null for none.
+/// Makes `store` the one that env_get asks from now on; null for none.
 void env_set_store(env_store_t store);
 
 /// Makes the text file at `path` the store, read anew by each env_get. One KEY=value is on each
 /// line; white space round the key and round the value does not count, the last line of a key
-/// holds, and a line that is empty, begins with `#` or has no `=` says nothing. A line is cut after
-/// 510 bytes. `path` is kept and not copied. Returns 0, or -1 when the file cannot be read, and
-/// then the store stays what it was.
+/// holds, and a line that is empty, begins with `#` or has no `=` says nothing. A line is cut at a
+/// zero byte and after 510 bytes. While the file cannot be read there is no key. `path` is kept and
+/// not copied. Returns 0, or -1 when the file cannot be read, and then the store stays what it was.
 int env_use_file(const char* path);
