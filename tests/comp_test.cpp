@@ -179,6 +179,16 @@ TEST(BootFlash, TheFirstSlotWinsAndTheSecondIsTheFallback) {
   EXPECT_EQ(getFlashDescriptor(nullptr), 1);
   bootFlash(BOOT_SLOTS[0])[5] ^= 1;
   EXPECT_EQ(inFlash("app"), "2old");
+  setBootFlashSize(2 * BOOT_FLASH_SIZE);  // a larger part: what is in it stays
+  EXPECT_EQ(inFlash("app"), "2old");
+  program(1, component::component({{"first", std::string(BOOT_FLASH_SIZE, 'f')}, {"app", "far"}}));
+  EXPECT_EQ(inFlash("app"), "2far");
+  setBootFlashSize(BOOT_FLASH_SIZE);  // the end of the part is in the first file
+  EXPECT_EQ(inFlash("app"), "2(null)");
+  for (const std::size_t size : {BOOT_SLOTS[1] + 111, BOOT_SLOTS[0], std::size_t{0}}) {
+    setBootFlashSize(size);
+    EXPECT_EQ(inFlash("app"), "-(null)") << size;
+  }
 }
 
 }  // namespace

@@ -1,13 +1,18 @@
-// Faults and interrupts of the board, on the memory that stands for it here.
+// Faults and interrupts of the board: on the memory that stands for it here, and, as a second
+// program with the other half of the board layer, on memory mapped at the board's addresses.
 #include "eh.h"
 
 #include <assert.h>  // declares a __assert of its own
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstring>
+#include <thread>
 
 #include "board.h"
+#include "comp.h"
+#include "component_writer.h"
 #include "debug.h"
 #include "fatal.h"
 #include "mbar.h"
@@ -18,12 +23,82 @@ namespace {
 void special() {}
 void other() {}
 
+// What a static constructor finds that runs in front of all others.
+const volatile void* early[4];
+__attribute__((constructor(101))) void lookEarly() {
+  early[0] = pSIM;
+  early[1] = pDMA;
+  early[2] = rom_vector_table;
+  early[3] = vector_table;
+}
+
+TEST(Board, ThePointersAreThereBeforeAnyConstructorRuns) {
+  const volatile void* const now[] = {pSIM, pDMA, rom_vector_table, vector_table};
+  EXPECT_THAT(early, testing::ElementsAreArray(now));
+  EXPECT_NE(early[0], nullptr);
+}
+
+#if BOARD_BARE_TARGET
+
+void mapAt(std::uintptr_t address, std::size_t size) {
+  void* const place = reinterpret_cast<void*>(address);
+  // Shared, so that the thread below sees what the process of a death test writes.
+  if (mmap(place, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE,
+           -1, 0) != place) {
+    std::perror("the board's memory cannot be mapped");
+    std::abort();
+  }
+}
+
+const bool mapped = [] {
+  mapAt(BOOT_FLASH_ADDRESS, BOOT_FLASH_SIZE);
+  mapAt(VECTOR_RAM_ADDRESS, 4096);
+  mapAt(MBAR_ADDRESS, 4096);
+  // Plays a flash that is busy for a while after the status command.
+  std::thread([] {
+    for (;;) {
+      usleep(1000);
+      if (bootFlashWord() == BOOT_FLASH_READ_STATUS) {
+        bootFlashCommand(BOOT_FLASH_READY);
+      }
+    }
+  }).detach();
+  return true;
+}();
+void makeFlashBusy() {}
+constexpr unsigned short WORD_IN_THE_END = BOOT_FLASH_READ_ARRAY;  // memory keeps the command
+
+TEST(Board, EverythingStandsAtTheBoardsAddresses) {
+  const auto pointer = [](std::uintptr_t address) {
+    return reinterpret_cast<const volatile void*>(address);
+  };
+  EXPECT_EQ(early[0], pointer(0x80000000));
+  EXPECT_EQ(early[1], pointer(0x80000300));
+  EXPECT_EQ(early[2], pointer(0x08000000));
+  EXPECT_EQ(early[3], pointer(0x40000000));
+  const std::string file = component::component({{"app", "x"}});
+  std::memcpy(bootFlash(BOOT_SLOTS[1]), file.data(), file.size());
+  EXPECT_EQ(locate_file("app", nullptr), pointer(0x08080000 + 112 + 116));
+  setBootFlashSize(BOOT_SLOTS[1] + file.size() - 1);
+  EXPECT_EQ(locate_file("app", nullptr), nullptr);
+}
+
+#else
+
+void makeFlashBusy() {
+  bootFlashStandInBusy(5);
+}
+constexpr unsigned short WORD_IN_THE_END = 0x1111;
+
+#endif
+
 TEST(Eh, InitBuildsTheTableFromTheBootFlashAndMasksEverySource) {
   const auto fromFlash = [](unsigned int v) { return v == 0 || v == 1 || v == 47; };
   for (unsigned int v = 0; v < NUM_VECTORS; ++v) {
     boardRomVectors()[v] = fromFlash(v) ? special : other;
   }
-  eh_init(nullptr);
+  eh_init(special);
+  EXPECT_EQ(user_exception_debug, special);
   for (unsigned int v = 0; v < NUM_VECTORS; ++v) {
     EXPECT_EQ(vector_table[v] == special, fromFlash(v)) << v;
     EXPECT_EQ(vector_table[v] == fault_handler, !fromFlash(v) && v != 24) << v;
@@ -79,12 +154,12 @@ TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
 
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {
   std::memset(bootFlash(0), 0x11, 2);  // an array that does not look like a ready status
-  const auto onAbort = [](int) { _exit(bootFlashWord() == 0x1111 ? 7 : 8); };
+  const auto onAbort = [](int) { _exit(bootFlashWord() == WORD_IN_THE_END ? 7 : 8); };
   EXPECT_EXIT(
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         signal(SIGABRT, onAbort);
-        bootFlashStandInBusy(5);
+        makeFlashBusy();
         __assert("x > 0", "table.c", 12);
       },
       testing::ExitedWithCode(7), "^Assertion failed: x > 0, file table.c, line 12\n$");

@@ -1,44 +1,47 @@
 #include "board.h"
 
+#include "eh.h"
 #include "mbar.h"
 
 #if BOARD_BARE_TARGET
 
+// The pointers below are constants of the linked image, there before any constructor runs, only as
+// long as each is one cast of a number: a function or a pointer between them makes code of it.
+#define BOARD_AT(type, address) reinterpret_cast<type*>(address)
+#define MODULES BOARD_AT(volatile mcf5407_t, MBAR_ADDRESS)
+#define ROM_VECTORS BOARD_AT(boardVector_t, BOOT_FLASH_ADDRESS)
+#define RAM_VECTORS BOARD_AT(boardVector_t, VECTOR_RAM_ADDRESS)
+
 namespace {
 
-template <class T>
-T* at(std::uintptr_t address) {
-  return reinterpret_cast<T*>(address);  // NOLINT(performance-no-int-to-ptr): fixed by the board
-}
-
-volatile mcf5407_t* const MODULES = at<volatile mcf5407_t>(MBAR_ADDRESS);
+std::size_t flashSize = VECTOR_RAM_ADDRESS - BOOT_FLASH_ADDRESS;
 
 }  // namespace
 
-boardVector_t* boardRomVectors() {
-  return at<boardVector_t>(BOOT_FLASH_ADDRESS);
-}
-
-boardVector_t* boardRamVectors() {
-  return at<boardVector_t>(VECTOR_RAM_ADDRESS);
-}
-
 unsigned char* bootFlash(std::size_t offset) {
-  return at<unsigned char>(BOOT_FLASH_ADDRESS) + offset;
+  return BOARD_AT(unsigned char, BOOT_FLASH_ADDRESS) + offset;
+}
+
+std::size_t bootFlashSize() {
+  return flashSize;
+}
+
+void setBootFlashSize(std::size_t size) {
+  flashSize = size;
 }
 
 void bootFlashCommand(unsigned short command) {
-  *at<volatile unsigned short>(BOOT_FLASH_ADDRESS) = command;
+  *BOARD_AT(volatile unsigned short, BOOT_FLASH_ADDRESS) = command;
 }
 
 unsigned short bootFlashWord() {
-  return *at<volatile unsigned short>(BOOT_FLASH_ADDRESS);
+  return *BOARD_AT(volatile unsigned short, BOOT_FLASH_ADDRESS);
 }
 
 #else
 
 #include <atomic>
-#include <cstring>
+#include <vector>
 
 #include "bytes.h"
 
@@ -47,12 +50,17 @@ namespace {
 boardVector_t romVectors[NUM_VECTORS];
 boardVector_t ramVectors[NUM_VECTORS];
 mcf5407_t registers;
-constexpr volatile mcf5407_t* MODULES = &registers;
 
-struct FlashArray {
-  FlashArray() { std::memset(bytes, 0xFF, sizeof bytes); }
-  unsigned char bytes[BOOT_FLASH_SIZE];
-};
+#define MODULES (&registers)
+#define ROM_VECTORS romVectors
+#define RAM_VECTORS ramVectors
+
+// Never destroyed: it is there for whatever runs last.
+std::vector<unsigned char>& flashArray() {
+  static std::vector<unsigned char>* const bytes =
+      new std::vector<unsigned char>(BOOT_FLASH_SIZE, 0xFF);
+  return *bytes;
+}
 
 // The command state of the flash. Any thread may end in a failed assertion, which uses it.
 std::atomic<unsigned int> flashCommand{BOOT_FLASH_READ_ARRAY};
@@ -67,17 +75,16 @@ unsigned short statusRead() {
 
 }  // namespace
 
-boardVector_t* boardRomVectors() {
-  return romVectors;
-}
-
-boardVector_t* boardRamVectors() {
-  return ramVectors;
-}
-
 unsigned char* bootFlash(std::size_t offset) {
-  static FlashArray array;
-  return array.bytes + offset;
+  return flashArray().data() + offset;
+}
+
+std::size_t bootFlashSize() {
+  return flashArray().size();
+}
+
+void setBootFlashSize(std::size_t size) {
+  flashArray().resize(size, 0xFF);
 }
 
 void bootFlashCommand(unsigned short command) {
@@ -97,11 +104,22 @@ void bootFlashStandInBusy(unsigned int reads) {
 
 #endif
 
+boardVector_t* boardRomVectors() {
+  return ROM_VECTORS;
+}
+
+boardVector_t* boardRamVectors() {
+  return RAM_VECTORS;
+}
+
+const eh_t* const rom_vector_table = ROM_VECTORS;
+const eh_t* const vector_table = RAM_VECTORS;
+
 volatile mcf5407Sim_t* const pSIM = &MODULES->SIM;
-volatile mcf5407Cs_t* const pCS = MODULES->CS;
+volatile mcf5407Cs_t* const pCS = &MODULES->CS[0];
 volatile mcf5407Dramc_t* const pDRAMC = &MODULES->DRAMC;
-volatile mcf5407Timer_t* const pTIMER = MODULES->TIMER;
-volatile mcf5407Uart_t* const pUART = MODULES->UART;
+volatile mcf5407Timer_t* const pTIMER = &MODULES->TIMER[0];
+volatile mcf5407Uart_t* const pUART = &MODULES->UART[0];
 volatile mcf5407Pp_t* const pPP = &MODULES->PP;
 volatile mcf5407Mbus_t* const pMBUS = &MODULES->MBUS;
-volatile mcf5407Dma_t* const pDMA = MODULES->DMA;
+volatile mcf5407Dma_t* const pDMA = &MODULES->DMA[0];

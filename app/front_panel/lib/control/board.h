@@ -22,7 +22,7 @@
 
 /// The boot flash in the board's address space. It begins with the vector table used at reset.
 constexpr std::uintptr_t BOOT_FLASH_ADDRESS = 0x08000000;
-/// Bytes of boot flash.
+/// Bytes of boot flash that the stand-in has at start.
 constexpr std::size_t BOOT_FLASH_SIZE = 0x00200000;
 /// Offsets of the two component slots in the boot flash.
 constexpr std::size_t BOOT_SLOTS[2] = {0x00010000, 0x00080000};
@@ -43,9 +43,18 @@ boardVector_t* boardRomVectors();
 /// The vector table in RAM. The stand-in's is all null at start.
 boardVector_t* boardRamVectors();
 
-/// The byte of the boot flash at `offset`, 0 to BOOT_FLASH_SIZE - 1, and those behind it, as the
-/// array reads. The stand-in's flash is erased, all 0xFF, at start and may be written.
+/// The byte of the boot flash at `offset`, below bootFlashSize(), and those behind it, as the array
+/// reads. The stand-in's flash is erased, all 0xFF, at start and may be written.
 unsigned char* bootFlash(std::size_t offset);
+
+/// Bytes of boot flash: what no search for a component goes beyond.
+std::size_t bootFlashSize();
+
+/// Tells how large the boot flash of this board is. Before that it is BOOT_FLASH_SIZE for the
+/// stand-in, and on the board all from there to the vector table in RAM, so that no component is
+/// missed. The stand-in becomes as large: it keeps its bytes, and addresses from bootFlash of
+/// before are void. Start-up thread.
+void setBootFlashSize(std::size_t size);
 
 /// Writes a command to the first 16-bit word of the boot flash.
 void bootFlashCommand(unsigned short command);

@@ -85,8 +85,16 @@ bool hasName(const subcomp_t* sch, const char* name) {
          std::strcmp(sch->filename, name) == 0;
 }
 
+// Bytes of the boot flash from a slot on.
+std::size_t roomIn(std::size_t slot) {
+  return bootFlashSize() - std::min(slot, bootFlashSize());
+}
+
+// The component in a slot, or null in a flash that is too small for its header.
 const component_t* componentIn(std::size_t slot) {
-  return static_cast<const component_t*>(static_cast<const void*>(bootFlash(slot)));
+  return roomIn(slot) < sizeof(component_t)
+             ? nullptr
+             : static_cast<const component_t*>(static_cast<const void*>(bootFlash(slot)));
 }
 
 }  // namespace
@@ -145,8 +153,7 @@ unsigned char* locate_file_in(const component_t* ch, std::size_t size, const cha
 
 unsigned char* locate_file(const char* name, unsigned long* psize) {
   for (const std::size_t slot : BOOT_SLOTS) {
-    unsigned char* const data =
-        locate_file_in(componentIn(slot), BOOT_FLASH_SIZE - slot, name, psize);
+    unsigned char* const data = locate_file_in(componentIn(slot), roomIn(slot), name, psize);
     if (data != nullptr) {
       return data;
     }
@@ -160,7 +167,7 @@ int getFlashDescriptor(bootFlashDesc_t* pDesc) {
   }
   for (const std::size_t slot : BOOT_SLOTS) {
     const component_t* const ch = componentIn(slot);
-    if (!valid_component(ch)) {
+    if (ch == nullptr || !valid_component(ch)) {
       continue;
     }
     static_assert(sizeof pDesc->productId == sizeof ch->product_id &&

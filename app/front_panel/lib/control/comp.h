@@ -97,7 +97,8 @@ unsigned char* locate_file_in(const component_t* ch, std::size_t size, const cha
                               unsigned long* psize);
 
 /// Finds the file `name` in the boot flash, as locate_file_in does: in the component of the first
-/// slot, and if it is not there, in that of the second.
+/// slot, and if it is not there, in that of the second. Nothing behind the end of the flash is
+/// read, which is the board's own (setBootFlashSize).
 unsigned char* locate_file(const char* name, unsigned long* psize);
 
 /// Fills `*pDesc` from the first of the boot flash's two slots whose component header is valid;

@@ -5,8 +5,7 @@
 #include "mbar.h"
 #include "mcf5200.h"
 
-const eh_t* const rom_vector_table = boardRomVectors();
-const eh_t* const vector_table = boardRamVectors();
+eh_t user_exception_debug = nullptr;
 
 const char* const vector_name[64] = {
     /*  0 */ nullptr,
@@ -84,7 +83,6 @@ constexpr unsigned int VECTOR_TRAP_15 = 47;
 
 unsigned int next_vector = 64;  // vectors 0 to 63 are the processor's own
 unsigned int imr = 0;           // what was last written to the mask register
-eh_t user_exception_debug = nullptr;
 
 void eh_ignore() {}
 

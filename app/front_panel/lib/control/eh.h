@@ -12,10 +12,14 @@
 /// An exception handler.
 typedef void (*eh_t)();
 
-/// The vector table at the start of the boot flash.
+/// The vector table at the start of the boot flash. Fixed before any static constructor runs.
 extern const eh_t* const rom_vector_table;
-/// The vector table in RAM, which eh_init builds and eh_set writes. 256 entries.
+/// The vector table in RAM, which eh_init builds and eh_set writes. 256 entries. Fixed likewise.
 extern const eh_t* const vector_table;
+
+/// The hook that eh_init was given last; null before. Nothing here calls it: it is for a debugger,
+/// and for a fault handler that the board installs with eh_set.
+extern eh_t user_exception_debug;
 
 /// Names of the processor's own vectors, for fault reports; null where a vector has none.
 extern const char* const vector_name[64];
