@@ -1,12 +1,23 @@
 // The socket helpers: what they connect, what they say, and what they leave open.
 #include "socket_wrapper.h"
 
+#include <netdb.h>
 #include <sys/resource.h>
 
 #include <functional>
 #include <thread>
 
 #include "loopback.h"
+
+// In place of the C library's: the host "crowded" is at 127.0.0.1 and has 40,000 bytes of aliases.
+extern "C" int gethostbyname_r(const char* name, hostent* entry, char* buf, size_t size,
+                               hostent** found, int* error) {
+  const bool crowded = std::strcmp(name, "crowded") == 0;
+  *found = nullptr;
+  return crowded && size < 40000 ? ERANGE
+                                 : gethostbyname2_r(crowded ? "127.0.0.1" : name, AF_INET, entry,
+                                                    buf, size, found, error);
+}
 
 namespace {
 
@@ -64,7 +75,8 @@ TEST(StreamSockets, AServerServesOneClientOnly) {
 TEST(Clients, ReachTheirServers) {
   TextServer server(0);
   const int stream = hear(serverLine(server.port()) + "connected\n",
-                          [&] { return setup_client(loopback, server.port()); });
+                          [&] { return setup_client("crowded", server.port()); });
+  ASSERT_GE(stream, 0);
   server.accept();
   std::vector<std::string> texts;
   EXPECT_EQ(send(stream, "hello", 6, 0), 6);
@@ -111,6 +123,22 @@ TEST(SocketFailures, AreReportedInTheirWordsAndLeaveNothingOpen) {
   fails(none, [&] { return starved([] { return setup_any_server(1); }); });
   fails(serverLine(1) + none, [&] { return starved([] { return setup_client(loopback, 1); }); });
   EXPECT_EQ(openDescriptors(), before);
+}
+
+// A process without standard streams: nothing it prints goes into a socket, and nothing is left of
+// what keeps the sockets off those numbers.
+TEST(SocketsDeathTest, TakeNoPlaceOfAStandardOutputStream) {
+  const TextServer server(0);
+  const auto connectTwice = [&] {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+      close(stream);
+    }
+    const int first = setup_client(loopback, server.port());
+    const int second = setup_client(loopback, server.port());
+    const bool leftOpen = close(STDOUT_FILENO) == 0 || close(STDERR_FILENO) == 0;
+    _exit(first == STDIN_FILENO && second > STDERR_FILENO && !leftOpen ? 0 : 1);
+  };
+  EXPECT_EXIT(connectTwice(), testing::ExitedWithCode(0), "");
 }
 
 TEST(InitSocketAddr, FillsTheFamilyAsGivenFromManyThreadsOrTouchesNothing) {

@@ -272,7 +272,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  keepStandardStreams();
+  const StreamGuard streams;
   try {
     const int status = run(argc, argv);
     if (!sio_flush(0)) {

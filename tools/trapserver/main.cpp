@@ -39,7 +39,7 @@ int serve(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  keepStandardStreams();
+  const StreamGuard streams;
   try {
     const int status = serve(argc, argv);
     if (!sio_flush(0)) {

@@ -1,4 +1,5 @@
 // The panel application: start-up, the periodic loop, and the end.
+#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -144,7 +145,10 @@ bool finish(bool good) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  keepStandardStreams();
+  const StreamGuard streams;
+  if (fcntl(STDIN_FILENO, F_GETFD) < 0) {
+    open("/dev/null", O_RDONLY);  // commands come from there: none of our files may
+  }
   std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the limit on file sizes fails, and we say so
   Options options;
   const int end = parseOptions(argc, argv, options);

@@ -5,8 +5,35 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 #include "board.h"
+
+namespace {
+
+std::mutex guardLock;  // for the two below
+unsigned int guards = 0;
+bool standsIn[STDERR_FILENO + 1] = {};  // the null device is at this descriptor, and is ours
+
+// Puts the null device at `fd`, which is closed, unless another thread is faster. The root
+// directory is always there, and takes nothing that is written to it either.
+void standIn(int fd) {
+  int got = open("/dev/null", O_RDWR);
+  if (got < 0) {
+    got = open("/", O_RDONLY);
+  }
+  if (got >= 0 && got < fd) {
+    const int low = got;
+    got = fcntl(low, F_DUPFD, fd);
+    close(low);
+  }
+  if (got > fd) {
+    close(got);
+  }
+  standsIn[fd] = got == fd;
+}
+
+}  // namespace
 
 void __assert(const char* expr, const char* file, int line) noexcept {
   std::printf("Assertion failed: %s, file %s, line %d\n", expr, file, line);
@@ -25,16 +52,25 @@ void ctrlAssertFailed(const char* expr, const char* file, int line, const char* 
   __assert(text, file, line);
 }
 
-void keepStandardStreams() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+StreamGuard::StreamGuard() {
+  const std::lock_guard<std::mutex> lock(guardLock);
+  ++guards;
+  for (int fd = STDOUT_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) {
-      // It gets the lowest free number, which is this one unless another thread opens files too.
-      // The root directory is always there, and takes nothing that is written to it.
-      const int null = open("/dev/null", O_RDWR);
-      const int stream = null >= 0 ? null : open("/", O_RDONLY);
-      if (stream > STDERR_FILENO) {
-        close(stream);
-      }
+      standIn(fd);
+    }
+  }
+}
+
+StreamGuard::~StreamGuard() {
+  const std::lock_guard<std::mutex> lock(guardLock);
+  if (--guards > 0) {
+    return;
+  }
+  for (int fd = STDOUT_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (standsIn[fd]) {
+      close(fd);
+      standsIn[fd] = false;
     }
   }
 }

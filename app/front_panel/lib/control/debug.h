@@ -1,5 +1,5 @@
 // Fatal assertions: how the library stops when a table of the application is wrong; and that what
-// it says goes nowhere else than to standard output.
+// is printed goes nowhere else than to the standard streams.
 //
 // CTRL_ASSERT guards an invariant that only a fault in the program can break, never a value that
 // came from outside. It is checked in every build. A failed one is reported on standard output,
@@ -18,11 +18,22 @@ extern "C" void __assert(const char* expr, const char* file, int line) noexcept
 /// The arguments are zero-terminated texts and the line number; a very long condition is cut.
 [[noreturn]] void ctrlAssertFailed(const char* expr, const char* file, int line, const char* func);
 
-/// Opens the null device in the place of each standard stream that is closed. Otherwise the file or
-/// connection that is opened next would take that place, and get what is printed. The library does
-/// this before it replaces a file, opens a store file or makes a socket; a program that may be
-/// started with closed streams does it first. Any thread.
-void keepStandardStreams();
+/// Keeps descriptors 1 and 2 from what is opened while it lives. Otherwise the first file or
+/// connection of a process that was started without standard output or standard error would take
+/// that place, and get what is printed.
+///
+/// The null device stands in for each of the two that is closed, for everybody in the process,
+/// until the last guard is gone; then they are closed again and nothing is left open. Meanwhile
+/// nobody else closes or replaces them. Descriptor 0 is not guarded, since nothing is printed
+/// there: a file or socket may get it. The library holds a guard while it replaces a file, opens a
+/// store file or makes a socket; a program that may be started so holds one in main. Any thread.
+class StreamGuard {
+ public:
+  StreamGuard();
+  StreamGuard(const StreamGuard&) = delete;
+  StreamGuard& operator=(const StreamGuard&) = delete;
+  ~StreamGuard();
+};
 
 /// REQUIRES `cond`; a false one is a fatal assertion. `cond` is evaluated exactly once.
 #define CTRL_ASSERT(cond) \

@@ -93,7 +93,6 @@ void flushDirectory(const std::string& path, const Descriptor& file) {
 
 FileReplacement::FileReplacement(const std::string& name)
     : target(followLinks(name)), temp(target + ".tmp") {
-  keepStandardStreams();
   struct stat old;
   const bool replaces = find(target, old);
   if (replaces && !S_ISREG(old.st_mode)) {

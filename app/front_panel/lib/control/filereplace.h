@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "debug.h"
 #include "noncopyable.h"
 
 /// One replacement:
@@ -39,6 +40,7 @@ class FileReplacement : public Noncopyable {
   void commit();
 
  private:
+  const StreamGuard streams;  // nothing printed goes into the new content
   const std::string target;
   const std::string temp;
   bool renamed = false;

@@ -73,7 +73,9 @@ int NetTrap::Init() {
   const char* const address = std::getenv("TRAP_MANAGER");
   m_trap_mgr = address != nullptr ? address : S_TRAP_MANAGER_IP;
   std::printf("trap manager is: %s[%u]\n", m_trap_mgr, static_cast<unsigned int>(S_TRAP_PORT));
+  closeOnce();
   m_sock = setup_client(LOOPBACK, S_TRAP_PORT);
+  m_closed = false;
   if (m_sock < 0) {
     std::puts("NetTrap: can not connect to trap generation server");
   }
@@ -162,6 +164,7 @@ NetTrap::Outcome NetTrap::sendVia(const char* host, const void* buf, unsigned in
   std::puts("NetTrap::Send");
   if (m_sock < 0) {
     m_sock = setup_client(host, S_TRAP_PORT);
+    m_closed = false;
     if (m_sock < 0) {
       std::puts("NetTrap::Send---> can not connect to trap generation server");
       return NOT_SENT;
@@ -180,10 +183,16 @@ int NetTrap::Send(const void* buf, unsigned int size) {
 
 int NetTrap::Exit() {
   std::puts("NetTrap::Exit: close the trap socket");
-  if (m_sock >= 0) {
-    close(m_sock);
-  }
+  closeOnce();
   return 0;
+}
+
+// By the time of a second call the number may be somebody else's.
+void NetTrap::closeOnce() {
+  if (m_sock >= 0 && !m_closed) {
+    close(m_sock);
+    m_closed = true;
+  }
 }
 
 NetReconnectTrap::~NetReconnectTrap() {

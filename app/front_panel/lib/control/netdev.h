@@ -50,12 +50,13 @@ class NetTrap {
   /// REQUIRES: `buf` is not null, `size` covers the header, and Init has run.
   virtual int Send(const void* buf, unsigned int size);
 
-  /// Closes the socket; no Send may follow. Always 0.
+  /// Closes the socket; no Send may follow but behind a new Init. Always 0.
   virtual int Exit();
 
   /// Takes the trap manager's address from the environment variable TRAP_MANAGER, else
-  /// S_TRAP_MANAGER_IP, and connects to the server on the loopback host. The text stays in the
-  /// environment. Always 0; without a server the first Send tries again.
+  /// S_TRAP_MANAGER_IP, and connects to the server on the loopback host; a connection that is there
+  /// is closed first. The text stays in the environment. Always 0; without a server the first Send
+  /// tries again.
   int Init();
 
   /// The trap number of state word `data` on a control, whose m_controlid goes to `control_id`.
@@ -89,6 +90,9 @@ class NetTrap {
 
   bool makeCommand(const void* buf, unsigned int size, Command& text) const;
   bool sendCommand(const Command& text) const;
+  void closeOnce();
+
+  bool m_closed = false;  // Exit has closed m_sock, which keeps its number
 };
 
 /// A NetTrap for applications that outlive their server's restarts. It notices before each trap

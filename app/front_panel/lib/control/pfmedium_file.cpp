@@ -18,7 +18,7 @@ bool PfFileMedium::open(const char* path, bool durable) {
   name = path;
   isDurable = durable;
   message[0] = '\0';
-  keepStandardStreams();
+  const StreamGuard streams;
   fd = ::open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     return refuse(std::strerror(errno));

@@ -4,21 +4,30 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "debug.h"
 
 namespace {
 
+constexpr size_t MOST_NAMES = 1 << 20;  // bytes
+
 // The first address of `hostname`; false, with the words for it, when there is none.
 bool resolve(const char* hostname, in_addr& address) {
+  const StreamGuard streams;
   hostent entry;
   hostent* found = nullptr;
-  char names[8192];  // aliases and addresses of one host
+  // For aliases and addresses of one host: a line of the hosts file or an answer may have many, and
+  // a line that does not fit hides every one behind it.
+  std::vector<char> names(1024);
   int error = 0;
-  if (hostname != nullptr) {  // what it finds are IPv4 addresses, whatever else the name has
-    gethostbyname_r(hostname, &entry, names, sizeof names, &found, &error);
+  int result = ERANGE;
+  while (hostname != nullptr && result == ERANGE && names.size() < MOST_NAMES) {
+    names.resize(2 * names.size());  // what is found are IPv4 addresses, whatever else the name has
+    result = gethostbyname_r(hostname, &entry, names.data(), names.size(), &found, &error);
   }
   if (found == nullptr) {
     std::fputs("bad hostname!\n", stderr);
@@ -43,7 +52,7 @@ const sockaddr* generic(const sockaddr_in& so) {
 }
 
 int newSocket(int type) {
-  keepStandardStreams();
+  const StreamGuard streams;
   const int sock = socket(AF_INET, type, 0);
   if (sock < 0) {
     std::fputs("socket allocation failed.\n", stderr);
@@ -64,6 +73,7 @@ int boundSocket(int type, const sockaddr_in& so) {
 
 // Takes the first client of a bound socket and gives up the listener.
 int acceptOne(int listener) {
+  const StreamGuard streams;
   listen(listener, 1);
   const int client = accept(listener, nullptr, nullptr);
   close(listener);
