@@ -312,5 +312,9 @@ void CommandFamily::start() {
   registerAs(array);
 }
 
+void CommandFamily::publish(unsigned int k, const void* data, unsigned int size) const {
+  run({this, k}, ReadWriteVarMgr::convert(data, size));
+}
+
 }  // namespace inner
 }  // namespace device

@@ -149,6 +149,8 @@ class Family {
   virtual void follow() {}
   /// Has the variables look at their globals.
   virtual void look() {}
+  /// Sets member `k` to an allowed value and confirms it, apart from a set of it that waits.
+  virtual void publish(unsigned int k, const void* data, unsigned int size) const = 0;
   /// Tells the changes since the last call.
   virtual void tell(ChangeFn) {}
 
@@ -210,6 +212,7 @@ class Held : public Base {
   }
   void endXaction() override { waits = false; }
   void drop() { waits = false; }
+  bool isHeld() const { return waits; }
 
  private:
   mutable bool waits = false;
@@ -272,6 +275,19 @@ class Settings : public Family {
   void look() override {
     for (unsigned int g = 0; g < groups(size()); ++g) {
       refresh[g].setRefresh();
+    }
+  }
+  void publish(unsigned int k, const void* data, unsigned int size) const override {
+    Var& var = members[k].var;
+    const bool held = var.isHeld();
+    char waiting[1024];  // the longest value
+    if (held) {
+      var.get(waiting, sizeof waiting);
+    }
+    var.set(data, size);
+    var.commit();
+    if (held) {
+      var.set(waiting, sizeof waiting);
     }
   }
 
@@ -521,6 +537,7 @@ class ReadingFamily : public Family {
   ReadingFamily(const Facts& f, CtrlReadVarMgr* e, CtrlRead** a)
       : Family(f), entries(e), array(a) {}
   void start() override;
+  void publish(unsigned int, const void*, unsigned int) const override {}
   /// The manager of member `k`, made if need be; called once for each.
   virtual const ReadVarMgr& manager(unsigned int k) = 0;
 
@@ -550,6 +567,7 @@ class CommandFamily : public Family {
       : Family(f), run(r), entries(e), array(a) {}
   void check() const override;
   void start() override;
+  void publish(unsigned int k, const void* data, unsigned int size) const override;
 
  private:
   const RunFn run;

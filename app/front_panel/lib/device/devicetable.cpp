@@ -179,6 +179,23 @@ unsigned int Controls::cancel() {
   return count;
 }
 
+unsigned int Controls::carryOut(const Setting* settings, unsigned int count) {
+  for (unsigned int i = 0; i < count; ++i) {
+    const Setting& s = settings[i];
+    if (validate(s.control, s.data, s.size) != CTRL_ERR_SUCCESS) {
+      return i;
+    }
+  }
+  lock();
+  for (unsigned int i = 0; i < count; ++i) {
+    const Setting& s = settings[i];
+    s.control.family->publish(s.control.member, s.data, s.size);
+  }
+  unlock();
+  settled(count > 0);
+  return count;
+}
+
 void Controls::reset() {
   for (Family* const f : *this) {
     f->reset();

@@ -30,6 +30,13 @@ class Keeper {
   ~Keeper() = default;
 };
 
+/// One set of a request.
+struct Setting {
+  Control control;    ///< what is set
+  const void* data;   ///< the value buffer
+  unsigned int size;  ///< its bytes
+};
+
 /// The controls of a device, for everything that shows or serves them; see Device.
 class Controls {
  public:
@@ -79,6 +86,12 @@ class Controls {
   /// Takes back everything that waits: nothing of it is published, and the working copies follow
   /// their globals again. Returns how many controls there were.
   unsigned int cancel();
+
+  /// Carries a whole request out, or nothing of it: checks all settings, and if each is allowed
+  /// makes all of them take effect in their order, as one change. What waits for confirm() goes on
+  /// waiting, with its own values. Returns `count`, or the number of the first setting that is
+  /// refused.
+  unsigned int carryOut(const Setting* settings, unsigned int count);
 
   /// Writes the initial values to all globals, for a command's function; a set that stands behind
   /// the command in its request keeps its value. Elsewhere call changed() behind it.
