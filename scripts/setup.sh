@@ -11,6 +11,8 @@ PACKAGES=(
   snmp snmptrapd                        # tests: send and receive real traps
   libxml2-utils                         # tests: checks that files are well-formed
   libbenchmark-dev libboost-dev         # the benchmarks, and what they compare with
+  help2man man-db                       # the manual pages of the tools, and their test
+  pkgconf dpkg-dev fakeroot lintian     # tests: the installed library, and its packages
 )
 # What a preset or the linters need besides.
 preset_packages() {
@@ -59,14 +61,14 @@ install_packages() {
   rm -f "$log"
 }
 
-# build PRESET [TARGET...]: configures the preset if that was not done and builds it.
+# build PRESET [TARGET...]: configures the preset, if that was not done as it now is, and builds it.
 build() {
   local preset="$1" dir="build/$1"
   shift
   # shellcheck disable=SC2046 # one word per package
   install_packages "${PACKAGES[@]}" $(preset_packages "$preset")
   mkdir -p build
-  if [[ ! -f "$dir/build.ninja" ]]; then
+  if [[ ! -f "$dir/build.ninja" || CMakePresets.json -nt "$dir/build.ninja" ]]; then
     say "Configuring $dir ..."
     quietly "$dir.log" '' cmake --preset "$preset"
   fi

@@ -227,7 +227,9 @@ CLI::App* addCommand(CLI::App& app, Options& options, int (*command)(Options&), 
 int run(int argc, char** argv) {
   Options options;
   int (*command)(Options&) = nullptr;
-  CLI::App app("Makes component files, checks them, and takes files out of them.");
+  CLI::App app("Makes component files, checks them, and takes files out of them.", "compfile");
+  app.set_version_flag("--version", TOOL_VERSION);
+  app.set_help_all_flag("--help-all", "print the help of all subcommands");
   app.require_subcommand(1);
   app.footer(
       "Exit status: 0, or 1 when a component file is not valid, or 2 when a command is "

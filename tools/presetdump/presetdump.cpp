@@ -316,7 +316,9 @@ int dump(const std::string& path, const Options& options) {
 
 int run(int argc, char** argv) {
   Options options;
-  CLI::App app("Shows the content of preset store files and judges them as the store does.");
+  CLI::App app("Shows the content of preset store files and judges them as the store does.",
+               "presetdump");
+  app.set_version_flag("--version", TOOL_VERSION);
   app.add_flag("--map", options.map, "draw the use of each block instead of listing its records");
   app.add_flag("--check", options.check, "list no records, and exit with 1 when a file is damaged");
   app.add_option("file", options.files, "store files of 16384 bytes")->required();

@@ -15,7 +15,9 @@ int serve(int argc, char** argv) {
   std::string mibs;
   CLI::App app{
       "Trap generation server: listens on 127.0.0.1 for the trap commands of devices and runs\n"
-      "net-snmp's snmptrap for each. SIGTERM ends it after what has arrived is sent."};
+      "net-snmp's snmptrap for each. SIGTERM ends it after what has arrived is sent.",
+      "trapserver"};
+  app.set_version_flag("--version", TOOL_VERSION);
   app.add_option("--port", options.port, "TCP port to listen on; 0 for any free one")
       ->capture_default_str();
   app.add_option("--snmptrap", options.snmptrap, "the snmptrap program")->capture_default_str();

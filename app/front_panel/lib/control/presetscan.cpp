@@ -162,10 +162,3 @@ void PresetMgr::format() {
     store.blkReadsValid[id] = false;
   }
 }
-
-void resetPresetStore() {
-  presetStore.init = false;
-  ++presetStore.userEpoch;
-  ++presetStore.factoryEpoch;
-  presetService = {};
-}
