@@ -112,7 +112,12 @@ TEST(AvlTree, AFullPoolAndADuplicateAreFatal) {
   }
   EXPECT_FATAL(tree.insert(5, nullptr), "duplicate");
   EXPECT_FATAL(tree.insert(2, nullptr), "duplicate");
-  EXPECT_FATAL(AVLTree(pool, sizeof pool, 0xFFFFFFE0), "paysize <= 0x7FFFFFFF");
+  for (const unsigned int paysize : {0xFFFFFFFCU, 0xFFFFFFF9U, 0U - NODE, 0x80000000U}) {
+    AVLTree none(pool, sizeof pool, paysize);  // no slot of this size fits
+    EXPECT_EQ(none.find(5), nullptr);
+    EXPECT_FATAL(none.insert(5, data), "MAX_INDEX > next_free_index");
+  }
+  EXPECT_FATAL(AVLTree(pool, sizeof pool, 0xFFFFFFFD), "paysize <= 0xFFFFFFFC");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "avltree.h"
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -10,17 +11,22 @@ static_assert(alignof(AVLTree::avl_node) <= 4, "slots are aligned to 4 bytes onl
 
 namespace {
 
-// Checked before the slot's size is computed, which would wrap.
+// The next multiple of 4 has to be a 32-bit number as well.
 unsigned int rounded(unsigned int paysize) {
-  CTRL_ASSERT(paysize <= 0x7FFFFFFF);
+  CTRL_ASSERT(paysize <= 0xFFFFFFFC);
   return (paysize + 3) & ~3U;
+}
+
+// Bytes of a slot: with the largest payloads more than 32 bits hold.
+std::uint64_t slotSize(unsigned int payload) {
+  return std::uint64_t{AVLTree::NODE_SIZE} + payload;
 }
 
 }  // namespace
 
 AVLTree::AVLTree(char* buf, unsigned int bufsize, unsigned int paysize)
     : PAY_SIZE(rounded(paysize)),
-      MAX_INDEX(bufsize / (PAY_SIZE + static_cast<unsigned int>(NODE_SIZE))),
+      MAX_INDEX(static_cast<unsigned int>(bufsize / slotSize(PAY_SIZE))),
       node_array(buf) {}
 
 long AVLTree::height(avl_node* node) {
@@ -130,8 +136,7 @@ void AVLTree::insert(unsigned int index, void* data) {
   CTRL_ASSERT(MAX_INDEX > next_free_index);
   CTRL_ASSERT(!duplicate);
 
-  const unsigned int slotSize = static_cast<unsigned int>(NODE_SIZE) + PAY_SIZE;
-  char* const slot = node_array + static_cast<unsigned long>(next_free_index) * slotSize;
+  char* const slot = node_array + static_cast<std::size_t>(next_free_index * slotSize(PAY_SIZE));
   ++next_free_index;
   if (PAY_SIZE > 0) {
     std::memcpy(slot + NODE_SIZE, data, PAY_SIZE);

@@ -8,7 +8,7 @@
 // left of a node are below its own, to the right above; (3) indices are unique.
 #pragma once
 
-/// The tree. Its pool outlives it.
+/// The tree. Its pool outlives it, and it the registry that was given its address, the process.
 class AVLTree {
  public:
   struct avl_node;
@@ -30,7 +30,7 @@ class AVLTree {
 
   /// Makes an empty tree over the pool `buf` of `bufsize` bytes, for payloads of `paysize` bytes,
   /// rounded up to a multiple of 4. Neither reads nor clears the pool.
-  /// REQUIRES: `paysize` is at most 0x7FFFFFFF.
+  /// REQUIRES: the rounded size is a 32-bit number: `paysize` is at most 0xFFFFFFFC.
   AVLTree(char* buf, unsigned int bufsize, unsigned int paysize);
   AVLTree(const AVLTree&) = delete;
   AVLTree& operator=(const AVLTree&) = delete;
