@@ -40,7 +40,8 @@ class USBIface {
   bool activated = false;  ///< what isActive reports
 };
 
-/// Builds status messages and passes them to a trap sender.
+/// Builds status messages and passes them to a trap sender. Trap managers hold its address: it
+/// outlives their last poll.
 class CmdStsIface : public USBIface {
  public:
   /// Part of the interface; nothing in the library uses it.

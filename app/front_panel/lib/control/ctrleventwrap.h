@@ -36,7 +36,7 @@ class CtrlEventTrapMgr {
   /// Told what became of a message: 0, or why it was not passed on. Does nothing by default.
   virtual void postTx(int err);
 
-  /// Sets where the messages go; null for nowhere.
+  /// Sets where the messages go; null for nowhere. The interface is held by address.
   void ctrlInitTraps(CmdStsIface* iface) { usb_if = iface; }
 
   /// One poll. True when a message was due and could not be passed on.

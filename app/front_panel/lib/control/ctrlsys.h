@@ -73,10 +73,12 @@ typedef bool (*isAppFileValidFn_t)(const void* data, unsigned int size);
 /// Starts the registry: stores the trees and the confirm queue, then runs init on every entry of
 /// `rArray` and of `rwArray`, both ended by a null pointer. An entry may register its family from
 /// inside its init.
-/// `rw`, `r`: the read-write tree and the read tree. `confirmArray`, `confirmSize`: the confirm
-/// queue and its capacity, the number of sets that may wait for one ctrlDoConfirm. The arguments
-/// from `appBuf` on are accepted and not used.
-/// REQUIRES: `rwArray` and `rArray` are not null.
+/// `rw`, `r`: the read-write tree and the read tree; one may be null as long as nobody registers a
+/// family in it or asks for one. `confirmArray`, `confirmSize`: the confirm queue and its capacity,
+/// the number of sets that may wait for one ctrlDoConfirm. Trees, queue and entries are kept by
+/// address; the two arrays are only walked. The arguments from `appBuf` on are accepted and not
+/// used.
+/// REQUIRES: `rwArray` and `rArray` are not null; nor is `confirmArray`, unless the size is 0.
 void ctrl_sys_init(AVLTree* rw, AVLTree* r, CtrlReadWrite** rwArray, CtrlRead** rArray,
                    CtrlReadWrite** confirmArray, unsigned int confirmSize, void* appBuf,
                    unsigned int appBufSize, upgradePrepareFn_t pu, upgradeFinishFn_t fu,
@@ -84,7 +86,8 @@ void ctrl_sys_init(AVLTree* rw, AVLTree* r, CtrlReadWrite** rwArray, CtrlRead** 
                    char* ostrand_prodfamily);
 
 /// Registers a read-write family of any number of dimensions with any converter. `dim` is copied
-/// and may be null when `ndim` is 0; `array` is not copied.
+/// and may be null when `ndim` is 0; `array` is kept by address, and so are the entries in it. A
+/// stock converter for another number of dimensions stops the process at the first request.
 /// REQUIRES: ctrl_sys_init has run; `ndim` is at most MAX_CTRL_DIMS; `conv`, `array` and, above
 /// `ndim` 0, `dim` are not null; the tree has room and does not hold `varId` yet.
 void ctrl_register_rw(unsigned int varId, const unsigned int* dim, unsigned int ndim,
@@ -102,7 +105,7 @@ void ctrl_register_read(unsigned int varId, unsigned int dim1, unsigned int dim2
 
 /// Reads a control into the value buffer `buffer` of `length` bytes, looking at read-only families
 /// first. A hole reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer`
-/// untouched. REQUIRES: ctrl_sys_init has run.
+/// untouched. A read of a read-write variable refreshes it, as a check does: ctrlDoValidateSet. REQUIRES: ctrl_sys_init has run.
 int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void* buffer);
 
 /// The read-write entry of a pair, or null; why is printed on standard output, unless the entry
@@ -111,8 +114,11 @@ CtrlReadWrite* ctrlGetRWEntry(unsigned int varid, unsigned int varidx);
 
 /// Validates the `length` bytes at `data`, queues the entry for confirmation and sets it. Returns
 /// CTRL_ERR_SUCCESS; CTRL_ERR_PARAM, with a warning printed, when there is no such control or the
-/// value is not acceptable; CTRL_ERR_NOBUFFER when the confirm queue is full. A refused set
-/// changes nothing and leaves the earlier sets queued. REQUIRES: ctrl_sys_init has run.
+/// value is not acceptable; CTRL_ERR_NOBUFFER when the confirm queue is full. A refused set stores
+/// nothing and leaves the earlier sets queued. But its check, as that of every set, runs the
+/// entry's validate: a variable refreshes itself there, and when its group has been marked since,
+/// an earlier set of the same variable that is still queued gives way to the global's value, which
+/// its confirm then publishes. REQUIRES: ctrl_sys_init has run.
 int ctrlDoValidateSet(unsigned int varid, unsigned int varidx, const void* data,
                       unsigned int length);
 
@@ -120,8 +126,13 @@ int ctrlDoValidateSet(unsigned int varid, unsigned int varidx, const void* data,
 /// REQUIRES: the confirm queue has room.
 int generic_set(const void* data, unsigned int len, CtrlReadWrite& vmgr);
 
-/// Confirms every entry set since the last call, in the order of the sets. An entry whose confirm
-/// fails does not stop the others. Returns CTRL_ERR_SUCCESS.
+/// Calls confirm on every entry set since the last call, in the order of the sets, an entry that
+/// was set twice twice. An entry whose confirm fails does not stop the others. Returns
+/// CTRL_ERR_SUCCESS.
+/// A confirm of the application may set further controls, which are confirmed in the same pass. It
+/// does not read or check controls that wait in the queue: on a variable that is a refresh, and the
+/// commits in front of it have marked the group, so that the waiting value would be dropped. Nor
+/// does it call ctrlDoConfirm, which would begin with the first entry again, itself included.
 int ctrlDoConfirm();
 
 /// Places of the confirm queue that are taken: sets that wait for ctrlDoConfirm.

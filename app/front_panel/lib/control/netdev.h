@@ -129,7 +129,8 @@ class NetHookTrap : public NetTrap {
   const trap_mgr_hook_t m_trapFunc;  ///< the hook
 };
 
-/// What updateTraps (trapupdate.h) drives: a hook trap and the status interface wired to it.
+/// What updateTraps (trapupdate.h) drives: a hook trap and the status interface wired to it. The
+/// managers that were polled with it hold the address of that interface.
 class NetDevice : public COMDevice {
  public:
   /// As NetHookTrap.

@@ -23,7 +23,8 @@ class RefreshId {
   unsigned int token = 0;
 };
 
-/// One group of up to 32 token holders.
+/// One group of up to 32 token holders. They hold its address: it outlives them and stays where it
+/// is; a copy is another group.
 class RefreshMgr {
  public:
   /// No holders.

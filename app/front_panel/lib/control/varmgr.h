@@ -1,6 +1,7 @@
 // Variable managers: hold the value of one control, check it, and carry it through a change.
 //
-// A change runs startXaction, then set or init, then isConsistent and commit, then endXaction.
+// A change runs startXaction, then set or init, then isConsistent and commit, then endXaction. The
+// preset fields run all of it; the registry's entries (ctrlwrap.h) never call endXaction.
 // Where a committed value goes is left to derived classes (simplevarmgr.h, or the application's).
 // A value crosses the interface in a value buffer, bytes with a size: integers are two's
 // complement, most significant byte first on any host, cut at the front or sign-extended to the
