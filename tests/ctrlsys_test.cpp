@@ -185,22 +185,26 @@ using RegistryDeathTest = RegistryTest;
 TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   CtrlReadWrite* array[1] = {};
   const unsigned int dims[17] = {1};
-  EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "tree != nullptr");
-  EXPECT_FATAL(get(1, 0), "tree != nullptr");
-  const auto init = [this](CtrlReadWrite** rw) {
-    ctrl_sys_init(&rwTree, &readTree, rw, nullptr, queue, QUEUE, nullptr, 0, nullptr, nullptr,
-                  nullptr, nullptr, nullptr, nullptr);
+  EXPECT_FATAL(ctrl_register_rw(7, 1, 1, array),
+               "Control family 7:\nAssertion failed: tree != nullptr");
+  EXPECT_FATAL(get(1, 5), "Control 1, index 5:\nAssertion failed: tree != nullptr");
+  const auto init = [this](CtrlReadWrite** rw, CtrlRead** r, unsigned int size) {
+    ctrl_sys_init(&rwTree, &readTree, rw, r, nullptr, size, nullptr, 0, nullptr, nullptr, nullptr,
+                  nullptr, nullptr, nullptr);
   };
-  EXPECT_FATAL(init(nullptr), "rwArray != nullptr");
-  EXPECT_FATAL(init(array), "rArray != nullptr");
+  CtrlRead* none[1] = {};
+  EXPECT_FATAL(init(nullptr, none, 0), "rwArray != nullptr");
+  EXPECT_FATAL(init(array, nullptr, 0), "rArray != nullptr");
+  EXPECT_FATAL(init(array, none, 1), "confirmArray != nullptr");
+  init(array, none, 0);  // without room for a set, but allowed
   start({});
   EXPECT_FATAL(ctrl_register_rw(1, dims, 17, cmd_sts_idx_conv1D, array), "ndim <= MAX_CTRL_DIMS");
   EXPECT_FATAL(ctrl_register_rw(1, dims, 1, nullptr, array), "conv != nullptr");
   EXPECT_FATAL(ctrl_register_rw(1, 1, 1, nullptr), "array != nullptr");
   EXPECT_FATAL(ctrl_register_rw(1, nullptr, 1, cmd_sts_idx_conv1D, array), "dim != nullptr");
   ctrl_register_rw(1, dims, 1, cmd_sts_idx_conv2D, array);
-  EXPECT_FATAL(get(1, 0), "ndim == 2");
-  EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "duplicate");
+  EXPECT_FATAL(get(1, 8), "Control 1, index 8:\nAssertion failed: ndim == 2");
+  EXPECT_FATAL(ctrl_register_rw(1, 1, 1, array), "Control family 1:\nAssertion failed: !duplicate");
   EXPECT_FATAL(cmd_sts_idx_conv0D(0, dims, 1), "ndim == 0");
   EXPECT_FATAL(cmd_sts_idx_conv1D(0, nullptr, 1), "dim != nullptr");
   EXPECT_FATAL(cmd_sts_idx_conv1D(0, dims, 2), "ndim == 1");
@@ -208,9 +212,11 @@ TEST_F(RegistryDeathTest, FaultsOfTheTablesAreFatal) {
   for (unsigned int i = 0; i < QUEUE; ++i) {
     generic_set("x", 1, *entry(5, i));
   }
-  EXPECT_FATAL(generic_set("x", 1, *entry(5, 9)), "confirm_index < ctrlConfirmSize");
+  EXPECT_FATAL(generic_set("x", 1, *entry(5, 9)),
+               "Control 5, index 9:\nAssertion failed: confirm_index < ctrlConfirmSize");
   EXPECT_STREQ(entry(4294967295U, 999)->getName(), "CV-4294967295-I-999") << "just fits";
-  EXPECT_FATAL(entry(4294967295U, 1000), "length < ");
+  EXPECT_FATAL(entry(4294967295U, 1000),
+               "Control 4294967295, index 1000:\nAssertion failed: length < ");
 }
 
 }  // namespace

@@ -104,9 +104,12 @@ TEST_F(CallOrder, OfWholeListsAndUpToAFailure) {
 }
 
 TEST_F(PresetMakeDeathTest, FaultsOfTheApplicationsTables) {
-  const verPresetField_t bad[] = {{3, 3, &a}, {0, 0, nullptr}};
-  EXPECT_FATAL(initPreset(bad), "presetVersion(row.ver) < presetVersion(row.remove)");
-  EXPECT_FATAL(createPreset(buf, 8, 1, bad), "presetVersion(row.ver) < presetVersion(row.remove)");
+  const verPresetField_t bad[] = {{0, 1, &a}, {3, 3, &a}, {0, 0, nullptr}};
+  const char* const failure =
+      "Row 1, counted from 0, of the preset list:\n"
+      "Assertion failed: presetVersion(row.ver) < presetVersion(row.remove)";
+  EXPECT_FATAL(initPreset(bad), failure);
+  EXPECT_FATAL(createPreset(buf, 8, 1, bad), failure);
   EXPECT_FATAL(initPreset(nullptr), "list != nullptr");
   EXPECT_FATAL(resetPreset(nullptr), "list != nullptr");
   EXPECT_FATAL(applyPreset(buf, 8, 1, nullptr), "list != nullptr");

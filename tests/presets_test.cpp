@@ -155,10 +155,20 @@ TEST_F(PresetTest, AFaultyTableIsFatalAndWithoutOneNothingHappens) {
   eternity::xml_archive xml;
   EXPECT_FATAL(preset->xml_serialize(xml), "m_rwp != nullptr");
   EXPECT_FATAL(preset->Init(nullptr), "rwp != nullptr");
+  std::mutex guard;
+  CtrlSaved kind(level, "text", guard);
+  table[1] = &kind;
+  table[0] = &offset;
+  EXPECT_FATAL(preset->Init(table.data()),
+               "index 0:\nAssertion failed: (type == DATA_TYPE_STRING)");
+  EXPECT_FATAL(CtrlSaved(name, nullptr, guard), "confirmed != nullptr");
+  table[0] = &level;
   table[1] = &named;
-  EXPECT_FATAL(preset->Init(table.data()), "namesAreElements(rwp)");
+  EXPECT_FATAL(preset->Init(table.data()),
+               "Control 1, index 0:\nAssertion failed: eternity::isElementName(name)");
   table[1] = &level;
-  EXPECT_FATAL(preset->Init(table.data()), "namesAreDistinct(rwp)");
+  EXPECT_FATAL(preset->Init(table.data()),
+               "Control 1234, index 0:\nAssertion failed: names.insert(name).second");
 }
 
 // What cannot be read is confirmed and written anew; whatever else ends a restore confirms nothing.

@@ -140,8 +140,8 @@ TEST_F(DeviceDeathTest, TablesThatDoNotFitTogetherAreFatal) {
   EXPECT_FATAL(member(0, nullptr, 12, dims, 2), "ctrlArr != nullptr");
   EXPECT_FATAL(member(0, array, 12, empty, 2), "ctrlArrSize > 0");
   EXPECT_FATAL(member(0, array, 11, dims, 2), "ctrlArrSize <= arrSize");
-  EXPECT_FATAL(member(0, array, 24, dims, 3), "conv != nullptr");
-  EXPECT_FATAL(member(0, array, 12, nullptr, 2), "allDim != nullptr");
+  EXPECT_FATAL(member(0, array, 24, dims, 3), "index 0:\nAssertion failed: conv != nullptr");
+  EXPECT_FATAL(member(9, array, 12, nullptr, 2), "index 9:\nAssertion failed: numDim == 0 || all");
   EXPECT_FATAL(checkDims(empty, 2), "dim[i] != 0");
   EXPECT_FATAL(checkDims(nullptr, 1), "dim != nullptr");
   EXPECT_FATAL(checkConv(nullptr, 400), "conv != nullptr");

@@ -286,7 +286,8 @@ TEST(TrapsDeathTest, FaultsOfTheApplicationsTablesStopTheProcess) {
   EXPECT_FATAL(plain.Send(nullptr, 8), "buf != nullptr");
   EXPECT_FATAL(plain.Send(body, 0), "size != 0");
   EXPECT_FATAL(plain.Send(body, 8), "m_trap_mgr != nullptr");
-  EXPECT_FATAL(trap.Lookup_specific(1, 0x0200, 0, control), "i2 < row->m_d2");
+  EXPECT_FATAL(trap.Lookup_specific(1, 0x0200, 0, control),
+               "Control 1, index 512:\nAssertion failed: i2 < row->m_d2");
   EXPECT_FATAL(CmdStsIface(nullptr), "trap != nullptr");
   EXPECT_FATAL(iface.sendStatus(1, 0, nullptr, 4), "data != nullptr");
   EXPECT_FATAL(Event(1, 0, body, 0), "(trap_data == nullptr) == (trap_data_size == 0)");
@@ -294,8 +295,10 @@ TEST(TrapsDeathTest, FaultsOfTheApplicationsTablesStopTheProcess) {
   EXPECT_FATAL(overlong.serviceTraps(), "aux <= room");
   EXPECT_FATAL(CtrlTrapMgr(1, 0, var, nullptr, 4, nullptr, 0), "state_array != nullptr");
   EXPECT_FATAL(CtrlTrapMgr(1, 0, var, buffers, 0, nullptr, 0), "state_size > 0");
-  EXPECT_FATAL(CtrlTrapMgr(1, 0, var, buffers, 8, body, 7), "trap_data_size >= state_size");
-  EXPECT_FATAL(holes.serviceTraps(), "state_array[cur] != nullptr");
+  EXPECT_FATAL(CtrlTrapMgr(1, 7, var, buffers, 8, body, 7),
+               "index 7:\nAssertion failed: trap_data ==");
+  EXPECT_FATAL(holes.serviceTraps(),
+               "Control 1, index 0:\nAssertion failed: state_array[cur] != nullptr");
   EXPECT_FATAL(updateTraps(nullptr, &device, false), "traps != nullptr");
   EXPECT_FATAL(updateTraps(none, nullptr, false), "pDev != nullptr");
   EXPECT_FATAL(updateTrapsThrough(nullptr, iface, false), "traps != nullptr");

@@ -7,7 +7,8 @@
 
 CtrlEventTrapMgr::CtrlEventTrapMgr(unsigned int id, unsigned int idx, void* buf, unsigned int size)
     : var_id(id), index(idx), trap_data(buf), trap_data_size(size) {
-  CTRL_ASSERT((trap_data == nullptr) == (trap_data_size == 0));
+  CTRL_ASSERT_ABOUT((trap_data == nullptr) == (trap_data_size == 0), AssertSubject::CONTROL, id,
+                    idx);
 }
 
 CtrlEventTrapMgr::~CtrlEventTrapMgr() = default;
@@ -31,7 +32,7 @@ int CtrlEventTrapMgr::send(unsigned int state) {
   std::memcpy(trap_data, &state, copy);
   const unsigned int room = trap_data_size - copy;
   const unsigned int aux = getAuxData(static_cast<char*>(trap_data) + copy, room);
-  CTRL_ASSERT(aux <= room);
+  CTRL_ASSERT_ABOUT(aux <= room, AssertSubject::CONTROL, var_id, index);
   return usb_if->sendStatus(var_id, index, trap_data, copy + aux);
 }
 

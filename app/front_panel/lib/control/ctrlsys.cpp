@@ -34,19 +34,30 @@ struct Lookup {
   Entry* entry;
 };
 
+// Whether a stock converter is the one for this number of dimensions.
+bool suits(CmdStsIdx2ArrIdxFn conv, unsigned int ndim) {
+  return conv == cmd_sts_idx_conv0D   ? ndim == 0
+         : conv == cmd_sts_idx_conv1D ? ndim == 1
+                                      : conv != cmd_sts_idx_conv2D || ndim == 2;
+}
+
 // The steps that every request takes from the numbers to the entry. Node and Entry are
 // ReadWriteNode and CtrlReadWrite, or ReadNode and CtrlRead.
 template <class Node, class Entry>
 Lookup<Entry> lookup(AVLTree* tree, unsigned int varid, unsigned int varidx) {
-  CTRL_ASSERT(tree != nullptr);
+  CTRL_ASSERT_ABOUT(tree != nullptr, AssertSubject::CONTROL, varid, varidx);
   const Node* const node = static_cast<const Node*>(tree->find(varid));
   if (node == nullptr) {
     return {NO_FAMILY, nullptr};
   }
   const CmdStsIdx2ArrIdxFn conv = node->desc.conv;
   Entry* const* const ctrlarr = node->ctrlarr;
-  CTRL_ASSERT(conv != nullptr);
-  CTRL_ASSERT(ctrlarr != nullptr);
+  CTRL_ASSERT_ABOUT(conv != nullptr, AssertSubject::CONTROL, varid, varidx);
+  CTRL_ASSERT_ABOUT(ctrlarr != nullptr, AssertSubject::CONTROL, varid, varidx);
+  if (!suits(conv, node->desc.ndim)) {
+    const AssertSubject about(AssertSubject::CONTROL, varid, varidx);
+    conv(varidx, node->desc.dim, node->desc.ndim);  // stops the process
+  }
   const unsigned int k = conv(varidx, node->desc.dim, node->desc.ndim);
   if (k >= node->desc.arrSize) {
     return {OUTSIDE, nullptr};
@@ -64,6 +75,7 @@ Lookup<Entry> lookup(AVLTree* tree, unsigned int varid, unsigned int varidx) {
 template <class Node, class Entry>
 void registerFamily(AVLTree* tree, unsigned int varId, const unsigned int* dim, unsigned int ndim,
                     CmdStsIdx2ArrIdxFn conv, Entry* const* array) {
+  const AssertSubject about(AssertSubject::FAMILY, varId);
   CTRL_ASSERT(ndim <= MAX_CTRL_DIMS);
   CTRL_ASSERT(conv != nullptr);
   CTRL_ASSERT(array != nullptr);
@@ -125,6 +137,7 @@ void ctrl_sys_init(AVLTree* rw, AVLTree* r, CtrlReadWrite** rwArray, CtrlRead** 
                    char*, char*) {
   CTRL_ASSERT(rwArray != nullptr);
   CTRL_ASSERT(rArray != nullptr);
+  CTRL_ASSERT(confirmArray != nullptr || confirmSize == 0);
   rwTree = rw;
   readTree = r;
   ctrlConfirmArray = confirmArray;
@@ -221,7 +234,8 @@ int ctrlDoValidateSet(unsigned int varid, unsigned int varidx, const void* data,
 }
 
 int generic_set(const void* data, unsigned int len, CtrlReadWrite& vmgr) {
-  CTRL_ASSERT(confirm_index < ctrlConfirmSize);
+  CTRL_ASSERT_ABOUT(confirm_index < ctrlConfirmSize, AssertSubject::CONTROL, vmgr.getVarID(),
+                    vmgr.getIndex());
   ctrlConfirmArray[confirm_index++] = &vmgr;
   return vmgr.set(data, len);
 }

@@ -12,6 +12,7 @@ CtrlTrapMgr::CtrlTrapMgr(unsigned int id, unsigned int idx, const ReadVarMgr& tr
       trap_var(trap),
       state_array(state_buf),
       state_size(state_buf_size) {
+  const AssertSubject about(AssertSubject::CONTROL, id, idx);
   CTRL_ASSERT(state_array != nullptr);
   CTRL_ASSERT(state_size > 0);
   CTRL_ASSERT(trap_data == nullptr || trap_data_size >= state_size);
@@ -28,7 +29,7 @@ CtrlTrapMgr::~CtrlTrapMgr() = default;
 
 bool CtrlTrapMgr::needTrap() {
   CTRL_ASSERT(cur < 2);
-  CTRL_ASSERT(state_array[cur] != nullptr);
+  CTRL_ASSERT_ABOUT(state_array[cur] != nullptr, AssertSubject::CONTROL, var_id, index);
   trap_var.get(state_array[cur], state_size);
   need_send = force_send || std::memcmp(state_array[0], state_array[1], state_size) != 0;
   return need_send;

@@ -7,7 +7,7 @@
 CtrlRead::CtrlRead(unsigned int varid, unsigned int ind) : varId(varid), index(ind) {
   const unsigned int length =
       static_cast<unsigned int>(std::snprintf(name, sizeof name, "CV-%u-I-%u", varid, ind));
-  CTRL_ASSERT(length < sizeof name);
+  CTRL_ASSERT_ABOUT(length < sizeof name, AssertSubject::CONTROL, varid, ind);
 }
 
 CtrlReadVarMgr::CtrlReadVarMgr(unsigned int varid, unsigned int ind, const ReadVarMgr& readvar)
@@ -66,10 +66,15 @@ CtrlSaved::CtrlSaved(CtrlReadWrite& e, const char* confirmed, std::mutex& guard)
       entry(e),
       number(nullptr),
       text(confirmed),
-      lock(guard) {}
+      lock(guard) {
+  CTRL_ASSERT_ABOUT(confirmed != nullptr, AssertSubject::CONTROL, varId, index);
+}
 
 CTRL_DATA_TYPE CtrlSaved::getType() const {
-  return entry.getType();
+  const CTRL_DATA_TYPE type = entry.getType();
+  CTRL_ASSERT_ABOUT((type == DATA_TYPE_STRING) == (text != nullptr), AssertSubject::CONTROL, varId,
+                    index);
+  return type;
 }
 
 void CtrlSaved::get(void* buf, unsigned int size) {

@@ -78,11 +78,14 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
   CtrlReadWriteVarMgr(unsigned int varid, unsigned int ind, ReadWriteVarMgr& readwritevar);
 
   CTRL_DATA_TYPE getType() const override;
-  /// Refreshes the manager first, so a read can change its working value.
+  /// Refreshes the manager first, so a read can change its working value: after a marked change of
+  /// the group it drops a set of this variable that waits for its confirm.
   void get(void* buf, unsigned int size) override;
   void init() override;
-  /// Starts the manager's transaction and refreshes it before the check; false also when the
-  /// transaction is refused.
+  /// Starts the manager's transaction and refreshes it before the check, which drops a waiting set
+  /// as get does, also when the new value is then refused; false also when the transaction is
+  /// refused. Nothing here or in the registry calls endXaction: a manager with a real transaction
+  /// ends it in commit, and takes a start behind a start.
   bool validate(const void* buf, unsigned int size) const override;
   /// Always 0: the manager forces the value into its bounds.
   int set(const void* buf, unsigned int size) override;
@@ -104,14 +107,19 @@ class CtrlReadWriteVarMgr : public CtrlReadWrite {
 class CtrlSaved : public CtrlReadWrite {
  public:
   /// `e`: the entry. `confirmed`: the global of its integer or boolean variable. `guard`: a mutex
-  /// of the application, one for any number of controls. All outlive this object. Nobody holds
-  /// `guard` when calling what calls this object: initPresets, Save_now, Stop and Test of Preset.
+  /// of the application, one for any number of controls. All are there before this object and
+  /// outlive it; the entry's numbers are read here, so that it stands in front of this object in
+  /// one file. Nobody holds `guard` when calling what calls this object: initPresets, and of Preset
+  /// Save_now, Stop, Var_commit, xml_serialize and Test. The entry's confirm runs with it held, and
+  /// takes it no second time.
+  /// REQUIRES: `e` is an integer or boolean control; getType, at the latest in initPresets, checks.
   CtrlSaved(CtrlReadWrite& e, const int& confirmed, std::mutex& guard);
   /// A global of another type would be copied here and never looked at again.
   CtrlSaved(CtrlReadWrite& e, const int&& confirmed, std::mutex& guard) = delete;
-  /// The first form for a text; `confirmed` is zero-terminated.
+  /// The first form for a text control; `confirmed` is zero-terminated. REQUIRES: it is not null.
   CtrlSaved(CtrlReadWrite& e, const char* confirmed, std::mutex& guard);
 
+  /// The entry's. REQUIRES: the global is of this kind.
   CTRL_DATA_TYPE getType() const override;
   /// The confirmed value. Any thread; waits for `guard`.
   void get(void* buf, unsigned int size) override;

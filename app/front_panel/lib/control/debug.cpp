@@ -11,6 +11,8 @@
 
 namespace {
 
+thread_local const AssertSubject* subject = nullptr;
+
 std::mutex guardLock;  // for the two below
 unsigned int guards = 0;
 bool standsIn[STDERR_FILENO + 1] = {};  // the null device is at this descriptor, and is ours
@@ -35,6 +37,15 @@ void standIn(int fd) {
 
 }  // namespace
 
+AssertSubject::AssertSubject(const char* what, unsigned int first, unsigned int second)
+    : form(what), number(first), index(second), outer(subject) {
+  subject = this;
+}
+
+AssertSubject::~AssertSubject() {
+  subject = outer;
+}
+
 void __assert(const char* expr, const char* file, int line) noexcept {
   std::printf("Assertion failed: %s, file %s, line %d\n", expr, file, line);
   std::fflush(stdout);
@@ -49,6 +60,9 @@ void ctrlAssertFailed(const char* expr, const char* file, int line, const char* 
   char text[512];
   // The condition is cut rather than the name of the function behind it.
   std::snprintf(text, sizeof text, "%.350s, function %.128s", expr, func);
+  if (subject != nullptr) {
+    std::printf(subject->form, subject->number, subject->index);
+  }
   __assert(text, file, line);
 }
 

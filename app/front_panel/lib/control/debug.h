@@ -3,8 +3,9 @@
 //
 // CTRL_ASSERT guards an invariant that only a fault in the program can break, never a value that
 // came from outside. It is checked in every build. A failed one is reported on standard output,
-// which is flushed, and the process ends by abort; nothing is unwound. Any thread may fail one,
-// and no memory is allocated for it.
+// which is flushed, and the process ends by abort; nothing is unwound. Where it is about a control
+// or a row of a table, a line in front names that. Any thread may fail one, and no memory is
+// allocated for it.
 #pragma once
 
 /// The assertion handler: writes "Assertion failed: %s, file %s, line %d\n" to standard output and
@@ -35,6 +36,38 @@ class StreamGuard {
   ~StreamGuard();
 };
 
+/// What the assertions are about that fail on this thread while the object lives: it stands in a
+/// line of its own in front of theirs. The object made last counts. For work at start-up and on
+/// lists of rows; a request names its control with CTRL_ASSERT_ABOUT, which costs nothing.
+class AssertSubject {
+ public:
+  static constexpr char CONTROL[] = "Control %u, index %u:\n";  ///< variable id and variable index
+  static constexpr char FAMILY[] = "Control family %u:\n";      ///< variable id
+  static constexpr char PRESET_ROW[] = "Row %u, counted from 0, of the preset list:\n";  ///< row
+
+  /// `what`: one of the forms above, or another with its numbers; it is kept and not copied.
+  explicit AssertSubject(const char* what, unsigned int first = 0, unsigned int second = 0);
+  AssertSubject(const AssertSubject&) = delete;
+  AssertSubject& operator=(const AssertSubject&) = delete;
+  ~AssertSubject();
+
+  /// Goes on to the next row.
+  void next() { ++number; }
+
+ private:
+  friend void ctrlAssertFailed(const char* expr, const char* file, int line, const char* func);
+
+  const char* const form;
+  unsigned int number;
+  const unsigned int index;
+  const AssertSubject* const outer;
+};
+
 /// REQUIRES `cond`; a false one is a fatal assertion. `cond` is evaluated exactly once.
 #define CTRL_ASSERT(cond) \
   ((cond) ? static_cast<void>(0) : ctrlAssertFailed(#cond, __FILE__, __LINE__, __func__))
+
+/// CTRL_ASSERT with the arguments of an AssertSubject behind the condition.
+#define CTRL_ASSERT_ABOUT(cond, ...) \
+  ((cond) ? static_cast<void>(0)     \
+          : (AssertSubject(__VA_ARGS__), ctrlAssertFailed(#cond, __FILE__, __LINE__, __func__)))

@@ -93,7 +93,7 @@ int NetTrap::Lookup_specific(unsigned int varid, unsigned int index, int data,
   }
   const unsigned int i1 = index & 0xFF;
   const unsigned int i2 = (index >> 8) & 0xFF;
-  CTRL_ASSERT(i2 < row->m_d2);
+  CTRL_ASSERT_ABOUT(i2 < row->m_d2, AssertSubject::CONTROL, varid, index);
   control_id = row->m_controlid;
   return static_cast<int>(row->m_base + static_cast<unsigned int>(data) +
                           2 * (i2 * row->m_d1 + i1));

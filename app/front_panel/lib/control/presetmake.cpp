@@ -22,7 +22,8 @@ void raiseVersion(const verPresetField_t& row, unsigned int& ver) {
 unsigned long presetListVersion(const verPresetField_t* list) {
   CTRL_ASSERT(list != nullptr);
   unsigned int maxVer = 0;
-  for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (const verPresetField_t* row = list; row->field != nullptr; ++row, about.next()) {
     raiseVersion(*row, maxVer);
   }
   return maxVer;
@@ -31,7 +32,8 @@ unsigned long presetListVersion(const verPresetField_t* list) {
 unsigned long initPreset(const verPresetField_t* list) {
   CTRL_ASSERT(list != nullptr);
   unsigned int maxVer = 0;
-  for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (const verPresetField_t* row = list; row->field != nullptr; ++row, about.next()) {
     raiseVersion(*row, maxVer);
     row->field->init();
   }
@@ -42,7 +44,8 @@ int resetPreset(const verPresetField_t* list) {
   CTRL_ASSERT(list != nullptr);
   int result = 0;
   const verPresetField_t* end = list;  // behind the last row reached
-  for (; end->field != nullptr && result == 0; ++end) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (; end->field != nullptr && result == 0; ++end, about.next()) {
     if (isPresetCurrent(*end)) {
       result = end->field->reset();
     }
@@ -73,7 +76,8 @@ int createPreset(void* buf, unsigned int size, unsigned int verSize, const verPr
   unsigned int preSize = presetBits(size - verSize);
   unsigned int maxVer = 0;
   unsigned int ret = 0;
-  for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (const verPresetField_t* row = list; row->field != nullptr; ++row, about.next()) {
     if (isPresetCurrent(*row)) {
       const int bits = row->field->set(&pre, preSize, bit);
       if (bits < 0) {
@@ -97,7 +101,8 @@ int createPreset(void* buf, unsigned int size, unsigned int verSize, const verPr
 int applyPreset(void* /*buf*/, unsigned int /*size*/, unsigned int /*verSize*/,
                 const verPresetField_t* list) {
   CTRL_ASSERT(list != nullptr);
-  for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (const verPresetField_t* row = list; row->field != nullptr; ++row, about.next()) {
     if (row->field->commit() != 0) {
       return -1;
     }

@@ -25,7 +25,7 @@ constexpr unsigned int PRESET_VER_SIZE_MAX = 4;
 struct verPresetField_t {
   unsigned long ver;     ///< list version that brought the row in
   unsigned long remove;  ///< list version that took it out, or PRESET_FIELD_VALID
-  PresetField* field;    ///< null closes the list
+  PresetField* field;    ///< held by address, as its variable is; null closes the list
 };
 
 /// The version `v` as the 32-bit number that counts, also where an unsigned long is wider.

@@ -137,7 +137,8 @@ recall_t Recall::stage() {
   void* pre = const_cast<unsigned char*>(image + verBytes);
   unsigned int bit = BYTE_MSBIT;
   unsigned int room = presetBits(imageSize - verBytes);
-  for (const verPresetField_t* row = list; row->field != nullptr; ++row) {
+  AssertSubject about(AssertSubject::PRESET_ROW);
+  for (const verPresetField_t* row = list; row->field != nullptr; ++row, about.next()) {
     const role_t r = role(*row);
     if (r == ROLE_SKIP) {
       const unsigned int bits = recallField(*row)->recallWidth();

@@ -103,23 +103,16 @@ void keepDamagedFile() {
   }
 }
 
-bool namesAreDistinct(CtrlReadWrite** rwp) {
+// Each name has to be an element of the file, and of one control alone.
+void checkTable(CtrlReadWrite** rwp) {
   std::set<std::string> names;
   for (; *rwp != nullptr; ++rwp) {
-    if (!names.insert((*rwp)->getName()).second) {
-      return false;
-    }
+    const AssertSubject about(AssertSubject::CONTROL, (*rwp)->getVarID(), (*rwp)->getIndex());
+    const char* const name = (*rwp)->getName();
+    CTRL_ASSERT(eternity::isElementName(name));
+    CTRL_ASSERT(names.insert(name).second);
+    (*rwp)->getType();  // that of a CtrlSaved checks its own kind
   }
-  return true;
-}
-
-bool namesAreElements(CtrlReadWrite** rwp) {
-  for (; *rwp != nullptr; ++rwp) {
-    if (!eternity::isElementName((*rwp)->getName())) {
-      return false;
-    }
-  }
-  return true;
 }
 
 enum restore_t { RESTORED, UNREADABLE, BROKEN };
@@ -165,8 +158,7 @@ Preset* Preset::Instance() {
 
 void Preset::Init(CtrlReadWrite** rwp) {
   CTRL_ASSERT(rwp != nullptr);
-  CTRL_ASSERT(namesAreElements(rwp));
-  CTRL_ASSERT(namesAreDistinct(rwp));
+  checkTable(rwp);
   std::puts("Preset init...");
   m_rwp = rwp;
 }

@@ -49,12 +49,24 @@ void registerFamily(unsigned int varId, const unsigned int* dim, unsigned int nd
   ctrl_register_rw(varId, dim, ndim, conv, array);
 }
 
+unsigned int familySize(unsigned int id, unsigned int idx, const unsigned int* d, unsigned int nd) {
+  const AssertSubject about(AssertSubject::CONTROL, id, idx);
+  return calcSize(d, nd);
+}
+
 }  // namespace
 
 template <class Entry>
-CtrlFamily<Entry>::CtrlFamily(bool& ainit, Entry** arr, unsigned int arrSize, const unsigned int* d,
-                              unsigned int nd, CmdStsIdx2ArrIdxFn c)
-    : ctrlArrInit(ainit), ctrlArr(arr), ctrlArrSize(calcSize(d, nd)), dim(d), numDim(nd), conv(c) {
+CtrlFamily<Entry>::CtrlFamily(unsigned int id, unsigned int idx, bool& ainit, Entry** arr,
+                              unsigned int arrSize, const unsigned int* d, unsigned int nd,
+                              CmdStsIdx2ArrIdxFn c)
+    : ctrlArrInit(ainit),
+      ctrlArr(arr),
+      ctrlArrSize(familySize(id, idx, d, nd)),
+      dim(d),
+      numDim(nd),
+      conv(c) {
+  const AssertSubject about(AssertSubject::CONTROL, id, idx);
   CTRL_ASSERT(ctrlArr != nullptr);
   CTRL_ASSERT(ctrlArrSize > 0);
   CTRL_ASSERT(ctrlArrSize <= arrSize);
@@ -69,6 +81,7 @@ void CtrlFamily<Entry>::join(Entry* entry, unsigned int id, unsigned int idx) co
     std::fill_n(ctrlArr, ctrlArrSize, nullptr);
     registerFamily(id, dim, numDim, conv, ctrlArr);
   }
+  const AssertSubject about(AssertSubject::CONTROL, id, idx);
   const unsigned int i = conv(idx, dim, numDim);
   CTRL_ASSERT(i < ctrlArrSize);
   CTRL_ASSERT(ctrlArr[i] == nullptr);
@@ -82,7 +95,7 @@ SimpleCtrlReadVarMgr::SimpleCtrlReadVarMgr(unsigned int id, unsigned int idx, co
                                            bool& ainit, CtrlRead** arr, unsigned int arrSize,
                                            const unsigned int* d, unsigned int nd,
                                            CmdStsIdx2ArrIdxFn c)
-    : CtrlReadVarMgr(id, idx, var), family(ainit, arr, arrSize, d, nd, c) {}
+    : CtrlReadVarMgr(id, idx, var), family(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlReadVarMgr::init() {
   family.join(this, varId, index);
@@ -93,7 +106,7 @@ SimpleCtrlReadWriteVarMgr::SimpleCtrlReadWriteVarMgr(unsigned int id, unsigned i
                                                      CtrlReadWrite** arr, unsigned int arrSize,
                                                      const unsigned int* d, unsigned int nd,
                                                      CmdStsIdx2ArrIdxFn c)
-    : CtrlReadWriteVarMgr(id, idx, var), family(ainit, arr, arrSize, d, nd, c) {}
+    : CtrlReadWriteVarMgr(id, idx, var), family(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlReadWriteVarMgr::init() {
   CtrlReadWriteVarMgr::init();
@@ -108,7 +121,7 @@ SimpleCtrlCmd::SimpleCtrlCmd(unsigned int id, unsigned int idx, const bounds_t* 
       numBounds(calcNumBounds(b)),
       val(0),
       overflow(o),
-      family(ainit, arr, arrSize, d, nd, c) {}
+      family(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlCmd::get(void* buf, unsigned int size) {
   if (size > 0) {

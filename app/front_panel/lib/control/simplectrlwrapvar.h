@@ -36,11 +36,12 @@ class CtrlFamily {
                 "a family holds pointers to CtrlRead or to CtrlReadWrite");
 
  public:
-  /// `ainit`: the family's flag. `arr`, `arrSize`: its array and the capacity in elements. `d`,
-  /// `nd`: its dimensions, not copied, and their number; `c`: its converter, or null.
+  /// `id`, `idx`: the member, for the report of a fault. `ainit`: the family's flag. `arr`,
+  /// `arrSize`: its array and the capacity in elements. `d`, `nd`: its dimensions, not copied, and
+  /// their number; `c`: its converter, or null. What `ainit`, `arr` and `d` refer to outlives this.
   /// REQUIRES: `arr` is not null and holds all members; checkDims and checkConv are content.
-  CtrlFamily(bool& ainit, Entry** arr, unsigned int arrSize, const unsigned int* d, unsigned int nd,
-             CmdStsIdx2ArrIdxFn c);
+  CtrlFamily(unsigned int id, unsigned int idx, bool& ainit, Entry** arr, unsigned int arrSize,
+             const unsigned int* d, unsigned int nd, CmdStsIdx2ArrIdxFn c);
 
   /// Registers the family under `id` if no member has done so, and puts `entry` into the place of
   /// the encoded index `idx`. REQUIRES: that place is inside the family, and free.
