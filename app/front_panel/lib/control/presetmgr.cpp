@@ -178,11 +178,9 @@ int PresetMgr::write(const void* buf, unsigned int len) {
     return ERR_OK;
   }
   if (isRecordInFlight(id)) {
-    dropPayload(preset.serv[1]);
-    appendPayload(preset.serv[1], type, buf, len);
+    setPayload(preset.serv[1], type, buf, len);
   } else {
-    dropPayload(preset.serv[0]);
-    appendPayload(preset.serv[0], type, buf, len);
+    setPayload(preset.serv[0], type, buf, len);
     insertWriteList(id);
   }
   preset.erased = false;

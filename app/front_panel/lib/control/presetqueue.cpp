@@ -26,14 +26,11 @@ void checkEnds(const list_t& list) {
   CTRL_ASSERT((list.size == 0) == (list.tail >= NUM_PRESETS));
 }
 
+// A member has another one in front of it or is the head.
 bool contains(const queue_t& q, unsigned int id) {
   CTRL_ASSERT(id < NUM_PRESETS);
   checkEnds(q.list);
-  unsigned int at = q.list.head;
-  while (at < NUM_PRESETS && at != id) {
-    at = store.user[at].*q.next;
-  }
-  return at == id;
+  return store.user[id].*q.prev < NUM_PRESETS || q.list.head == id;
 }
 
 // Makes `to` follow `from`, where an end mark in place of an id stands for the list's own end.
@@ -162,7 +159,14 @@ void dropPayload(presetServ_t& serv) {
   initPresetServ(serv);
 }
 
-void appendPayload(presetServ_t& serv, unsigned short type, const void* buf, unsigned int len) {
+void setPayload(presetServ_t& serv, unsigned short type, const void* buf, unsigned int len) {
+  if (hasPayload(serv) && serv.size == len) {
+    std::memcpy(store.ramCopy + serv.dataStart, buf, len);
+    serv.op = PREOP_WRITE;
+    serv.type = type;
+    return;
+  }
+  dropPayload(serv);
   if (len > RAM_COPY_SIZE - store.ramCopyEnd) {
     reclaimRAMCopy();
   }

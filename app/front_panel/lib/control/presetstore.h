@@ -155,9 +155,9 @@ void dequeueDelList();
 void removeFromRAMCopy(unsigned int start, unsigned int size);
 /// Cuts the slot's payload, if it has one, out of ramCopy, and sets the slot to empty.
 void dropPayload(presetServ_t& serv);
-/// Puts `len` bytes at the end of ramCopy as the slot's payload, to be written under `type`.
-/// REQUIRES: they fit the RAM copy beside the payloads of all slots.
-void appendPayload(presetServ_t& serv, unsigned short type, const void* buf, unsigned int len);
+/// Makes the `len` bytes at `buf` the slot's payload, to be written under `type`: in the place of one
+/// of equal size, else at the end of ramCopy. REQUIRES: they fit it beside all other payloads.
+void setPayload(presetServ_t& serv, unsigned short type, const void* buf, unsigned int len);
 
 /// One pass of the service. True when it is idle; false while something is in flight or a further
 /// pass has work to do. `forceWrite` starts a batch without waiting for the timers.
