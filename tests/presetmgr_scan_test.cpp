@@ -72,7 +72,7 @@ TEST_F(Scan, SoundMedia) {
       {"a stray word in the tail", abc + "@400 FFFE", found, "AE", 8192},
       {"deleted records of any id", "7FFE 0 dead:5,2,old dead:6,9999, live:5,2,ABC", found, "AE",
        30},
-      {"two live records", "7FFE 0 live:5,2,old live:9,2,newer", "2:9:newer", "AE", 26, true},
+      {"two live records", "7FFE 0 live:5,2,old live:9,2,newer", "2:9:newer", "AE", 26},
       {"never confirmed", abc + "open:6,3,half", found, "AE", 8192},
       {"just started", abc + "7FFF", found, "AE", 8192},
       {"a torn head word", abc + "E005", found, "AE", 8192},

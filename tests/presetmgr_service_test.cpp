@@ -60,7 +60,7 @@ TEST_F(Service, TheLastByteOfABlockIsUsed) {
   EXPECT_THAT(run(), EndsWith(" 16382=6262 8196=3FFF 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0"));
 }
 
-TEST_F(Service, FormatErasesBothBlocksAndProgramsNothing) {
+TEST_F(Service, FormatErasesBothBlocksAndOrdinarilyProgramsNothing) {
   for (const char* const start : {"7FFE 0 live:1,0,x", "7FFF live0:1,0,converted"}) {
     rig.restartOn(Image(start));
     rig.write(2, "something to do");
@@ -68,6 +68,21 @@ TEST_F(Service, FormatErasesBothBlocksAndProgramsNothing) {
     PresetMgr::format();
     EXPECT_EQ(run(), " erase 0 erase 1");
   }
+  rig.restartOn(Image("7FFE 0 live:1,300,bad @8192 7FFE 0 live:1,300,bad"));
+  PresetMgr::format();
+  EXPECT_EQ(run(), " 0=EFFF 8192=EFFF erase 0 erase 1");
+}
+
+// Two live records of an id cost nothing until a deletion of the later one would bring the earlier
+// one back.
+TEST_F(Service, ASupersededRecordIsLeftBehindWhenItMatters) {
+  rig.restartOn(Image("7FFE 0 live:5,2,old live:6,1,x live:5,2,new"));
+  rig.remove(6);
+  EXPECT_EQ(run(), " 14=1FFF");
+  rig.write(5, "z");
+  EXPECT_EQ(run(), " 32=6005 34=2 36=1 38=7AFF 32=3FFF 22=1FFF");
+  rig.remove(5);
+  EXPECT_EQ(run(), " 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0");
 }
 
 // A removal in a copy waits until the old block is gone; a rewrite does not join it a second time.

@@ -131,7 +131,8 @@ void judgeLive(const presetView_t& view, unsigned int blkid, Findings& findings)
   if (view.superseded > 0) {
     findings.note(
         text("records of block %u that are superseded and not marked deleted: %u; the store "
-             "rewrites the block without them.",
+             "leaves them behind when it rewrites the block, before a removal of their id at the "
+             "latest.",
              blkid, view.superseded));
   }
   if (blk.version == 0) {

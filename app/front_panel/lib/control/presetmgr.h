@@ -88,7 +88,8 @@ class PresetMgr {
   static int flush();
 
   /// Empties the user store. Open handles lose their entries: read and write return ERR_NOT_OPEN.
-  /// The medium is erased by the passes that follow.
+  /// The medium is erased by the passes that follow. A power cut before flush has returned 0 may
+  /// leave presets; one inside an erase may leave them damaged.
   static void format();
 
   /// Installs the factory image of `len` bytes at `buf`, which stays valid and unchanged while it

@@ -100,6 +100,7 @@ void initPreset(preset_t& preset) {
   initPresetServ(preset.serv[0]);
   initPresetServ(preset.serv[1]);
   preset.fladdr = NO_ADDR;
+  preset.superseded = false;
   preset.acc = PM_READ;
   preset.useCount = 0;
   preset.prevWrite = preset.nextWrite = NUM_PRESETS;

@@ -61,12 +61,11 @@ void copyToRAM(const PresetWords& words, const presetRec_t& rec) {
   store.ramCopyEnd += rec.size;
 }
 
-// A live record into the index. An earlier one of its id is superseded by it but stands on the
-// medium, where it would come back once this one is deleted. A block copy leaves it behind. Its
-// payload's bytes in ramCopy are dead.
+// A live record into the index. An earlier one of its id is superseded by it; its payload's bytes
+// in ramCopy are dead.
 void takeRecord(const PresetWords& words, const presetRec_t& rec) {
   preset_t& preset = store.user[rec.id];
-  store.forceCopy = store.forceCopy || !preset.erased;
+  preset.superseded = !preset.erased;
   fillEntry(preset, store.ramCopyEnd, rec.type, rec.size);
   preset.fladdr = rec.addr;
   copyToRAM(words, rec);
@@ -122,7 +121,7 @@ void PresetMgr::initGlob() {
   }
   store.blkState[blkid] = BLK_ALLOC;
   store.blkReadsValid[blkid] = false;
-  store.forceCopy = store.forceCopy || ver != CUR_VER;
+  store.forceCopy = ver != CUR_VER;
 }
 
 int PresetMgr::setFactory(void* buf, unsigned int len) {
@@ -157,8 +156,7 @@ void PresetMgr::format() {
   initGlob();
   cancelService();
   clearUser();
-  for (unsigned int id = 0; id < TOTAL_FLASH_BLKS; ++id) {
-    store.blkState[id] = BLK_DEALLOC;
-    store.blkReadsValid[id] = false;
+  for (blkState_t& state : store.blkState) {
+    state = BLK_DEALLOC;
   }
 }

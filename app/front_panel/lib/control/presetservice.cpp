@@ -3,23 +3,37 @@
 // Each pass polls the operation in flight and then starts at most one more. The operation in
 // flight is `action`:
 //
-//   from             when                                              to
-//   any              a block has to go that still reads valid          ACT_BLK_INVALID
-//   any              a block has to go                                 ACT_ERASE_BLK
-//   any, no copy     a removed preset's record is live                 ACT_PRE_DEL
-//   any              a batch or a copy has a record to write           ACT_PRE_WRITE
-//   ACT_PRE_WRITE    the record has words left                         ACT_PRE_WRITE
-//   any, in a copy   the record does not fit: the copy starts over     ACT_ERASE_BLK
-//   any, in a copy   every live entry has a record in the target       ACT_BLK_VER
-//   ACT_BLK_VER      word done                                         ACT_BLK_VALID1
-//   ACT_BLK_VALID1   word done                                         ACT_BLK_VALID2
-//   ACT_BLK_VALID2   word done, there is an old block                  ACT_BLK_INVALID
-//   any              no trigger                                        ACT_NONE
+//   from             when                                                to
+//   any              a block that is given up still reads valid          ACT_BLK_INVALID
+//   any              a block has to go                                   ACT_ERASE_BLK
+//   any, no copy     the one live record of a removed preset stands      ACT_PRE_DEL
+//   any              a batch or a copy has a record to write             ACT_PRE_WRITE
+//   ACT_PRE_WRITE    the record has words left, as below                 ACT_PRE_WRITE
+//   any, in a copy   the record does not fit: the copy starts over       ACT_ERASE_BLK
+//   any, in a copy   every live entry has a record in the target         ACT_BLK_VER
+//   ACT_BLK_VER      word done                                           ACT_BLK_VALID1
+//   ACT_BLK_VALID1   word done                                           ACT_BLK_VALID2
+//   ACT_BLK_VALID2   word done, there is an old block                    ACT_BLK_INVALID
+//   any but erases   format overtakes the word in flight                 ACT_OVERTAKEN
+//   any              no trigger                                          ACT_NONE
 //
 // "Any" leaves out the states that always go to a next one. The order of the first rows is their
-// priority. What a power cut relies on: a new record is confirmed before the older one of its id is
-// deleted; a new block is complete before its block word, and valid before the old block is
-// invalidated; a block is invalidated before it is erased.
+// priority. Within ACT_PRE_WRITE, `numWrBytes` tells the word in flight and so the next one; n is
+// the size of the payload, rounded up to even:
+//
+//   numWrBytes    in flight                                              next
+//   0             bit 15 of the head word, if it is cleared alone        head word
+//   2             head word                                              id
+//   4             id                                                     size
+//   6 to n + 4    size or a word of the payload                          word of the payload
+//   n + 6         last word of the payload                               confirm mask
+//   n + 8         confirm mask, and an older record of the id is live    delete mask on that record
+//   n + 8         confirm mask or delete mask                            the record is finished
+//
+// What a power cut relies on: a new record is confirmed before the older one of its id is deleted;
+// a removed preset's record is deleted only if no earlier live one of its id stands in the log; a
+// new block is complete before its block word, and valid before the old block is invalidated; every
+// block that is given up is invalidated before anything is erased.
 #include <cstring>
 
 #include "bytes.h"
@@ -52,19 +66,20 @@ void programDelete(servAction_t action, preset_t& preset) {
 void startErase(unsigned int blkid) {
   serv.action = ACT_ERASE_BLK;
   serv.blkid = blkid;
-  store.blkReadsValid[blkid] = false;
   pfBlkEraseNoWait(blkid);
 }
 
-// The block that a copy fills: not the live one, and block 0 when there is none.
-unsigned int targetBlk() {
-  return store.blkState[0] == BLK_ALLOC ? 1 : 0;
+// Invalidates a block that reads valid; its erase follows.
+void giveUp(unsigned int blkid) {
+  store.blkState[blkid] = BLK_DEALLOC;
+  store.blkReadsValid[blkid] = false;
+  program(ACT_BLK_INVALID, getBlkAddr(blkid), BLK_MASK_INVALID);
 }
 
-// Store address of the block that a copy has filled: the one that holds the last byte of the log,
-// also when the log fills it to the end.
-unsigned int copiedBlkAddr() {
-  return getBlkAddr(getBlkId(store.flashAddrEnd - 1));
+// The block that the log is in: the one with its last byte, also when the log fills it to the end.
+// During a copy that is the target.
+unsigned int logBlk() {
+  return getBlkId(store.flashAddrEnd - 1);
 }
 
 // Bytes of the record of a payload of `size` bytes.
@@ -74,9 +89,8 @@ unsigned int recordSize(unsigned int size) {
 
 // Tells whether `size` more bytes fit the block that the log is in.
 bool fitsLog(unsigned int size) {
-  const unsigned int blkid = serv.blkCopyOp ? targetBlk() : store.blkState[1] == BLK_ALLOC ? 1 : 0;
-  const unsigned int end = getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE - (store.lastWordDirty ? 2 : 0);
-  return store.flashAddrEnd + size <= end;
+  const unsigned int end = getBlkAddr(logBlk()) + FLASH_PARM_BLK_SIZE;
+  return store.flashAddrEnd + size <= end - (store.lastWordDirty ? 2 : 0);
 }
 
 void setTimersAfterBatch() {
@@ -92,7 +106,7 @@ void setTimersAfterBatch() {
 void finishCopy() {
   setTimersAfterBatch();
   serv.blkCopyOp = false;
-  program(ACT_BLK_VER, copiedBlkAddr() + 2, BLK_WORD_VERSION);
+  program(ACT_BLK_VER, getBlkAddr(logBlk()) + 2, BLK_WORD_VERSION);
 }
 
 // The target has no room left, since payloads have grown or ids changed while it was filled. It is
@@ -100,28 +114,30 @@ void finishCopy() {
 void restartCopy() {
   serv.blkCopyOp = false;
   store.forceCopy = true;
-  store.blkState[targetBlk()] = BLK_DEALLOC;
-  startErase(targetBlk());
+  store.blkState[logBlk()] = BLK_DEALLOC;
+  startErase(logBlk());
 }
 
 // Turns the queues into a copy of all live entries in ascending order, records from here on going
-// to the target. Its first bytes stay erased until the copy is finished. What was to be deleted
-// stays behind in the old block.
+// to the target: the block that is not live, or block 0. Its first bytes stay erased until the copy
+// is finished. What was to be deleted or is superseded stays behind in the old block.
 void setUpCopy() {
   serv.blkCopyOp = true;
   serv.numPreWrite = 0;
   store.forceCopy = false;
   store.lastWordDirty = false;
   for (unsigned int id = 0; id < NUM_PRESETS; ++id) {
-    store.user[id].fladdr = NO_ADDR;
-    if (!store.user[id].erased) {
+    preset_t& preset = store.user[id];
+    preset.fladdr = NO_ADDR;
+    preset.superseded = false;
+    if (!preset.erased) {
       insertWriteList(id);
     }
   }
   while (store.delList.size > 0) {
     dequeueDelList();
   }
-  store.flashAddrEnd = getBlkAddr(targetBlk()) + PRESET_BLK_HDR_SIZE;
+  store.flashAddrEnd = getBlkAddr(store.blkState[0] == BLK_ALLOC ? 1 : 0) + PRESET_BLK_HDR_SIZE;
 }
 
 // Programs the head word of the record of `curOp`.
@@ -249,13 +265,12 @@ void finishDelete() {
 
 // The target is valid. False when there is no old block to be given up.
 bool takeOver() {
-  const unsigned int blkid = getBlkId(copiedBlkAddr());
+  const unsigned int blkid = logBlk();
   store.blkState[blkid] = BLK_ALLOC;
   if (store.blkState[1 - blkid] == BLK_ERASED) {
     return false;
   }
-  store.blkState[1 - blkid] = BLK_DEALLOC;
-  program(ACT_BLK_INVALID, getBlkAddr(1 - blkid), BLK_MASK_INVALID);
+  giveUp(1 - blkid);
   return true;
 }
 
@@ -266,6 +281,7 @@ bool continueOperation() {
   switch (done) {
     case ACT_NONE:
     case ACT_BLK_INVALID:
+    case ACT_OVERTAKEN:
       break;
     case ACT_ERASE_BLK:
       store.blkState[serv.blkid] = BLK_ERASED;
@@ -276,10 +292,10 @@ bool continueOperation() {
     case ACT_PRE_WRITE:
       return continueRecord();
     case ACT_BLK_VER:
-      program(ACT_BLK_VALID1, copiedBlkAddr(), BLK_WORD_COPIED);
+      program(ACT_BLK_VALID1, getBlkAddr(logBlk()), BLK_WORD_COPIED);
       return true;
     case ACT_BLK_VALID1:
-      program(ACT_BLK_VALID2, copiedBlkAddr(), BLK_WORD_VALID);
+      program(ACT_BLK_VALID2, getBlkAddr(logBlk()), BLK_WORD_VALID);
       return true;
     case ACT_BLK_VALID2:
       return takeOver();
@@ -289,26 +305,33 @@ bool continueOperation() {
 
 bool startErases() {
   for (unsigned int blkid = 0; blkid < TOTAL_FLASH_BLKS; ++blkid) {
-    if (store.blkState[blkid] != BLK_DEALLOC) {
-      continue;
-    }
     if (store.blkReadsValid[blkid]) {
-      store.blkReadsValid[blkid] = false;
-      program(ACT_BLK_INVALID, getBlkAddr(blkid), BLK_MASK_INVALID);
-    } else {
-      startErase(blkid);
+      giveUp(blkid);
+      return true;
     }
-    return true;
+  }
+  for (unsigned int blkid = 0; blkid < TOTAL_FLASH_BLKS; ++blkid) {
+    if (store.blkState[blkid] == BLK_DEALLOC) {
+      startErase(blkid);
+      return true;
+    }
   }
   return false;
 }
 
+// A deletion that would bring an earlier record of the id back is left to a copy, which takes what
+// is left of the batch along.
 bool startDelete() {
   if (store.forceCopy || serv.blkCopyOp || store.delList.size == 0) {
     return false;
   }
   const unsigned int id = store.delList.head;
   CTRL_ASSERT(id < NUM_PRESETS && hasRecord(store.user[id]));
+  if (store.user[id].superseded) {
+    store.forceCopy = true;
+    serv.numPreWrite = 0;
+    return false;
+  }
   store.curOp = id;
   programDelete(ACT_PRE_DEL, store.user[id]);
   return true;
@@ -394,7 +417,7 @@ bool doService(bool forceWrite) {
 
 void cancelService() {
   if (serv.action != ACT_NONE && serv.action != ACT_ERASE_BLK) {
-    serv.action = ACT_BLK_INVALID;
+    serv.action = ACT_OVERTAKEN;
   }
   serv.numPreWrite = 0;
   serv.blkCopyOp = false;

@@ -40,6 +40,7 @@ struct preset_t {
   bool erased;            ///< holds no preset
   presetServ_t serv[2];   ///< [0]: present payload; [1]: what arrives while [0] is being written
   unsigned int fladdr;    ///< store address of the record of this entry; NO_ADDR for none
+  bool superseded;        ///< the log has an earlier live record of this id, too
   pmAccess_t acc;         ///< access of the latest opener
   unsigned int useCount;  ///< open handles
   unsigned int prevWrite, nextWrite;  ///< links of writeList
@@ -67,8 +68,8 @@ enum servAction_t {
   ACT_BLK_VER = 4,      ///< version word of the copied block
   ACT_BLK_VALID1 = 5,   ///< its block word 0xFFFE
   ACT_BLK_VALID2 = 6,   ///< its block word 0x7FFE
-  ACT_BLK_INVALID = 7,  ///< a word that nothing but its completion follows: mask 0xEFFF on the
-                        ///< word of a block that is given up, or any word that format overtook
+  ACT_BLK_INVALID = 7,  ///< mask 0xEFFF on the word of a block that is given up
+  ACT_OVERTAKEN = 8,    ///< any word that format overtook: nothing but its completion follows
 };
 
 // What stays true between two passes of the service:
@@ -93,7 +94,7 @@ struct presetStore_t {
   list_t delList;                 ///< entries whose record is to be marked deleted, oldest first
   unsigned int curOp;             ///< id that the operation in flight is for; else NUM_PRESETS
   blkState_t blkState[TOTAL_FLASH_BLKS];  ///< by block id
-  bool blkReadsValid[TOTAL_FLASH_BLKS];   ///< BLK_DEALLOC, to be invalidated before its erase
+  bool blkReadsValid[TOTAL_FLASH_BLKS];   ///< given up and still valid, to be invalidated first
   unsigned int flashAddrEnd;              ///< store address at which the next word of the log goes
   bool lastWordDirty;                     ///< the last word of the log's block cannot be used
   unsigned char ramCopy[RAM_COPY_SIZE];   ///< payloads, in no particular order
