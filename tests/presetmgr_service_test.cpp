@@ -85,17 +85,19 @@ TEST_F(Service, ASupersededRecordIsLeftBehindWhenItMatters) {
   EXPECT_EQ(run(), " 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0");
 }
 
-// A removal in a copy waits until the old block is gone; a rewrite does not join it a second time.
-TEST_F(Service, ACopyTakesEachEntryOnce) {
+// A removal in a copy waits until the old block is gone, and so does what would come out of order.
+TEST_F(Service, ACopyTakesEachEntryOnceByRisingId) {
   rig.restartOn(Image("7FFF live0:1,0,a live0:2,1,b live0:3,2,c"));
   EXPECT_EQ(run(6), " 8196=6001 8198=0 8200=1 8202=61FF 8196=3FFF 8204=6002");
   rig.remove(1);
   rig.write(4, "d");  // in the same entry
+  rig.write(5, "e");
   rig.write(3, "C");
   EXPECT_EQ(run(),
             " 8206=1 8208=1 8210=62FF 8204=3FFF 8212=6003 8214=2 8216=1 8218=43FF 8212=3FFF"
+            " 8220=6005 8222=3 8224=1 8226=65FF 8220=3FFF"
             " 8194=0 8192=FFFE 8192=7FFE 0=EFFF erase 0"
-            " 8196=1FFF 8220=6004 8222=0 8224=1 8226=64FF 8220=3FFF");
+            " 8196=1FFF 8228=6004 8230=0 8232=1 8234=64FF 8228=3FFF");
 }
 
 TEST_F(Service, AVersion0BlockIsConvertedByServiceAlone) {

@@ -125,18 +125,21 @@ void PfSimMedium::startErase(unsigned int id) {
   }
 }
 
-// Sets some bits of the block at `addr`: by the seed few or nearly all, here and there or up to a
-// place within the block.
+// Sets some bits of the block at `addr`: by the seed hardly any or nearly all, here and there or up
+// to a place within the block, and of its first two words at times only the bit that invalidates
+// it.
 void PfSimMedium::tearErase(unsigned int addr) {
   const unsigned int shape = nextRandom(random);
   const unsigned int front = (shape & 4) != 0 ? nextRandom(random) % FLASH_PARM_BLK_SIZE : 0;
   for (unsigned int i = 0; i < FLASH_PARM_BLK_SIZE; i += 2) {
     unsigned int set = nextRandom(random);
-    if ((shape & 1) != 0) {
-      set = (shape & 2) != 0 ? set | nextRandom(random) : set & nextRandom(random);
+    for (unsigned int n = shape >> 12; n > 0; --n) {
+      set = (shape & 1) != 0 ? set & nextRandom(random) : set | nextRandom(random);
     }
     if (front != 0) {
       set = i < front ? 0xFFFF : (shape & 2) != 0 ? set & 0x1111 : 0;
+    } else if ((shape & 8) != 0 && i < 4) {
+      set = i == 0 ? 0x1000 : 0;
     }
     unsigned char* const at = content.bytes + addr + i;
     putBigEndian(at, 2, getBigEndian(at, 2) | set);

@@ -40,17 +40,15 @@ enum rank_t {
   RANK_CORRUPT,
   RANK_VERSION0,
   RANK_LOG,            // a sound log that has been appended to
-  RANK_FINISHED_COPY,  // a log as a block copy leaves it: no deletion, no rewrite, a clean tail
+  RANK_FINISHED_COPY,  // a log as a block copy leaves it: live records by rising id, a clean tail
 };
 
 rank_t rankBlk(const PresetWords& words, unsigned int blkid, unsigned int ver) {
-  bool seen[NUM_PRESETS] = {};
   bool asCopied = true;
+  unsigned int lowest = 0;  // id that may come next in a copy
   const presetRec_t last = presetWalkLog(words, blkid, ver, [&](const presetRec_t& rec) {
-    asCopied = asCopied && rec.state == REC_LIVE && !seen[rec.id];
-    if (rec.state == REC_LIVE) {
-      seen[rec.id] = true;
-    }
+    asCopied = asCopied && rec.state == REC_LIVE && rec.id >= lowest;
+    lowest = rec.id + 1;
   });
   if (last.state == REC_CORRUPT) {
     return RANK_CORRUPT;
@@ -78,18 +76,24 @@ bool hasGainedOnes(const PresetWords& words, const presetRec_t& a, const presetR
   return gained;
 }
 
-// Tells whether an erase of block `blkid` looks begun: a record in it is that of the other block
-// with some bits turned to ones. Both blocks look like finished copies.
-bool looksPartlyErased(const PresetWords& words, unsigned int blkid) {
+// What a finished copy says of its age beside the one in the other block.
+struct age_t {
+  unsigned int gained;   // records that are those of the other one with some bits turned to ones
+  unsigned int records;  // all of them
+};
+
+age_t ageOf(const PresetWords& words, unsigned int blkid) {
   unsigned int others[NUM_PRESETS] = {};  // store addresses, by id
   presetWalkLog(words, 1 - blkid, 1, [&](const presetRec_t& rec) { others[rec.id] = rec.addr; });
-  bool found = false;
+  const unsigned int otherEnd = getBlkAddr(1 - blkid) + FLASH_PARM_BLK_SIZE;
+  age_t age = {0, 0};
   presetWalkLog(words, blkid, 1, [&](const presetRec_t& rec) {
-    const unsigned int addr = others[rec.id];
-    const unsigned int end = getBlkAddr(getBlkId(addr)) + FLASH_PARM_BLK_SIZE;
-    found = found || (addr != 0 && hasGainedOnes(words, rec, presetReadRec(words, addr, end, 1)));
+    const unsigned int other = others[rec.id];
+    ++age.records;
+    age.gained +=
+        other != 0 && hasGainedOnes(words, rec, presetReadRec(words, other, otherEnd, 1)) ? 1 : 0;
   });
-  return found;
+  return age;
 }
 
 }  // namespace
@@ -165,8 +169,18 @@ int presetLiveBlk(const PresetWords& words) {
   if (rank0 != rank1) {
     return rank0 > rank1 ? 0 : 1;
   }
-  // Nothing else is written to either block until the old one is gone, so both hold every preset
-  // that has not changed since the copy began, and either will do: unless the old one has been
-  // invalidated, and a power cut in its erase has turned that bit back together with others.
-  return rank1 == RANK_FINISHED_COPY && looksPartlyErased(words, 1) ? 0 : 1;
+  if (rank1 != RANK_FINISHED_COPY) {
+    return 1;  // nothing that the store does leads here
+  }
+  // Until the old block has been erased nothing is appended to the new one, which is a copy as it
+  // was finished. So may the old one be, unless something was appended to it. An erase that a power
+  // cut has torn gives bits back: here the one that had invalidated the block, and others of its
+  // records. Without one, the copy has the presets that were added; a removal would have left its
+  // mark in the old log, unless it came in the middle of the copy.
+  const age_t age0 = ageOf(words, 0);
+  const age_t age1 = ageOf(words, 1);
+  if (age0.gained != age1.gained) {
+    return age0.gained < age1.gained ? 0 : 1;
+  }
+  return age0.records > age1.records ? 0 : 1;
 }

@@ -10,7 +10,7 @@
 //   any              a batch or a copy has a record to write             ACT_PRE_WRITE
 //   ACT_PRE_WRITE    the record has words left, as below                 ACT_PRE_WRITE
 //   any, in a copy   the record does not fit: the copy starts over       ACT_ERASE_BLK
-//   any, in a copy   every live entry has a record in the target         ACT_BLK_VER
+//   any, in a copy   the records of all live entries are done            ACT_BLK_VER
 //   ACT_BLK_VER      word done                                           ACT_BLK_VALID1
 //   ACT_BLK_VALID1   word done                                           ACT_BLK_VALID2
 //   ACT_BLK_VALID2   word done, there is an old block                    ACT_BLK_INVALID
@@ -109,7 +109,7 @@ void finishCopy() {
   program(ACT_BLK_VER, getBlkAddr(logBlk()) + 2, BLK_WORD_VERSION);
 }
 
-// The target has no room left, since payloads have grown or ids changed while it was filled. It is
+// The target has no room left, since payloads have grown or been removed while it was filled. It is
 // erased and filled anew. The old block has stayed valid.
 void restartCopy() {
   serv.blkCopyOp = false;
@@ -123,6 +123,7 @@ void restartCopy() {
 // is finished. What was to be deleted or is superseded stays behind in the old block.
 void setUpCopy() {
   serv.blkCopyOp = true;
+  serv.copyId = 0;
   serv.numPreWrite = 0;
   store.forceCopy = false;
   store.lastWordDirty = false;
@@ -166,17 +167,18 @@ bool startRecord(unsigned int id) {
   return true;
 }
 
-// Starts the record of the next entry that has none in the target or, when all have one, the marks
-// of the target. A copy takes each entry once: what is rewritten behind it, or is new on an id
-// whose delete is due, waits on writeList until the copy is over.
+// Starts the record of the next live entry or, behind the last one, the marks of the target. What
+// is rewritten behind it, or is new on a lower id, waits on writeList until the copy is over: a
+// finished copy has its records by rising id, which tells it from a log in use.
 void continueCopy() {
-  unsigned int id = store.writeList.head;
-  while (id < NUM_PRESETS && hasRecord(store.user[id])) {
-    id = store.user[id].nextWrite;
+  while (serv.copyId < NUM_PRESETS && store.user[serv.copyId].erased) {
+    ++serv.copyId;
   }
-  if (id >= NUM_PRESETS) {
+  if (serv.copyId >= NUM_PRESETS) {
     finishCopy();
-  } else if (!startRecord(id)) {
+  } else if (startRecord(serv.copyId)) {
+    ++serv.copyId;
+  } else {
     restartCopy();
   }
 }

@@ -80,8 +80,8 @@ enum servAction_t {
 // (4) An entry is on delList exactly while the record of a removed preset of its id stands in the
 //     log that the store appends to, or is being marked deleted. No record of the id is started
 //     meanwhile, so a delete cannot hit a later record.
-// (5) The old block of a block copy keeps its valid block word until every live entry has a
-//     complete record in the target.
+// (5) The old block of a block copy keeps its valid block word until the target has a complete
+//     record of every entry with one in the old block that has not been removed.
 
 /// The index, the RAM copy and the state of the blocks.
 struct presetStore_t {
@@ -116,6 +116,7 @@ struct presetService_t {
   unsigned int preStart;     ///< store address of the current record
   unsigned int numPreWrite;  ///< records left in the batch that is being appended
   bool blkCopyOp;            ///< a block copy is being written
+  unsigned int copyId;       ///< lowest id that the copy has not come to
 };
 
 /// The store of the process.
@@ -156,8 +157,8 @@ void dequeueDelList();
 void removeFromRAMCopy(unsigned int start, unsigned int size);
 /// Cuts the slot's payload, if it has one, out of ramCopy, and sets the slot to empty.
 void dropPayload(presetServ_t& serv);
-/// Makes the `len` bytes at `buf` the slot's payload, to be written under `type`: in the place of one
-/// of equal size, else at the end of ramCopy. REQUIRES: they fit it beside all other payloads.
+/// Makes the `len` bytes at `buf` the slot's payload, to be written under `type`: in the place of
+/// one of equal size, else at the end of ramCopy. REQUIRES: they fit it beside all other payloads.
 void setPayload(presetServ_t& serv, unsigned short type, const void* buf, unsigned int len);
 
 /// One pass of the service. True when it is idle; false while something is in flight or a further
