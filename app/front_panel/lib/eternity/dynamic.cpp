@@ -4,29 +4,22 @@
 
 namespace eternity {
 
-node* node::find(const std::string& key, int index) {
+const std::string_view* node::find(std::string_view key, int index) const {
   const auto first =
-      std::lower_bound(m_byName.begin(), m_byName.end(), key,
-                       [](const node* child, const std::string& k) { return child->m_name < k; });
-  if (index < 0 || m_byName.end() - first <= index || first[index]->m_name != key) {
+      std::lower_bound(m_children.begin(), m_children.end(), key,
+                       [](const child& each, std::string_view k) { return each.name < k; });
+  if (index < 0 || m_children.end() - first <= index || first[index].name != key) {
     return nullptr;
   }
-  return first[index];
+  return &first[index].text;
 }
 
-node& node::add(const std::string& name) {
-  m_children.emplace_back(name);
-  return m_children.back();
-}
-
+// By name, then in the order of the file.
 void node::sort() {
-  m_byName.clear();
-  m_byName.reserve(m_children.size());
-  for (node& child : m_children) {
-    m_byName.push_back(&child);
-  }
-  std::stable_sort(m_byName.begin(), m_byName.end(),
-                   [](const node* a, const node* b) { return a->m_name < b->m_name; });
+  std::sort(m_children.begin(), m_children.end(), [](const child& a, const child& b) {
+    const int order = a.name.compare(b.name);
+    return order != 0 ? order < 0 : a.name.data() < b.name.data();
+  });
 }
 
 }  // namespace eternity

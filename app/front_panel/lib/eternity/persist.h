@@ -30,6 +30,12 @@ class exception : public std::exception {
   std::string m_text;
 };
 
+/// A file that cannot be opened or read at this moment, which says nothing of what it holds.
+class unreadable : public exception {
+ public:
+  using exception::exception;
+};
+
 /// The direction of an archive. A class below decides what it reads and writes.
 class archive {
  public:

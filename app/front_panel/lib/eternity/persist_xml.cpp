@@ -3,9 +3,11 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <utility>
 
 namespace eternity {
 
@@ -16,7 +18,11 @@ constexpr char FILE_START[] = "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n
 constexpr char FILE_END[] = "</archive>\n";
 
 [[noreturn]] void failOn(const char* what, const std::string& name) {
-  throw exception(std::string(what) + name + ": " + std::strerror(errno));
+  throw unreadable(std::string(what) + name + ": " + std::strerror(errno));
+}
+
+exception tooLarge(const std::string& name) {
+  return exception(name + " is larger than " + std::to_string(xml_archive::LARGEST) + " bytes");
 }
 
 // A text never holds a zero byte; a block that the file system lost does.
@@ -26,13 +32,14 @@ std::string readFile(const std::string& name) {
     failOn("cannot open ", name);
   }
   if (!S_ISREG(status.st_mode)) {
-    throw exception(name + " is no regular file");
+    throw unreadable(name + " is no regular file");
   }
   std::ifstream in(name, std::ios::binary);
   if (!in) {
     failOn("cannot open ", name);
   }
   std::string text;
+  text.reserve(std::min(static_cast<std::size_t>(status.st_size), xml_archive::LARGEST));
   char chunk[4096];
   do {
     in.read(chunk, sizeof chunk);
@@ -40,10 +47,13 @@ std::string readFile(const std::string& name) {
     if (std::memchr(chunk, 0, count) != nullptr) {
       throw exception(name + " is damaged: it holds a zero byte");
     }
+    if (text.size() + count > xml_archive::LARGEST) {
+      throw tooLarge(name);
+    }
     text.append(chunk, count);
   } while (in);
   if (in.bad()) {
-    throw exception("cannot read " + name);
+    failOn("cannot read ", name);
   }
   return text;
 }
@@ -66,9 +76,9 @@ void xml_archive::open(const std::string& name, opening_mode mode) {
   finish();
   m_dBranches.clear();
   if (mode == load) {
-    const std::string file = readFile(name);
+    std::string file = readFile(name);
     try {
-      m_pCurElement = m_oParser.parse(file, ROOT);
+      m_pCurElement = m_oParser.parse(std::move(file), ROOT);
     } catch (const exception& e) {
       throw exception(name + ": " + e.what());
     }
@@ -76,26 +86,27 @@ void xml_archive::open(const std::string& name, opening_mode mode) {
   }
   m_oOut.open(name, std::ios::binary | std::ios::trunc);
   if (!m_oOut.is_open()) {
-    failOn("cannot create ", name);
+    throw exception("cannot create " + name + ": " + std::strerror(errno));
   }
   m_oOut << FILE_START;
+  m_size = sizeof FILE_START + sizeof FILE_END;
   m_bloading = false;
 }
 
-const std::string& xml_archive::text(const std::string& key, int index) {
+std::string xml_archive::text(const std::string& key, int index) const {
   if (m_pCurElement == nullptr) {
     throw exception("read attempt on an archive not open for loading.");
   }
-  const node* const element = m_pCurElement->find(key, index);
-  if (element == nullptr) {
+  const std::string_view* const found = m_pCurElement->find(key, index);
+  if (found == nullptr) {
     throw exception("no element " + key);
   }
-  return element->text();
+  return unescape(*found);
 }
 
 void xml_archive::read(const std::string& key, int& value, int index) {
   constexpr char SPACE[] = " \t\r\n";
-  const std::string& digits = text(key, index);
+  const std::string digits = text(key, index);
   const std::size_t from = digits.find_first_not_of(SPACE);
   const std::size_t to = digits.find_last_not_of(SPACE) + 1;
   int number = 0;
@@ -131,6 +142,12 @@ void xml_archive::put(const std::string& key, const std::string& value) {
   if (!isElementName(key)) {
     throw exception("\"" + key + "\" is no name of an element");
   }
+  const std::size_t size =
+      m_size + static_cast<std::size_t>(m_nTab) + 2 * key.size() + value.size() + sizeof "<></>";
+  if (size > LARGEST) {
+    throw tooLarge("the file with " + key);
+  }
+  m_size = size;
   formatting();
   m_oOut << '<' << key << '>' << value << "</" << key << '>' << std::endl;
 }

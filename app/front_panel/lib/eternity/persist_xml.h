@@ -8,6 +8,7 @@
 // Failures are eternity::exception by value, but for done(); nothing stops the process.
 #pragma once
 
+#include <cstddef>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -20,6 +21,10 @@ namespace eternity {
 /// An archive in a file of XML. Its root element is "archive"; a child of it is a value.
 class xml_archive : public archive {
  public:
+  /// No file is larger, in bytes: one that is, is neither read nor written. What is parsed of a
+  /// file takes about as much memory again, or for each element two views, whichever is more.
+  static constexpr std::size_t LARGEST = 16 << 20;
+
   /// A finished archive: no file, and loading.
   xml_archive();
   xml_archive(const xml_archive&) = delete;
@@ -29,9 +34,9 @@ class xml_archive : public archive {
   ~xml_archive();
 
   /// `load`: reads and parses the whole file. `store`: creates the file or cuts it to nothing, and
-  /// writes its start. An archive that is still open is finished first. Throws when the file
-  /// cannot be opened or read, is no regular file (load), or is damaged or cut off; the archive
-  /// is finished then.
+  /// writes its start. An archive that is still open is finished first. Throws, with the archive
+  /// finished: `unreadable` when the file to load cannot be opened or read or is no regular file;
+  /// another exception when it is damaged, cut off or too large, or cannot be created.
   void open(const std::string& name, opening_mode mode);
 
   /// Gives the `index`-th element, from 0, of the name `key` as a number: a whole signed 32-bit
@@ -45,8 +50,8 @@ class xml_archive : public archive {
 
   /// Writes one element and flushes. `T` is int, or char* for a zero-terminated text (null is
   /// empty); any other does not compile. Throws, with nothing written, when no file is open for
-  /// storing and when `key` would not be read back as the name of an element (isElementName). A
-  /// write that the system does not take shows in failed().
+  /// storing, when `key` would not be read back as the name of an element (isElementName), and when
+  /// the file would become too large. A write that the system does not take shows in failed().
   template <class T>
   void write(const std::string& key, T value) = delete;
 
@@ -73,8 +78,10 @@ class xml_archive : public archive {
 
  private:
   void finish();
-  const std::string& text(const std::string& key, int index);
+  std::string text(const std::string& key, int index) const;
   void put(const std::string& key, const std::string& value);
+
+  std::size_t m_size = 0;  // of the file that is being stored, with its end
 };
 
 /// As declared in the class.

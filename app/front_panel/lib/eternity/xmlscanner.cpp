@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <string_view>
+#include <utility>
 
 #include "persist.h"
 
@@ -42,7 +42,7 @@ constexpr Entity ENTITIES[] = {
     {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
 
 // The byte that the reference `name`, without & and ;, stands for; 0 when it stands for none.
-char referredByte(const std::string& name) {
+char referredByte(std::string_view name) {
   for (const Entity& e : ENTITIES) {
     if (name == e.name) {
       return e.byte;
@@ -70,7 +70,7 @@ bool isElementName(const std::string& name) {
          name.find_first_of(NAME_END, 0, sizeof NAME_END) == std::string::npos;
 }
 
-std::string unescape(const std::string& text) {
+std::string unescape(std::string_view text) {
   constexpr std::size_t LONGEST = 8;  // of a reference between & and ;
   std::string out;
   std::size_t from = 0;
@@ -111,18 +111,13 @@ std::string escape(const std::string& text) {
   return out;
 }
 
-const xml_scanner::step_t xml_scanner::STEPS[endfile] = {
-    &xml_scanner::scanValue,        &xml_scanner::scanTagname, &xml_scanner::scanComment,
-    &xml_scanner::scanDoctype,      &xml_scanner::scanAttr,    &xml_scanner::scanAttrvalue,
-    &xml_scanner::scanClosebracket, &xml_scanner::scanClosetag};
-
-node* xml_scanner::parse(const std::string& text, const std::string& rootName) {
+node* xml_scanner::parse(std::string text, const std::string& rootName) {
   close();
-  m_text = &text;
+  m_text = std::move(text);
   m_pos = at("\xEF\xBB\xBF") ? 3 : 0;
   try {
     for (context next = value; next != endfile;) {
-      next = (this->*STEPS[next])();
+      next = step(next);
     }
     if (m_root->name() != rootName) {
       throw exception("the root element is not " + rootName);
@@ -131,26 +126,48 @@ node* xml_scanner::parse(const std::string& text, const std::string& rootName) {
     close();
     throw;
   }
-  m_text = nullptr;
   m_root->sort();
   return m_root.get();
 }
 
 void xml_scanner::close() {
   m_root.reset();
-  m_open = nullptr;
-  m_complete = false;
-  m_text = nullptr;
+  m_depth = OUTSIDE;
+  std::string().swap(m_text);
   m_pos = 0;
 }
 
+xml_scanner::context xml_scanner::step(context now) {
+  switch (now) {
+    case value:
+      return scanValue();
+    case tagname:
+      return scanTagname();
+    case comment:
+      return scanComment();
+    case doctype:
+      return scanDoctype();
+    case attr:
+      return scanAttr();
+    case attrvalue:
+      return scanAttrvalue();
+    case closebracket:
+      return scanClosebracket();
+    case closetag:
+      return scanClosetag();
+    case endfile:
+      break;
+  }
+  return endfile;
+}
+
 xml_scanner::context xml_scanner::scanValue() {
-  if (m_open != nullptr && m_open != m_root.get()) {
+  if (m_depth == IN_CHILD) {
     return scanText();
   }
   skipSpace();
-  if (m_pos == m_text->size()) {
-    if (!m_complete) {
+  if (m_pos == m_text.size()) {
+    if (m_root == nullptr || m_depth != OUTSIDE) {
       fail("the file ends too early");
     }
     return endfile;
@@ -173,41 +190,42 @@ xml_scanner::context xml_scanner::scanValue() {
 // A second start tag of the same name inside the text means that the end tag in between, or the
 // name of the first start tag, is damaged: the text would swallow the elements up to there.
 xml_scanner::context xml_scanner::scanText() {
-  const std::string& name = m_open->name();
-  const std::size_t end = findEndTag(name);
+  const std::size_t end = findEndTag(m_name);
   if (end == std::string::npos) {
-    fail("the element " + name + " has no end");
+    fail("the element " + std::string(m_name) + " has no end");
   }
-  const std::string raw = m_text->substr(m_pos, end - m_pos);
-  const std::string start = "<" + name;
-  for (std::size_t i = 0; (i = raw.find(start, i)) != std::string::npos; i += start.size()) {
+  m_content = std::string_view(m_text).substr(m_pos, end - m_pos);
+  const std::string start = "<" + std::string(m_name);
+  for (std::size_t i = 0; (i = m_content.find(start, i)) != std::string::npos; i += start.size()) {
     const std::size_t behind = i + start.size();
-    if (behind == raw.size() || TAG_NAME_END.find(raw[behind]) != std::string_view::npos) {
-      fail("the element " + name + " begins twice");
+    if (behind == m_content.size() ||
+        TAG_NAME_END.find(m_content[behind]) != std::string_view::npos) {
+      fail("the element " + std::string(m_name) + " begins twice");
     }
   }
-  m_open->setText(unescape(raw));
   m_pos = end;
   return closetag;
 }
 
 xml_scanner::context xml_scanner::scanTagname() {
-  if (m_complete) {
-    fail("an element behind the root element");
-  }
   ++m_pos;
-  const std::string name = scanName();
-  if (m_root == nullptr) {
-    m_root = std::make_unique<node>(name);
-    m_open = m_root.get();
+  const std::string_view name = scanName();
+  if (m_depth == IN_ROOT) {
+    m_name = name;
+    m_content = {};
+    m_depth = IN_CHILD;
   } else {
-    m_open = &m_root->add(name);
+    if (m_root != nullptr) {
+      fail("an element behind the root element");
+    }
+    m_root = std::make_unique<node>(name);
+    m_depth = IN_ROOT;
   }
   return attr;
 }
 
 xml_scanner::context xml_scanner::scanComment() {
-  const std::size_t end = m_text->find("-->", m_pos + 4);
+  const std::size_t end = m_text.find("-->", m_pos + 4);
   if (end == std::string::npos) {
     fail("a comment has no end");
   }
@@ -217,7 +235,7 @@ xml_scanner::context xml_scanner::scanComment() {
 
 xml_scanner::context xml_scanner::scanDoctype() {
   if (at("<?")) {
-    const std::size_t end = m_text->find("?>", m_pos + 2);
+    const std::size_t end = m_text.find("?>", m_pos + 2);
     if (end == std::string::npos) {
       fail("an instruction has no end");
     }
@@ -226,8 +244,8 @@ xml_scanner::context xml_scanner::scanDoctype() {
   }
   // A declaration may hold others in square brackets, each with a > of its own.
   int brackets = 0;
-  for (++m_pos; m_pos < m_text->size(); ++m_pos) {
-    const char c = (*m_text)[m_pos];
+  for (++m_pos; m_pos < m_text.size(); ++m_pos) {
+    const char c = m_text[m_pos];
     brackets += c == '[' ? 1 : c == ']' ? -1 : 0;
     if (c == '>' && brackets <= 0) {
       ++m_pos;
@@ -256,7 +274,7 @@ xml_scanner::context xml_scanner::scanAttrvalue() {
   if (!at("\"") && !at("'")) {
     fail("an attribute without quotes");
   }
-  const std::size_t end = m_text->find((*m_text)[m_pos], m_pos + 1);
+  const std::size_t end = m_text.find(m_text[m_pos], m_pos + 1);
   if (end == std::string::npos) {
     fail("an attribute has no end");
   }
@@ -278,7 +296,7 @@ xml_scanner::context xml_scanner::scanClosebracket() {
 
 xml_scanner::context xml_scanner::scanClosetag() {
   m_pos += 2;
-  if (m_open == nullptr || scanName() != m_open->name()) {
+  if (m_depth == OUTSIDE || scanName() != (m_depth == IN_CHILD ? m_name : m_root->name())) {
     fail("an end tag without its start");
   }
   skipSpace();
@@ -291,36 +309,40 @@ xml_scanner::context xml_scanner::scanClosetag() {
 }
 
 void xml_scanner::skipSpace() {
-  const std::size_t next = m_text->find_first_not_of(SPACE, m_pos);
-  m_pos = next == std::string::npos ? m_text->size() : next;
+  const std::size_t next = m_text.find_first_not_of(SPACE, m_pos);
+  m_pos = next == std::string::npos ? m_text.size() : next;
 }
 
 bool xml_scanner::at(const char* token) const {
   const std::size_t length = std::char_traits<char>::length(token);
-  return m_text->compare(m_pos, length, token) == 0;
+  return m_text.compare(m_pos, length, token) == 0;
 }
 
-std::string xml_scanner::scanName() {
-  const std::size_t end = m_text->find_first_of(NAME_END, m_pos);
+std::string_view xml_scanner::scanName() {
+  const std::size_t end = m_text.find_first_of(NAME_END, m_pos);
   if (end == m_pos || end == std::string::npos) {
     fail("a name is missing or has no end");
   }
-  std::string name = m_text->substr(m_pos, end - m_pos);
+  const std::string_view name = std::string_view(m_text).substr(m_pos, end - m_pos);
   m_pos = end;
   return name;
 }
 
 void xml_scanner::closeElement() {
-  m_complete = m_open == m_root.get();
-  m_open = m_complete ? nullptr : m_root.get();
+  if (m_depth == IN_CHILD) {
+    m_root->add(m_name, m_content);
+    m_depth = IN_ROOT;
+  } else {
+    m_depth = OUTSIDE;
+  }
 }
 
 // The position of the end tag of `name` at or behind the present one, or npos.
-std::size_t xml_scanner::findEndTag(const std::string& name) const {
-  const std::string tag = "</" + name;
-  for (std::size_t i = m_pos; (i = m_text->find(tag, i)) != std::string::npos; i += tag.size()) {
-    const std::size_t behind = m_text->find_first_not_of(SPACE, i + tag.size());
-    if (behind != std::string::npos && (*m_text)[behind] == '>') {
+std::size_t xml_scanner::findEndTag(std::string_view name) const {
+  const std::string tag = "</" + std::string(name);
+  for (std::size_t i = m_pos; (i = m_text.find(tag, i)) != std::string::npos; i += tag.size()) {
+    const std::size_t behind = m_text.find_first_not_of(SPACE, i + tag.size());
+    if (behind != std::string::npos && m_text[behind] == '>') {
       return i;
     }
   }
@@ -328,8 +350,8 @@ std::size_t xml_scanner::findEndTag(const std::string& name) const {
 }
 
 void xml_scanner::fail(const std::string& what) const {
-  const std::string before = m_text->substr(0, m_pos);
-  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+  const auto here = m_text.begin() + static_cast<std::ptrdiff_t>(m_pos);
+  const auto line = 1 + std::count(m_text.begin(), here, '\n');
   throw exception(what + ", line " + std::to_string(line));
 }
 

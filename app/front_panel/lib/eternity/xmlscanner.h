@@ -5,13 +5,15 @@
 // so a bare & or < inside it is an ordinary character. Comments, instructions, a document type,
 // attributes and white space between elements are passed over.
 //
-// The scanner owns the parsed nodes until close(). A fault is an eternity::exception by value
-// that names the line; nothing stops the process. One thread at a time.
+// The scanner owns the file's text and the parsed node until close(). A fault is an
+// eternity::exception by value that names the line; nothing stops the process. One thread at a
+// time.
 #pragma once
 
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "dynamic.h"
 
@@ -37,21 +39,19 @@ class xml_scanner {
   xml_scanner() = default;
   xml_scanner(const xml_scanner&) = delete;
   xml_scanner& operator=(const xml_scanner&) = delete;
-  /// Frees the nodes.
+  /// Frees the result.
   ~xml_scanner() = default;
 
   /// Parses a whole file and returns its root element, whose name is `rootName`. Ends an earlier
   /// parse. Throws eternity::exception; there is no root then.
-  node* parse(const std::string& text, const std::string& rootName);
+  node* parse(std::string text, const std::string& rootName);
 
-  /// Ends a parse and frees its nodes. Harmless without one.
+  /// Ends a parse and frees its result. Harmless without one.
   void close();
 
  private:
-  // A step of the scan: reads what its context names, and tells the next one.
-  using step_t = context (xml_scanner::*)();
-  static const step_t STEPS[endfile];  // by context
-
+  // Reads what the context names, and tells the next one.
+  context step(context now);
   context scanValue();
   context scanText();
   context scanTagname();
@@ -64,16 +64,20 @@ class xml_scanner {
 
   void skipSpace();
   bool at(const char* token) const;
-  std::string scanName();
+  std::string_view scanName();
   void closeElement();
-  std::size_t findEndTag(const std::string& name) const;
+  std::size_t findEndTag(std::string_view name) const;
   [[noreturn]] void fail(const std::string& what) const;
 
+  // Which element is open.
+  enum depth { OUTSIDE, IN_ROOT, IN_CHILD };
+
+  std::string m_text;  // the file
   std::unique_ptr<node> m_root;
-  node* m_open = nullptr;               // the innermost open element
-  bool m_complete = false;              // the root's end tag has been read
-  const std::string* m_text = nullptr;  // the file, while parse runs
-  std::size_t m_pos = 0;                // the next byte of it
+  depth m_depth = OUTSIDE;
+  std::string_view m_name;     // of the open child
+  std::string_view m_content;  // its text, as far as it has been read
+  std::size_t m_pos = 0;       // the next byte of the file
 };
 
 /// Tells whether the scanner reads `name` back from a tag: it is not empty, does not begin with
@@ -81,7 +85,7 @@ class xml_scanner {
 bool isElementName(const std::string& name);
 
 /// Replaces the references in `text` by the bytes they stand for.
-std::string unescape(const std::string& text);
+std::string unescape(std::string_view text);
 
 /// Writes the characters & < > and carriage return of `text` as references, so that a text of any
 /// bytes but 0 reads back as it was.
