@@ -25,6 +25,11 @@ unsigned short userType(unsigned int which) {
   return static_cast<unsigned short>(which + 1);
 }
 
+// The store keeps fewer bits of a type than a number has.
+bool isSetup(unsigned short type) {
+  return (type & PRESET_TYPE_MASK) == SETUP_TYPE;
+}
+
 inline int loadType(unsigned short type, const verPresetField_t* list) {
   return loadPreset(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, list);
 }
@@ -78,12 +83,12 @@ recall_t recallUserSetup(unsigned int which, recallNewer_t newer) {
 
 int removeUserSetup(unsigned int which) {
   const unsigned short type = userType(which);
-  return (type & PRESET_TYPE_MASK) == SETUP_TYPE ? ERR_NOT_FOUND : removeStored(type);
+  return isSetup(type) ? ERR_NOT_FOUND : removeStored(type);
 }
 
 bool userSetupExists(unsigned int which) {
   PresetMgr record;
-  return record.openFirst(userType(which), PM_READ) != ERR_NOT_FOUND;
+  return !isSetup(userType(which)) && record.openFirst(userType(which), PM_READ) != ERR_NOT_FOUND;
 }
 
 unsigned int listUserSetups(unsigned int* which, unsigned int room) {
