@@ -156,13 +156,23 @@ TEST_F(CompFile, NothingIsOverwrittenUnlessToldTo) {
   EXPECT_EQ(readWhole("in/own.cmp"), "precious");
   run(0, CREATE + "--force in/own.cmp in");  // does not take itself in
   EXPECT_EQ(readWhole("in/own.cmp"), component::component({{"f", "data"}}));
-  save("two.cmp", component::component({{"new", "n"}, {"f", "data"}}));
-  save("to/f", "precious");
+  const std::vector<File> members{
+      {"f.tmp-1", "1"}, {"f.new", "n"}, {"f", "data"}, {"f.tmp", "t"}, {"f.tmp-2", "2"}};
+  save("two.cmp", component::component(members));
+  save("to/real", "precious");
+  fs::permissions("to/real", fs::perms{0640});
+  fs::create_symlink("real", "to/f");
   expectRefused("extract two.cmp --to to", "is there already");
   EXPECT_EQ(readWhole("to/f"), "precious");
-  EXPECT_FALSE(fs::exists("to/new"));  // all or nothing
-  run(0, "extract two.cmp --force --to to");
-  EXPECT_EQ(readWhole("to/f"), "data");
+  EXPECT_EQ(countBelow("to"), 2);  // the file and the link to it: all or nothing
+  for (const int round : {1, 2}) {
+    run(0, "extract two.cmp --force --to to");
+    for (const File& member : members) {
+      EXPECT_EQ(readWhole("to/" + member.name), member.data) << round;
+    }
+    EXPECT_EQ(countBelow("to"), 6) << "the file behind the link is replaced";
+  }
+  EXPECT_EQ(fs::status("to/real").permissions(), fs::perms{0640});
   fs::create_directories("taken/f");
   expectRefused("extract two.cmp --force --to taken", "is no plain file");
 }

@@ -5,6 +5,7 @@
 #include "presets.h"
 
 #include <semaphore.h>
+#include <sys/file.h>
 
 #include <functional>
 #include <mutex>
@@ -50,7 +51,11 @@ class Control : public CtrlReadWrite {
   CTRL_DATA_TYPE getType() const override { return isText ? DATA_TYPE_STRING : DATA_TYPE_INT; }
   void init() override {}
   bool validate(const void*, unsigned int) const override { return false; }
-  int confirm() override { return calls += 'c', 1; }
+  int confirm() override {
+    calls += 'c';
+    onConfirm();
+    return 1;
+  }
   void get(void* buf, unsigned int size) override {
     onGet();
     isText ? ReadVarMgr::setBufStr(buf, size, text.c_str(), false)
@@ -73,6 +78,7 @@ class Control : public CtrlReadWrite {
   std::string calls;
   std::function<void()> onGet = [] {};
   std::function<void()> onSet = [] {};
+  std::function<void()> onConfirm = [] {};
 };
 
 constexpr char XML[] = "presets.xml";
@@ -179,24 +185,22 @@ TEST_F(PresetTest, AMissingOrDamagedFileIsWrittenFromTheControls) {
   const std::string broken = "Exception openning xml file: presets.xml\n";
   const std::string unreadable = "Exception catched: ";
   const struct {
-    std::string file, said;
-  } damaged[] = {{good.substr(0, 80),
-                  unreadable + "presets.xml: the element CV-1234-I-0 has no end, line 3\n"},
-                 {good, broken},
-                 {good, broken}};
+    std::string file, said, kept;
+  } unusable[] = {
+      {good.substr(0, 80), unreadable + "presets.xml: the element CV-1234-I-0 has no end, line 3\n",
+       "Damaged preset file kept as:presets.xml.damaged-1"},
+      {good, broken, "Unread preset file kept as:presets.xml.unread-1"},
+      {good, broken, "Unread preset file kept as:presets.xml.unread-2"}};
   const std::string opens = "Open and restore from:presets.xml\n";
   const std::string saves = "Open and save to:presets.xml\n";
   const std::string started = "Starting the Preset thread\n";
   EXPECT_EQ(start(), opens + unreadable + "cannot open presets.xml: No such file or directory\n" +
                          saves + started);
-  int number = 0;
-  for (const auto& each : damaged) {
+  for (const auto& each : unusable) {
     EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
     writeWhole(XML, each.file);
-    const std::string kept = "presets.xml.damaged-" + std::to_string(++number);
-    EXPECT_EQ(start(),
-              opens + each.said + saves + "Damaged preset file kept as:" + kept + "\n" + started);
-    EXPECT_EQ(readWhole(kept), each.file);
+    EXPECT_EQ(start(), opens + each.said + saves + each.kept + "\n" + started);
+    EXPECT_EQ(readWhole(each.kept.substr(each.kept.find(':') + 1)), each.file);
   }
   EXPECT_EQ(readWhole(XML), fileOf(42, -3, "Unit 1"));
   EXPECT_EQ(level.calls, "ccss");
@@ -221,38 +225,96 @@ TEST_F(PresetTest, AGoodFileIsRestoredAndNotRewritten) {
   EXPECT_EQ(readWhole(XML), fileOf(42, -3, " R&amp;D " + std::string(1023 - 5, 'x')));
 }
 
+// A control that takes a set of no bytes gets that one; one that does not ends empty all the same
+// (see ASavedVariableKeepsWhatIsConfirmed). A start beside a running thread is no fault of that.
+TEST_F(PresetTest, AnEmptyTextIsSetOnce) {
+  std::mutex guard;
+  char shown[8] = "Unit 1";
+  CtrlSaved saved(name, shown, guard);
+  name.onConfirm = [&] { std::snprintf(shown, sizeof shown, "%s", name.text.c_str()); };
+  writeWhole(XML, fileOf(1, 2, ""));
+  start();
+  for (CtrlReadWrite* const each :
+       {static_cast<CtrlReadWrite*>(&name), static_cast<CtrlReadWrite*>(&saved)}) {
+    table[2] = each;
+    name.text = "Unit 1";
+    name.confirm();
+    name.calls = "";
+    testing::internal::CaptureStdout();
+    initPresets(table.data(), nullptr);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::EndsWith("Preset Dump...\nStarting the Preset thread\n"));
+    EXPECT_EQ(name.text + shown, "");
+    EXPECT_EQ(name.calls, "sc");
+  }
+}
+
+// The file that could not be used stays until it is replaced, and is kept then.
 TEST_F(PresetTest, AFallbackThatFailsReachesTheCallerAndStartsNoThread) {
-  for (int n = 1;; ++n) {
-    writeWhole(XML, "damaged");
-    level.calls = "";
-    iofault::failFrom(n, true);
-    try {
-      initPresets(table.data(), nullptr);
-      waitFor(passEnded);
-      EXPECT_TRUE(iofault::faultsLeft()) << "the failure of operation " << n << " was dropped";
-      EXPECT_GT(n, 8) << "a save has more operations";
-      break;
-    } catch (const eternity::exception&) {
+  for (const bool forEver : {false, true}) {
+    bool faultsLeft = false;
+    for (int n = 1; !faultsLeft; ++n) {
+      fs::remove("presets.xml.damaged-1");
+      fs::remove("presets.xml.unread-1");
+      writeWhole(XML, "damaged");
+      level.calls = "";
+      bool started = true;
+      iofault::failFrom(n, forEver);
+      try {
+        initPresets(table.data(), nullptr);
+        waitFor(passEnded);
+        Preset::Instance()->Stop();
+      } catch (const eternity::exception&) {
+        started = false;
+      }
+      faultsLeft = iofault::faultsLeft();
       iofault::heal();
-      EXPECT_NE(sem_trywait(&passEnded), 0) << "no thread runs";
+      EXPECT_TRUE(started ? faultsLeft || !forEver : sem_trywait(&passEnded) != 0) << n;
       EXPECT_FALSE(fs::exists("presets.xml.tmp"));
       EXPECT_EQ(level.calls, "c") << "what the controls hold is confirmed first";
+      const std::string now = readWhole(XML);
+      const std::string kept =
+          readWhole("presets.xml.damaged-1") + readWhole("presets.xml.unread-1");
+      EXPECT_TRUE(now == "damaged" ? !started
+                                   : now == fileOf(42, -3, "Unit 1") && kept == "damaged")
+          << n << now << kept;
     }
   }
 }
 
+// Another process, as far as its lock goes.
+TEST_F(PresetTest, TheProcessThatHasTheFileKeepsIt) {
+  const int other = open("presets.xml.lock", O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(flock(other, LOCK_EX), 0);
+  EXPECT_THROW(initPresets(table.data(), nullptr), eternity::exception);
+  writeWhole(XML, fileOf(1, 2, "three"));
+  start();
+  EXPECT_EQ(level.number, 1);
+  level.number = 5;
+  const std::string refusal = "Exception catched: another process keeps presets.xml\n";
+  EXPECT_EQ(save(), refusal + FAILED);
+  EXPECT_EQ(readWhole(XML), fileOf(1, 2, "three"));
+  EXPECT_TRUE(Preset::Instance()->Need_save());
+  close(other);
+  EXPECT_EQ(pass(10000), SAVED);
+  EXPECT_EQ(readWhole(XML), fileOf(5, 2, "three"));
+}
+
+enum fault_t { NONE, POINTER, OTHER };  // what is thrown while a save runs
+
 // The saves, copies and messages of some hundred passes against a model with 64-bit time.
 struct Model {
-  std::string save(bool fails, bool markedMeanwhile) {
-    dirty = fails || markedMeanwhile;
-    copyDue = copyDue || !fails;
-    return fails ? std::string(SAVED) + FAILED : SAVED;
+  std::string save(fault_t fault, bool markedMeanwhile) {
+    dirty = fault != NONE || markedMeanwhile;
+    copyDue = copyDue || fault == NONE;
+    const std::string reason = fault == POINTER ? "Exception catched: by pointer\n" : "";
+    return fault != NONE ? SAVED + reason + FAILED : SAVED;
   }
 
-  std::string pass(bool fails, bool markedMeanwhile) {
+  std::string pass(fault_t fault, bool markedMeanwhile) {
     if (dirty && elapsed(last) >= 10000) {
       last = now;
-      return save(fails, markedMeanwhile);
+      return save(fault, markedMeanwhile);
     }
     if (elapsed(lastCopy) < 100000) {
       return "";
@@ -280,15 +342,15 @@ TEST_F(PresetTest, SavesAndCopiesFollowTheModel) {
   Model model;
   Timer::sysTime = static_cast<unsigned int>(model.now);
   start();
-  bool fails = false;
+  fault_t fault = NONE;
   bool marks = false;
   name.onGet = [&] {  // the walk has passed the level
     if (marks) {
       ++level.number;
       Preset::Instance()->Set_need_save();
     }
-    if (fails) {
-      random.oneIn(2) ? throw 1 : throw new eternity::exception("by pointer");
+    if (fault != NONE) {
+      fault == OTHER ? throw 1 : throw new eternity::exception("by pointer");
     }
   };
   for (int i = 0; i < 400; ++i) {
@@ -297,25 +359,26 @@ TEST_F(PresetTest, SavesAndCopiesFollowTheModel) {
       model.dirty = true;
     }
     if (i == 100) {
-      marks = fails = false;
+      marks = false;
+      fault = NONE;
       // A second start gives it a copy function; a null one keeps that.
       start([] { std::puts("copy"); });
       start();
       model.last = model.lastCopy = model.now;
       model.hasCopy = true;
     }
-    fails = random.oneIn(4);
+    fault = random.oneIn(4) ? random.oneIn(2) ? POINTER : OTHER : NONE;
     marks = random.oneIn(4);
     level.number = i;
     const unsigned int step = steps[random.below(std::size(steps))];
     const std::string before = readWhole(XML);
     std::string expected;
     if (random.oneIn(8)) {
-      expected = model.save(fails, marks);
-      ASSERT_EQ(Preset::Instance()->Save_now(), !fails) << i;
+      expected = model.save(fault, marks);
+      ASSERT_EQ(Preset::Instance()->Save_now(), fault == NONE) << i;
     } else {
       model.now += step;
-      expected = model.pass(fails, marks);
+      expected = model.pass(fault, marks);
       ASSERT_EQ(pass(step), expected) << i;
     }
     EXPECT_EQ(Preset::Instance()->Need_save(), model.dirty) << i;

@@ -99,6 +99,10 @@ int fchmod(int fd, mode_t mode) noexcept {
   IOFAULT_PASS(fchmod, -1, fd, mode);
 }
 
+int link(const char* from, const char* to) noexcept {
+  IOFAULT_PASS(link, -1, from, to);
+}
+
 int rename(const char* from, const char* to) noexcept {
   IOFAULT_PASS(rename, -1, from, to);
 }

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "filereplace.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -19,21 +21,24 @@ namespace {
   throw Refused(path + ": " + std::strerror(errno));
 }
 
+bool writeAll(int fd, const std::string& bytes) {
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno != EINTR) {
+      return false;
+    }
+    done += n > 0 ? static_cast<std::size_t>(n) : 0;
+  }
+  return true;
+}
+
 // Writes all bytes to a new file, and to the disk.
 bool writeNew(const std::string& path, const std::string& bytes) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (fd < 0) {
     return false;
   }
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno != EINTR) {
-      break;
-    }
-    done += n > 0 ? static_cast<std::size_t>(n) : 0;
-  }
-  const bool good = done == bytes.size() && fsync(fd) == 0;
+  const bool good = writeAll(fd, bytes) && fsync(fd) == 0;
   if (close(fd) != 0 || !good) {
     const int code = errno;
     unlink(path.c_str());
@@ -130,14 +135,15 @@ void checkWay(const std::string& dir, const std::string& name) {
 }
 
 void writeFile(const std::string& path, const std::string& bytes, bool replace) {
-  const std::string target = replace ? path + ".new" : path;
-  if (!writeNew(target, bytes)) {
-    failed(target);
+  if (!replace) {
+    if (!writeNew(path, bytes)) {
+      failed(path);
+    }
+    return;
   }
-  if (replace && std::rename(target.c_str(), path.c_str()) != 0) {
-    const int code = errno;
-    unlink(target.c_str());
-    errno = code;
+  FileReplacement file(path);
+  if (!writeAll(file.descriptor(), bytes)) {
     failed(path);
   }
+  file.commit();
 }

@@ -1,7 +1,7 @@
 // Files for the command-line tool: read, gathered, written without overwriting by accident.
 //
-// Every operation that fails throws Refused, whose text tells a person why; the tool's main
-// catches it.
+// Every operation that fails throws Refused, or what replaces a file its own exception; the text
+// tells a person why, and the tool's main catches it.
 #pragma once
 
 #include <stdexcept>
@@ -36,5 +36,6 @@ void checkTarget(const std::string& path, bool replace);
 void checkWay(const std::string& dir, const std::string& name);
 
 /// Writes a file whole. With `replace` it takes the place of the one that is there once it is
-/// complete; without, it is never written over one. What fails leaves nothing behind.
+/// complete, with its owner and mode, and a link stays a link to it; without, it is never written
+/// over one. What fails leaves nothing behind.
 void writeFile(const std::string& path, const std::string& bytes, bool replace);

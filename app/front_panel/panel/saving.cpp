@@ -31,7 +31,7 @@ bool lockDirectory() {
 // use is lost. To go back to it, end the panel and copy it over presets.xml.
 void backUpPresets() {
   try {
-    FileReplacement copy(Preset::s_file_name + ".bak");
+    FileReplacement copy(Preset::s_file_name + ".bak", true);  // the directory is this panel's
     std::filesystem::copy_file(Preset::s_file_name, copy.temporary(),
                                std::filesystem::copy_options::overwrite_existing);
     copy.commit();

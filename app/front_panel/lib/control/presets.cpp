@@ -23,6 +23,9 @@ std::atomic<preset_bk_func_t> my_back_func{nullptr};
 // Whoever writes the file holds it: there is one temporary file beside it.
 std::mutex saving;
 
+// Values of two processes in one file would be lost in turn: the first one keeps it to its end.
+FileLock fileLock;
+
 ThreadLife threadLife;
 
 // The calling thread is not cancelled while one of these lives.
@@ -40,13 +43,21 @@ bool isCancellation() {
   return std::current_exception() == nullptr;
 }
 
+void reportException(const std::exception& e) {
+  std::printf("Exception catched: %s\n", e.what());
+}
+
+void getText(CtrlReadWrite& control, char (&text)[TEXT_SIZE]) {
+  text[0] = 0;
+  control.get(text, TEXT_SIZE);
+  text[TEXT_SIZE - 1] = 0;
+}
+
 void storeControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
   const char* const name = control.getName();
   if (control.getType() == DATA_TYPE_STRING) {
     char text[TEXT_SIZE];
-    text[0] = 0;
-    control.get(text, TEXT_SIZE);
-    text[TEXT_SIZE - 1] = 0;
+    getText(control, text);
     xml.write<char*>(name, text);
   } else {
     unsigned char value[INT_SIZE] = {};
@@ -55,11 +66,14 @@ void storeControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
   }
 }
 
-void loadText(CtrlReadWrite& control, const std::string& value) {
-  control.set(value.c_str(), static_cast<unsigned int>(value.length()));
-  if (value.empty()) {
-    // A control may take a set of no bytes as none at all and keep its old text.
+// A control may take a set of no bytes as none at all and keep its old text. Some show only behind
+// their confirm whether they have.
+void clearText(CtrlReadWrite& control) {
+  char text[TEXT_SIZE];
+  getText(control, text);
+  if (text[0] != 0) {
     control.set("", 1);
+    control.confirm();
   }
 }
 
@@ -68,39 +82,33 @@ void loadControl(eternity::xml_archive& xml, CtrlReadWrite& control) {
   if (control.getType() == DATA_TYPE_STRING) {
     std::string value;
     xml.read(name, value, 0);
-    loadText(control, value);
+    control.set(value.c_str(), static_cast<unsigned int>(value.length()));
+    control.confirm();
+    if (value.empty()) {
+      clearText(control);
+    }
   } else {
     int value;
     xml.read(name, value, 0);
     unsigned char buf[INT_SIZE];
     ReadVarMgr::setBufInt(buf, INT_SIZE, value);
     control.set(buf, INT_SIZE);
+    control.confirm();
   }
-  control.confirm();
 }
 
-// Writes what is left to do behind open: all controls, and the renaming.
-void storeAll(eternity::xml_archive& xml, FileReplacement& file) {
+// Replaces the preset file by one with the values of all controls. With `keepAs` the old one is
+// kept aside, and the name that it has got is returned.
+std::string writeFile(eternity::xml_archive& xml, const char* announcement, const char* keepAs) {
+  FileReplacement file(Preset::s_file_name, fileLock.take(Preset::s_file_name));
+  xml.open(file.temporary(), eternity::archive::store);
+  std::fputs(announcement, stdout);
   Preset::Instance()->xml_serialize(xml);
   xml.done();
   if (xml.failed()) {
     throw eternity::exception("cannot write " + file.temporary());
   }
-  file.commit();
-}
-
-void writeAnew(eternity::xml_archive& xml) {
-  const std::lock_guard<std::mutex> one(saving);
-  FileReplacement file(Preset::s_file_name);
-  xml.open(file.temporary(), eternity::archive::store);
-  storeAll(xml, file);
-}
-
-void keepDamagedFile() {
-  const std::string kept = keepAside(Preset::s_file_name);
-  if (!kept.empty()) {
-    std::printf("Damaged preset file kept as:%s\n", kept.c_str());
-  }
+  return file.commit(keepAs);
 }
 
 // Each name has to be an element of the file, and of one control alone.
@@ -115,7 +123,7 @@ void checkTable(CtrlReadWrite** rwp) {
   }
 }
 
-enum restore_t { RESTORED, UNREADABLE, BROKEN };
+enum restore_t { RESTORED, DAMAGED, UNREAD, BROKEN };
 
 restore_t restore(eternity::xml_archive& xml) {
   try {
@@ -125,9 +133,12 @@ restore_t restore(eternity::xml_archive& xml) {
     xml.done();
     Preset::Instance()->Dump();
     return RESTORED;
+  } catch (const eternity::unreadable& e) {
+    reportException(e);
+    return UNREAD;
   } catch (const eternity::exception& e) {
-    std::printf("Exception catched: %s\n", e.what());
-    return UNREADABLE;
+    reportException(e);
+    return DAMAGED;
   } catch (eternity::exception* e) {
     delete e;
   } catch (...) {
@@ -137,6 +148,27 @@ restore_t restore(eternity::xml_archive& xml) {
   }
   std::printf("Exception openning xml file: %s\n", Preset::s_file_name.c_str());
   return BROKEN;
+}
+
+// Takes the file for this process. When another has it, nothing is saved until that one has ended.
+void claimFile() {
+  const std::lock_guard<std::mutex> one(saving);
+  try {
+    fileLock.take(Preset::s_file_name);
+  } catch (const eternity::exception& e) {
+    reportException(e);
+  }
+}
+
+// Writes the file that could not be restored. What is there may be sound all the same, and is the
+// only one until the new file is complete.
+void writeAnew(eternity::xml_archive& xml, restore_t result) {
+  const std::lock_guard<std::mutex> one(saving);
+  const bool damaged = result == DAMAGED;
+  const std::string kept = writeFile(xml, "", damaged ? "damaged" : "unread");
+  if (!kept.empty()) {
+    std::printf("%s preset file kept as:%s\n", damaged ? "Damaged" : "Unread", kept.c_str());
+  }
 }
 
 }  // namespace
@@ -173,7 +205,7 @@ void Preset::xml_serialize(eternity::xml_archive& xml) {
     try {
       loadControl(xml, **p);
     } catch (const eternity::exception& e) {
-      std::printf("Exception catched: %s\n", e.what());
+      reportException(e);
     }
   }
 }
@@ -230,21 +262,21 @@ bool Preset::save(eternity::xml_archive& xml) {
   const std::lock_guard<std::mutex> one(saving);
   m_need_save = false;
   try {
-    FileReplacement file(s_file_name);
-    xml.open(file.temporary(), eternity::archive::store);
-    std::printf("Save presets to:%s\n", s_file_name.c_str());
-    storeAll(xml, file);
+    writeFile(xml, ("Save presets to:" + s_file_name + "\n").c_str(), nullptr);
     m_need_copy = true;
     return true;
+  } catch (const std::exception& e) {
+    reportException(e);
   } catch (eternity::exception* e) {
-    m_need_save = true;
+    reportException(*e);
     delete e;
   } catch (...) {
-    m_need_save = true;
     if (isCancellation()) {
+      m_need_save = true;
       throw;
     }
   }
+  m_need_save = true;
   xml.done();  // gives the space of the failed file back now, not at the next attempt
   std::printf("Error while writing to preset file:%s\n", s_file_name.c_str());
   return false;
@@ -295,18 +327,18 @@ void initPresets(CtrlReadWrite** rwp, void (*func)()) {
   }
   Preset* const preset = Preset::Instance();
   preset->Init(rwp);
+  claimFile();
   eternity::xml_archive xml;
   const restore_t result = restore(xml);
   if (result != RESTORED) {
     xml.done();
     std::printf("Open and save to:%s\n", Preset::s_file_name.c_str());
-    if (result == UNREADABLE) {
+    if (result != BROKEN) {
       preset->Var_commit();
     }
-    keepDamagedFile();
-    writeAnew(xml);
+    writeAnew(xml, result);
   }
-  if (preset->Start() != 0) {
+  if (preset->Start() != 0 && !threadLife.isAlive()) {
     std::puts("The Preset thread does not start: only Save_now saves");
   }
 }

@@ -30,6 +30,9 @@ using preset_bk_func_t = void (*)();
 ///
 /// The preset thread wakes once a second. It saves the file when a change is marked, which replaces
 /// the file as a whole: it is complete at every moment, old or new. And it calls the copy function.
+/// The first process that restores or saves the file of a directory keeps it until it ends
+/// (FileLock): every save of another fails, and says so.
+///
 /// Of the table it calls getName, getType and get, at a time of its own and without a lock, while
 /// the application changes the controls. So get has to be safe beside all that the application does
 /// with the control: that of CtrlSaved is, that of an entry on a variable manager is not. Save_now
@@ -73,7 +76,8 @@ class Preset : public Noncopyable, private JThread {
 
   /// Saves now, on the calling thread, which may be any, marked or not, and behind a save that is
   /// running. True when the file is on the disk with every change that was marked before the call;
-  /// false, and the file is marked, when it is not. An application that ends saves what is left so:
+  /// false, and the file is marked, when it is not; the reason is on standard output. An
+  /// application that ends saves what is left so:
   ///
   ///   Preset::Instance()->Stop();
   ///   const bool kept = !Preset::Instance()->Need_save() || Preset::Instance()->Save_now();
@@ -112,11 +116,13 @@ class Preset : public Noncopyable, private JThread {
 
 /// Restores the controls of `rwp`, a table ended by a null pointer, from the preset file, and
 /// starts the preset thread. When the file is missing or cannot be read, it is written anew with
-/// the values that the controls hold; a damaged one is first moved aside (keepAside). `func` is
-/// the copy function; null keeps that of an earlier call. Does nothing when the table is null or
-/// empty. An eternity::exception leaves this function, and no thread is started, when the file
-/// cannot be written anew. Call once, with the timer thread running, on the thread of the requests,
-/// which is not cancelled meanwhile.
+/// the values that the controls hold. One that is there is kept aside then, once the new one is
+/// complete: as presets.xml.damaged-1 and so on (keepAside) when what it holds is damaged, as
+/// presets.xml.unread-1 when it could not be opened or read to its end. `func` is the copy
+/// function; null keeps that of an earlier call. Does nothing when the table is null or empty. An
+/// eternity::exception leaves this function, with the old file in its place and no thread started,
+/// when the file cannot be written anew. Call once, with the timer thread running, on the thread of
+/// the requests, which is not cancelled meanwhile.
 void initPresets(CtrlReadWrite** rwp, void (*func)());
 
 // The setup verbs keep a list of variables (presetmake.h) in the preset store, packed to the bit,
@@ -166,7 +172,8 @@ recall_t recallUserSetup(unsigned int which, recallNewer_t newer = RECALL_KEEP_N
 /// record is the setup itself; ERR_CANNOT_OPEN: it is open elsewhere, and stays.
 int removeUserSetup(unsigned int which);
 
-/// Tells whether there is a record for user setup `which`.
+/// Tells whether there is a record for user setup `which`; false for a number whose record is the
+/// setup itself.
 bool userSetupExists(unsigned int which);
 
 /// Lists the user setups in ascending order: writes the first `room` of their numbers to `which`
