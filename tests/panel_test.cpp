@@ -34,7 +34,7 @@ TEST_F(PanelTest, AConfirmedSettingIsThereInTheNextRunHoweverTheFirstEnds) {
                 HasSubstr("| name = \"" + name + "\"\n| mute[0] = off\n"));
   }
   writeWhole("input", "list\nset name unread\nconfirm\n");
-  runProgram("{ " PANEL " < input; echo $? > ended; } | true");  // nobody reads what it prints
+  runProgram("{ sleep 0.3; " PANEL " < input; echo $? > ended; } | true");  // nobody reads it
   EXPECT_EQ(readWhole("ended"), "1\n") << "what it printed is lost";
   EXPECT_THAT(run("get name\n"), HasSubstr("| name = \"unread\""));
 }
