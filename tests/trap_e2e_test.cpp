@@ -21,6 +21,7 @@ class TrapEndToEnd : public testing::Test {
                                  "udp:" + manager},
         "trapd.log");
     EXPECT_TRUE(trapd->says("NET-SNMP version"));
+    unsetenv("SNMP_PERSISTENT_DIR");  // the server gives snmptrap one of its own
   }
   void startServer() {
     server = std::make_unique<Process>(std::vector<std::string>{TRAPSERVER, "--mibs", MIBS},

@@ -41,17 +41,21 @@ TEST(TrapCommand, TheDevicesFormIsAcceptedWithinItsLimits) {
   }
 }
 
-// A server whose snmptrap is a script that writes its arguments to the file "ran".
+// A server whose snmptrap is a script that writes its arguments to the file "ran". Trap 666 takes
+// for ever, and 777 fails when it has told where snmptrap's state and process group are.
 class TrapServerTest : public testing::Test {
  protected:
-  TrapServerTest() {
+  void start(Texts options) {
     writeWhole("snmptrap",
-               "#!/bin/sh\n[ $9 != 666 ] || exec sleep 60\nline=$(printf '[%s]' \"$@\")\n"
-               "echo \"$line\" >> ran\n[ $9 != 777 ] || exit 3\n");
+               "#!/bin/sh\n[ $9 != 666 ] || sleep 60\nline=$(printf '[%s]' \"$@\")\n"
+               "echo \"$line\" >> ran\n[ $9 != 777 ] || {\n"
+               "  readlink -f $SNMP_PERSISTENT_DIR > state\n"
+               "  cut -d' ' -f5 /proc/$$/stat > group\n  exit 3\n}\n");
     chmod("snmptrap", 0700);
-    const std::string script = std::filesystem::current_path() / "snmptrap";
-    server = std::make_unique<Process>(
-        Texts{TRAPSERVER, "--port", "0", "--seconds", "1", "--snmptrap", script}, "log");
+    options.insert(options.begin(), {TRAPSERVER, "--port", "0", "--snmptrap",
+                                     std::filesystem::current_path() / "snmptrap"});
+    unsetenv("SNMP_PERSISTENT_DIR");
+    server = std::make_unique<Process>(options, "log");
     const std::string before = "listening on 127.0.0.1:";
     EXPECT_TRUE(server->says(before));
     const std::string said = server->output();
@@ -87,6 +91,7 @@ class TrapServerTest : public testing::Test {
 };
 
 TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
+  start({});
   Random random(8);
   const long idle = openDescriptors(server->id());
   const int device[] = {connectTo(port), connectTo(port)};
@@ -137,11 +142,16 @@ TEST_F(TrapServerTest, GarbageFloodsAndVanishingClientsCostTheOthersNothing) {
 }
 
 TEST_F(TrapServerTest, FailuresAreTheirOwnLineAndAtTheEndEverythingThatCameIsSent) {
+  start({"--seconds", "1"});
   const int device = connectTo(port);
   std::string bytes = command(666) + '\0' + command(777) + '\0';
   sendAll(device, bytes);
   EXPECT_TRUE(server->says("trap 666 to 127.0.0.1:16200 not sent, snmptrap took too long\n"));
   EXPECT_TRUE(server->says("trap 777 to 127.0.0.1:16200 not sent, snmptrap ended with 3\n"));
+  std::string state = readWhole("state");
+  state.pop_back();
+  EXPECT_EQ(std::filesystem::status(state).permissions(), std::filesystem::perms::owner_all);
+  EXPECT_NE(std::stoi(readWhole("group")), getpgid(server->id())) << "Ctrl-C ends it, too";
   bytes.clear();
   for (unsigned int number = 2000; number < 2050; ++number) {
     bytes += command(number) + '\0';
@@ -150,13 +160,74 @@ TEST_F(TrapServerTest, FailuresAreTheirOwnLineAndAtTheEndEverythingThatCameIsSen
   EXPECT_TRUE(server->says("trap 2000 to"));
   kill(server->id(), SIGTERM);
   EXPECT_TRUE(dropped(device));
-  EXPECT_EQ(connectTo(port), -1);
   sendAll(device, command(2050) + '\0' + "half");  // as a device that has not noticed yet
+  EXPECT_EQ(connectTo(port), -1);
   EXPECT_EQ(server->wait(), 0);
   EXPECT_EQ(allRan().size(), 52U);
   EXPECT_EQ(allRan().back(), ran(2050));
   EXPECT_TRUE(server->says("refused, half a command: half\nended\n"));
-  EXPECT_EQ(runProgram(TRAPSERVER " --help > /dev/full").status, 1);
+  EXPECT_FALSE(std::filesystem::exists(state));
+  close(device);
+}
+
+// Clients that say nothing, half a command or one and then nothing take all places. Those that wait
+// for one have sent and gone. In the end two more come at the very moment of a signal.
+TEST_F(TrapServerTest, SilentClientsMakeWayAndWhoWaitsLosesNothing) {
+  constexpr unsigned int PLACES = 64;
+  constexpr unsigned int WAITING = 5;
+  start({"--silence", "1"});
+  std::vector<int> silent;
+  for (unsigned int i = 0; i < PLACES; ++i) {
+    silent.push_back(connectTo(port));
+  }
+  sendAll(silent[0], command(1000) + '\0');
+  sendAll(silent[1], "half");
+  EXPECT_TRUE(server->says("refused, half a command: half\n"));
+  char byte;
+  EXPECT_EQ(recv(silent[2], &byte, 1, MSG_DONTWAIT), -1) << "nobody needs its place";
+  EXPECT_EQ(allRan(), Texts{ran(1000)});
+  silent.push_back(connectTo(port));
+  for (unsigned int number = 2000; number < 2001 + WAITING; ++number) {
+    const int device = connectTo(port);
+    sendAll(device, command(number) + '\0' + command(666 + number) + '\0');
+    shutdown(device, SHUT_WR);
+    silent.push_back(device);
+  }
+  EXPECT_TRUE(dropped(silent[2])) << "silent for the longest time";
+  sendAll(silent[2], command(3000) + '\0');  // it has not noticed yet
+  EXPECT_TRUE(comesTrue([] { return allRan().size() == 2 * (1 + WAITING) + 2; }));
+  for (const int signal : {SIGSTOP, SIGTERM}) {
+    silent.push_back(connectTo(port));
+    sendAll(silent.back(), command(4000) + '\0');
+    kill(server->id(), signal);
+  }
+  EXPECT_EQ(server->end(SIGCONT), 0);
+  EXPECT_EQ(allRan().size(), 2 * (1 + WAITING) + 4);
+  for (const int client : silent) {
+    close(client);
+  }
+}
+
+TEST_F(TrapServerTest, EachTrapThatThereIsNoTimeForHasItsLine) {
+  start({"--seconds", "60", "--at-end", "1"});
+  const int device = connectTo(port);
+  sendAll(device, command(666) + '\0');
+  const std::string bytes = command(1000) + '\0';
+  size_t sent = 0;
+  for (ssize_t n = 0; n >= 0 && sent < 3000 * bytes.size();) {
+    n = send(device, bytes.data() + sent % bytes.size(), bytes.size() - sent % bytes.size(),
+             MSG_DONTWAIT);
+    sent += n > 0 ? static_cast<size_t>(n) : 0;
+  }
+  EXPECT_EQ(server->end(SIGINT), 0);
+  const std::string log = server->output();
+  EXPECT_NE(log.find("trap 666 to 127.0.0.1:16200 not sent, no time left\n"), log.npos);
+  const std::string line = "trap 1000 to 127.0.0.1:16200 not sent, no time left\n";
+  size_t lines = 0;
+  for (size_t at = 0; (at = log.find(line, at) + 1) != 0;) {
+    ++lines;
+  }
+  EXPECT_EQ(lines, sent / bytes.size());
   close(device);
 }
 

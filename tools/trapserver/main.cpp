@@ -15,7 +15,7 @@ int serve(int argc, char** argv) {
   std::string mibs;
   CLI::App app{
       "Trap generation server: listens on 127.0.0.1 for the trap commands of devices and runs\n"
-      "net-snmp's snmptrap for each. SIGTERM ends it after what has arrived is sent.",
+      "net-snmp's snmptrap for each. SIGTERM and Ctrl-C end it after what has arrived is sent.",
       "trapserver"};
   app.set_version_flag("--version", TOOL_VERSION);
   app.add_option("--port", options.port, "TCP port to listen on; 0 for any free one")
@@ -24,6 +24,13 @@ int serve(int argc, char** argv) {
   app.add_option("--mibs", mibs, "directory of TAMRISVANE-MIB.txt, handed to snmptrap")
       ->check(CLI::ExistingDirectory);
   app.add_option("--seconds", options.seconds, "time that one run of snmptrap may take")
+      ->check(CLI::Range(1U, 3600U))
+      ->capture_default_str();
+  app.add_option("--silence", options.silence,
+                 "seconds without a whole command, after which a client makes way for another")
+      ->check(CLI::Range(1U, 3600U))
+      ->capture_default_str();
+  app.add_option("--at-end", options.atEnd, "seconds for which traps are still sent at the end")
       ->check(CLI::Range(1U, 3600U))
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
