@@ -9,6 +9,7 @@
 #pragma once
 
 /// The tree. Its pool outlives it, and it the registry that was given its address, the process.
+/// It is not copied: two trees would take slots of one pool.
 class AVLTree {
  public:
   struct avl_node;

@@ -48,7 +48,7 @@ class CmdStsIface : public USBIface {
   static constexpr unsigned int STAT_Q_DEFAULT_IF_EL_SIZE = 64;
 
   /// `trap`: the sender, borrowed. REQUIRES: it is not null.
-  explicit CmdStsIface(NetTrap* trap);
+  CmdStsIface(NetTrap* trap);
   ~CmdStsIface() override;
 
   /// Sends the `size` bytes at `data`, unconverted, as the body of a message on variable `var`,

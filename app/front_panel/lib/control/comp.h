@@ -12,20 +12,46 @@
 
 #include "bytes.h"
 
-/// A 32-bit number in a file, most significant byte first: four bytes without alignment that read
-/// and are set as the number.
-class be32_t {
+/// The bytes of a be32_t. A class of their own, so that a header is initialised from numbers, and
+/// `c ? header.crc : 0U` still has one meaning.
+class be32_bytes_t {
  public:
-  /// The number.
-  constexpr operator unsigned int() const { return getBigEndian(bytes, sizeof bytes); }
+  be32_bytes_t() = default;
   /// Stores `val`.
-  constexpr be32_t& operator=(unsigned int val) {
-    putBigEndian(bytes, sizeof bytes, val);
-    return *this;
-  }
+  constexpr be32_bytes_t(unsigned int val) : bytes{} { putBigEndian(bytes, sizeof bytes, val); }
+  /// The number.
+  constexpr unsigned int get() const { return getBigEndian(bytes, sizeof bytes); }
 
  private:
   unsigned char bytes[4];
+};
+
+/// A 32-bit number in a file, most significant byte first: four bytes without alignment that behave
+/// as an unsigned int. Only printf and its like, which take no classes, need a cast.
+struct be32_t {
+  be32_bytes_t stored;  ///< the number as it stands in the file
+
+  /// The number.
+  constexpr operator unsigned int() const { return stored.get(); }
+  /// Stores `val`. The others are those of an unsigned int.
+  constexpr be32_t& operator=(unsigned int val) {
+    stored = val;
+    return *this;
+  }
+  constexpr be32_t& operator+=(unsigned int val) { return *this = *this + val; }
+  constexpr be32_t& operator-=(unsigned int val) { return *this = *this - val; }
+  constexpr be32_t& operator*=(unsigned int val) { return *this = *this * val; }
+  constexpr be32_t& operator/=(unsigned int val) { return *this = *this / val; }
+  constexpr be32_t& operator%=(unsigned int val) { return *this = *this % val; }
+  constexpr be32_t& operator&=(unsigned int val) { return *this = *this & val; }
+  constexpr be32_t& operator|=(unsigned int val) { return *this = *this | val; }
+  constexpr be32_t& operator^=(unsigned int val) { return *this = *this ^ val; }
+  constexpr be32_t& operator<<=(unsigned int val) { return *this = *this << val; }
+  constexpr be32_t& operator>>=(unsigned int val) { return *this = *this >> val; }
+  constexpr be32_t& operator++() { return *this += 1; }
+  constexpr be32_t& operator--() { return *this -= 1; }
+  constexpr unsigned int operator++(int) { return (*this += 1) - 1; }
+  constexpr unsigned int operator--(int) { return (*this -= 1) + 1; }
 };
 
 /// The component header. A text ends with a zero byte unless it fills its field.

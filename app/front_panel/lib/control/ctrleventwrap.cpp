@@ -23,25 +23,25 @@ unsigned int CtrlEventTrapMgr::getAuxData(void* /*buf*/, unsigned int /*size*/) 
 
 void CtrlEventTrapMgr::postTx(int /*err*/) {}
 
-int CtrlEventTrapMgr::send(unsigned int state) {
-  static_assert(sizeof state == 4, "the state word on the wire is 32 bits wide");
-  if (trap_data_size == 0) {
-    return usb_if->sendStatus(var_id, index, &state, sizeof state);
-  }
-  const unsigned int copy = trap_data_size < sizeof state ? trap_data_size : sizeof state;
-  std::memcpy(trap_data, &state, copy);
-  const unsigned int room = trap_data_size - copy;
-  const unsigned int aux = getAuxData(static_cast<char*>(trap_data) + copy, room);
-  CTRL_ASSERT_ABOUT(aux <= room, AssertSubject::CONTROL, var_id, index);
-  return usb_if->sendStatus(var_id, index, trap_data, copy + aux);
-}
-
 bool CtrlEventTrapMgr::serviceTraps() {
   const bool due = needTrap();
   if (usb_if == nullptr || !due) {
     return false;
   }
-  const int err = send(getState());
+  const unsigned int state = getState();
+  static_assert(sizeof state == 4, "the state word on the wire is 32 bits wide");
+  const void* body = &state;
+  unsigned int length = sizeof state;
+  if (trap_data_size > 0) {
+    const unsigned int copy = trap_data_size < sizeof state ? trap_data_size : sizeof state;
+    std::memcpy(trap_data, &state, copy);
+    const unsigned int room = trap_data_size - copy;
+    const unsigned int aux = getAuxData(static_cast<char*>(trap_data) + copy, room);
+    CTRL_ASSERT_ABOUT(aux <= room, AssertSubject::CONTROL, var_id, index);
+    body = trap_data;
+    length = copy + aux;
+  }
+  const int err = usb_if->sendStatus(var_id, index, body, length);
   postTx(err);
   return err != 0;
 }

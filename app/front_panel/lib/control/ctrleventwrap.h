@@ -12,7 +12,8 @@
 
 class CmdStsIface;
 
-/// A watched control, without the rule that finds a change.
+/// A watched control, without the rule that finds a change. It is not copied: two managers of one
+/// control would each report it.
 class CtrlEventTrapMgr {
  public:
   /// `id`, `idx`: variable id and index that the messages carry. `buf`: the buffer of `size` bytes
@@ -49,7 +50,4 @@ class CtrlEventTrapMgr {
   const unsigned int index;           ///< variable index of the messages
   void* const trap_data;              ///< the body buffer, or null
   const unsigned int trap_data_size;  ///< its size in bytes
-
- private:
-  int send(unsigned int state);
 };

@@ -45,6 +45,52 @@ int stateWordOf(const status_t& header, const void* buf, unsigned int size) {
   return word;
 }
 
+// Finds the trap of a message; false, with a line, when it has none.
+bool findTrap(const NetTrap& trap, const void* buf, unsigned int size, unsigned int& varid,
+              int& specific) {
+  status_t header;
+  CTRL_ASSERT(size >= sizeof header);
+  std::memcpy(&header, buf, sizeof header);
+  unsigned int control_id = 0;
+  varid = header.wVariable;
+  specific = trap.Lookup_specific(varid, header.wIndex, stateWordOf(header, buf, size), control_id);
+  if (specific == 0) {
+    std::printf("NetTrap::Send, wrong varid/index[%u/0x%04x]\n", varid,
+                static_cast<unsigned int>(header.wIndex));
+    return false;
+  }
+  return true;
+}
+
+// A command and its zero byte: 76 fixed characters, an address of up to 213, and 10 digits.
+using Command = char[300];
+
+bool makeCommand(const char* manager, int specific, Command& text) {
+  const int length = std::snprintf(text, sizeof text, TRAP_COMMAND_FORMAT, manager,
+                                   static_cast<unsigned int>(specific));
+  if (static_cast<size_t>(length) >= sizeof text) {  // also what snprintf calls an error
+    std::puts("NetTrap::Send, trap manager address is too long");
+    return false;
+  }
+  std::printf("sending trap command: %s\n", text);
+  return true;
+}
+
+bool sendCommand(int sock, const Command& text) {
+  const size_t size = std::strlen(text) + 1;
+  for (size_t sent = 0; sent < size;) {
+    // A peer that has closed is a failure of this trap, not the end of the process.
+    const ssize_t count = send(sock, text + sent, size - sent, MSG_NOSIGNAL);
+    if (count >= 0) {
+      sent += static_cast<size_t>(count);
+    } else if (errno != EINTR || sent == 0) {
+      std::puts("Fail sending trap");
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 NetTrap::NetTrap(TrapIndex* index_array, CtrlReadWrite** ctrl_table)
@@ -73,9 +119,9 @@ int NetTrap::Init() {
   const char* const address = std::getenv("TRAP_MANAGER");
   m_trap_mgr = address != nullptr ? address : S_TRAP_MANAGER_IP;
   std::printf("trap manager is: %s[%u]\n", m_trap_mgr, static_cast<unsigned int>(S_TRAP_PORT));
-  closeOnce();
+  net_trap_close_();
   m_sock = setup_client(LOOPBACK, S_TRAP_PORT);
-  m_closed = false;
+  net_trap_closed_ = false;
   if (m_sock < 0) {
     std::puts("NetTrap: can not connect to trap generation server");
   }
@@ -110,88 +156,43 @@ bool NetTrap::Send_enable(unsigned int varid, unsigned int index) const {
   return false;
 }
 
-bool NetTrap::findTrap(const void* buf, unsigned int size, unsigned int& varid,
-                       int& specific) const {
-  status_t header;
-  CTRL_ASSERT(size >= sizeof header);
-  std::memcpy(&header, buf, sizeof header);
-  unsigned int control_id = 0;
-  varid = header.wVariable;
-  specific = Lookup_specific(varid, header.wIndex, stateWordOf(header, buf, size), control_id);
-  if (specific == 0) {
-    std::printf("NetTrap::Send, wrong varid/index[%u/0x%04x]\n", varid,
-                static_cast<unsigned int>(header.wIndex));
-    return false;
-  }
-  return true;
-}
-
-bool NetTrap::makeCommand(const void* buf, unsigned int size, Command& text) const {
-  unsigned int varid = 0;
-  int specific = 0;
-  if (!findTrap(buf, size, varid, specific)) {
-    return false;
-  }
-  const int length = std::snprintf(text, sizeof text, TRAP_COMMAND_FORMAT, m_trap_mgr,
-                                   static_cast<unsigned int>(specific));
-  if (static_cast<size_t>(length) >= sizeof text) {  // also what snprintf calls an error
-    std::puts("NetTrap::Send, trap manager address is too long");
-    return false;
-  }
-  std::printf("sending trap command: %s\n", text);
-  return true;
-}
-
-bool NetTrap::sendCommand(const Command& text) const {
-  const size_t size = std::strlen(text) + 1;
-  for (size_t sent = 0; sent < size;) {
-    // A peer that has closed is a failure of this trap, not the end of the process.
-    const ssize_t count = send(m_sock, text + sent, size - sent, MSG_NOSIGNAL);
-    if (count >= 0) {
-      sent += static_cast<size_t>(count);
-    } else if (errno != EINTR || sent == 0) {
-      std::puts("Fail sending trap");
-      return false;
-    }
-  }
-  return true;
-}
-
-NetTrap::Outcome NetTrap::sendVia(const char* host, const void* buf, unsigned int size) {
+NetTrapOutcome NetTrap::net_trap_send_(const char* host, const void* buf, unsigned int size) {
   CTRL_ASSERT(buf != nullptr);
   CTRL_ASSERT(size != 0);
   CTRL_ASSERT(m_trap_mgr != nullptr);
   std::puts("NetTrap::Send");
   if (m_sock < 0) {
     m_sock = setup_client(host, S_TRAP_PORT);
-    m_closed = false;
+    net_trap_closed_ = false;
     if (m_sock < 0) {
       std::puts("NetTrap::Send---> can not connect to trap generation server");
-      return NOT_SENT;
+      return NetTrapOutcome::NOT_SENT;
     }
   }
+  unsigned int varid = 0;
+  int specific = 0;
   Command text;
-  if (!makeCommand(buf, size, text)) {
-    return NOT_SENT;
+  if (!findTrap(*this, buf, size, varid, specific) || !makeCommand(m_trap_mgr, specific, text)) {
+    return NetTrapOutcome::NOT_SENT;
   }
-  return sendCommand(text) ? SENT : BROKEN;
+  return sendCommand(m_sock, text) ? NetTrapOutcome::SENT : NetTrapOutcome::BROKEN;
 }
 
 int NetTrap::Send(const void* buf, unsigned int size) {
-  return sendVia(m_trap_mgr, buf, size) == SENT ? 0 : -1;
+  return net_trap_send_(m_trap_mgr, buf, size) == NetTrapOutcome::SENT ? 0 : -1;
 }
 
 int NetTrap::Exit() {
   std::puts("NetTrap::Exit: close the trap socket");
-  closeOnce();
+  net_trap_close_();
   return 0;
 }
 
 // By the time of a second call the number may be somebody else's.
-void NetTrap::closeOnce() {
-  if (m_sock >= 0 && !m_closed) {
+void NetTrap::net_trap_close_() {
+  if (m_sock >= 0 && !net_trap_closed_) {
     close(m_sock);
-    m_closed = true;
+    net_trap_closed_ = true;
   }
 }
 
@@ -217,11 +218,11 @@ int NetReconnectTrap::Send(const void* buf, unsigned int size) {
   if (m_sock >= 0 && serverGone()) {
     drop();
   }
-  const Outcome outcome = sendVia(LOOPBACK, buf, size);
-  if (outcome == BROKEN) {
+  const NetTrapOutcome outcome = net_trap_send_(LOOPBACK, buf, size);
+  if (outcome == NetTrapOutcome::BROKEN) {
     drop();
   }
-  return outcome == SENT ? 0 : -1;
+  return outcome == NetTrapOutcome::SENT ? 0 : -1;
 }
 
 int NetReconnectTrap::Exit() {
@@ -243,7 +244,7 @@ int NetHookTrap::Send(const void* buf, unsigned int size) {
   CTRL_ASSERT(size != 0);
   unsigned int varid = 0;
   int specific = 0;
-  if (!findTrap(buf, size, varid, specific)) {
+  if (!findTrap(*this, buf, size, varid, specific)) {
     return -1;
   }
   return m_trapFunc(static_cast<int>(varid), specific, "Trap");

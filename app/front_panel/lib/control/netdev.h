@@ -28,7 +28,11 @@ struct TrapIndex {
 /// when the trap is delivered; anything else makes its manager try again at the next poll.
 using trap_mgr_hook_t = int (*)(int, int, const char*);
 
-/// Sends traps to the trap generation server.
+/// What became of a trap that was to go out. After BROKEN the socket is no good, and half a command
+/// may be out.
+enum class NetTrapOutcome { SENT, NOT_SENT, BROKEN };
+
+/// Sends traps to the trap generation server. It is not copied: it stands for its connection.
 class NetTrap {
  public:
   static constexpr unsigned int S_TRAP_BASE_START = 1000;     ///< first trap number
@@ -70,14 +74,8 @@ class NetTrap {
   bool Send_enable(unsigned int varid, unsigned int index) const;
 
  protected:
-  /// What became of a trap. After BROKEN the socket is no good, and half a command may be out.
-  enum Outcome { SENT, NOT_SENT, BROKEN };
-
   /// The steps of Send, with the host to connect to when there is no connection.
-  Outcome sendVia(const char* host, const void* buf, unsigned int size);
-
-  /// Finds the trap of a message; false, with a line, when it has none.
-  bool findTrap(const void* buf, unsigned int size, unsigned int& varid, int& specific) const;
+  NetTrapOutcome net_trap_send_(const char* host, const void* buf, unsigned int size);
 
   TrapIndex* const m_index_array;      ///< the trap table
   CtrlReadWrite** const m_ctrl_table;  ///< the control table
@@ -85,14 +83,9 @@ class NetTrap {
   int m_sock = -1;                     ///< the connection; negative for none
 
  private:
-  // A command and its zero byte: 76 fixed characters, an address of up to 213, and 10 digits.
-  using Command = char[300];
+  void net_trap_close_();
 
-  bool makeCommand(const void* buf, unsigned int size, Command& text) const;
-  bool sendCommand(const Command& text) const;
-  void closeOnce();
-
-  bool m_closed = false;  // Exit has closed m_sock, which keeps its number
+  bool net_trap_closed_ = false;  // Exit has closed m_sock, which keeps its number
 };
 
 /// A NetTrap for applications that outlive their server's restarts. It notices before each trap

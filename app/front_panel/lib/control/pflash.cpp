@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "debug.h"
-#include "flash_config.h"
 #include "pfmedium.h"
 
 namespace {

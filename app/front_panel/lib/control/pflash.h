@@ -10,6 +10,8 @@
 // process: a block id of 2 or more, and with a medium a second operation in flight.
 #pragma once
 
+#include "flash_config.h"
+
 /// Prepares the medium. The store calls it once, at its start-up, before any other operation.
 void pfInit();
 

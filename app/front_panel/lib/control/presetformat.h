@@ -6,17 +6,10 @@
 // It allocates nothing and owns nothing; any thread.
 #pragma once
 
-#include "flash_config.h"
 #include "presetmgr.h"
 
-/// Version of the format that is written. Version 0 is read.
-constexpr unsigned int CUR_VER = 1;
 /// Bytes of the header of a block: block word, version word.
 constexpr unsigned int PRESET_BLK_HDR_SIZE = 4;
-/// Bytes of the header of a record: head word, id, size.
-constexpr unsigned int PRESET_HDR_SIZE = 6;
-/// Bytes of the header of a record in a factory image.
-constexpr unsigned int FACTORY_PRESET_HDR_SIZE = 4;
 /// The bits of a head word that are the preset's type.
 constexpr unsigned short PRESET_TYPE_MASK = 0x1FFF;
 
@@ -37,16 +30,6 @@ constexpr unsigned short REC_WORD_NONE = 0xFFFF;     ///< no record: the end of 
 /// Bytes that `size` payload bytes take up on the medium.
 constexpr unsigned int presetPadded(unsigned int size) {
   return (size + 1) & ~1U;
-}
-
-/// Store address of block `id`, 0 or 1.
-constexpr unsigned int getBlkAddr(unsigned int id) {
-  return id * FLASH_PARM_BLK_SIZE;
-}
-
-/// Block that holds store address `addr`.
-constexpr unsigned int getBlkId(unsigned int addr) {
-  return addr < FLASH_PARM_BLK_SIZE ? 0 : 1;
 }
 
 /// Where the decoder reads.

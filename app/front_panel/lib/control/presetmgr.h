@@ -10,8 +10,41 @@
 // never.
 #pragma once
 
+#include "bytes.h"
+#include "flash_config.h"
+#include "pflash.h"
+#include "tessel_timer.h"
+
+/// Version of the format that is written. Version 0 is read.
+constexpr unsigned int CUR_VER = 1;
 /// Entries in each index table.
 constexpr unsigned int NUM_PRESETS = 300;
+/// Bytes of the header of a record: head word, id, size.
+constexpr unsigned int PRESET_HDR_SIZE = 6;
+/// Bytes of the header of a record in a factory image.
+constexpr unsigned int FACTORY_PRESET_HDR_SIZE = 4;
+/// Quiet time after the latest write before it is stored, in ticks: 20 seconds.
+constexpr unsigned int TIMEOUT_INC_WRITE = 20000000 / Timer::tickTime;
+/// Longest wait after the first write that is not yet stored, in ticks: 60 seconds.
+constexpr unsigned int TIMEOUT_ABS_WRITE = 60000000 / Timer::tickTime;
+
+/// Store address of block `id`, 0 or 1.
+constexpr unsigned int getBlkAddr(unsigned int id) {
+  return id * FLASH_PARM_BLK_SIZE;
+}
+/// Block that holds store address `addr`.
+constexpr unsigned int getBlkId(unsigned int addr) {
+  return addr < FLASH_PARM_BLK_SIZE ? 0 : 1;
+}
+/// True when every byte of block `blkid` reads erased on the medium.
+inline bool isBlkErased(unsigned int blkid) {
+  return pfIsBlkErased(blkid);
+}
+/// The 16-bit number at offset `addr` of the factory image `buf`.
+inline unsigned short getUShort(unsigned int addr, const void* buf) {
+  return static_cast<unsigned short>(
+      getBigEndian(static_cast<const unsigned char*>(buf) + addr, 2));
+}
 
 /// Access to an entry: many readers or one writer.
 enum pmAccess_t {
@@ -19,17 +52,16 @@ enum pmAccess_t {
   PM_WRITE = 1,  ///< alone
 };
 
-/// Results of the handle operations. Each failure leaves the store as it was.
-enum {
-  ERR_OK = 0,            ///< done
-  ERR_NOT_FOUND = 1,     ///< no entry matches, no free entry, or the search has ended
-  ERR_CANNOT_OPEN = 2,   ///< the entry's use conflicts with the requested access
-  ERR_NOT_OPEN = 3,      ///< the handle is not open for this operation
-  ERR_WRITE_FAILED = 4,  ///< the block has no room for this payload, or it is empty
-  ERR_READ_FAILED = 6,   ///< the entry holds no data
-};
+// Results of the handle operations. Each failure leaves the store as it was.
+constexpr int ERR_OK = 0;            ///< done
+constexpr int ERR_NOT_FOUND = 1;     ///< no entry matches, no free entry, or the search has ended
+constexpr int ERR_CANNOT_OPEN = 2;   ///< the entry's use conflicts with the requested access
+constexpr int ERR_NOT_OPEN = 3;      ///< the handle is not open for this operation
+constexpr int ERR_WRITE_FAILED = 4;  ///< the block has no room for this payload, or it is empty
+constexpr int ERR_READ_FAILED = 6;   ///< the entry holds no data
 
-/// A handle on one entry of the store. Closes itself; may be opened again without limit.
+/// A handle on one entry of the store. Closes itself; may be opened again without limit. It is not
+/// copied: each handle counts as one use of its entry.
 class PresetMgr {
  public:
   /// A closed handle.

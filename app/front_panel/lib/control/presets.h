@@ -160,6 +160,11 @@ int loadUserSetup(unsigned int which);
 /// Saves user setup `which`; as saveSetup.
 int saveUserSetup(unsigned int which);
 
+/// loadUserSetup and saveUserSetup for a list of the caller and any record type.
+int loadType(unsigned short type, const verPresetField_t* list);
+/// As loadType.
+int saveType(unsigned short type, const verPresetField_t* list);
+
 /// Brings the saved setup back as one change: recallPreset of its record, which either takes
 /// effect as a whole or changes nothing. Any text of the list whose character class needs 4 bits
 /// and more, as all of ReadWriteVarMgrStr do, is covered by the undo memory of the verbs.

@@ -20,10 +20,6 @@ class FlashWords final : public PresetWords {
   }
 };
 
-unsigned short getUShort(unsigned int addr, const unsigned char* buf) {
-  return static_cast<unsigned short>(getBigEndian(buf + addr, 2));
-}
-
 void clearTable(preset_t (&table)[NUM_PRESETS]) {
   for (preset_t& preset : table) {
     initPreset(preset);
@@ -107,7 +103,7 @@ void PresetMgr::initGlob() {
   const FlashWords words;
   const int live = presetLiveBlk(words);
   for (unsigned int id = 0; id < TOTAL_FLASH_BLKS; ++id) {
-    store.blkState[id] = pfIsBlkErased(id) ? BLK_ERASED : BLK_DEALLOC;
+    store.blkState[id] = isBlkErased(id) ? BLK_ERASED : BLK_DEALLOC;
     store.blkReadsValid[id] = presetBlkVersion(words, id) >= 0;
   }
   if (live < 0) {

@@ -30,22 +30,22 @@ bool isSetup(unsigned short type) {
   return (type & PRESET_TYPE_MASK) == SETUP_TYPE;
 }
 
-inline int loadType(unsigned short type, const verPresetField_t* list) {
-  return loadPreset(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, list);
-}
-
-inline int saveType(unsigned short type, const verPresetField_t* list) {
-  const int result = storePreset(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, list, false);
-  CTRL_ASSERT(result != -1);
-  return result;
-}
-
 recall_t recallType(unsigned short type, recallNewer_t newer) {
   return recallStored(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, presetList, newer, undobuf,
                       UNDO_SIZE);
 }
 
 }  // namespace
+
+int loadType(unsigned short type, const verPresetField_t* list) {
+  return loadPreset(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, list);
+}
+
+int saveType(unsigned short type, const verPresetField_t* list) {
+  const int result = storePreset(type, presetbuf, PRESETBUF_SIZE, VER_SIZE, list, false);
+  CTRL_ASSERT(result != -1);
+  return result;
+}
 
 void initPresets(verPresetField_t* list) {
   // The low half of the address on a host where it is wider than the format.

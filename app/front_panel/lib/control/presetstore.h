@@ -11,10 +11,6 @@
 #include "presetmgr.h"
 #include "tessel_timer.h"
 
-/// Quiet time after the latest write before it is stored, in ticks: 20 seconds.
-constexpr unsigned int TIMEOUT_INC_WRITE = 20000000 / Timer::tickTime;
-/// Longest wait after the first write that is not yet stored, in ticks: 60 seconds.
-constexpr unsigned int TIMEOUT_ABS_WRITE = 60000000 / Timer::tickTime;
 /// Bytes of the RAM copy: a payload in flight and its successor are in it beside all others.
 constexpr unsigned int RAM_COPY_SIZE = 2 * FLASH_PARM_BLK_SIZE;
 /// In place of a store address or a RAM copy offset: none.

@@ -95,10 +95,10 @@ SimpleCtrlReadVarMgr::SimpleCtrlReadVarMgr(unsigned int id, unsigned int idx, co
                                            bool& ainit, CtrlRead** arr, unsigned int arrSize,
                                            const unsigned int* d, unsigned int nd,
                                            CmdStsIdx2ArrIdxFn c)
-    : CtrlReadVarMgr(id, idx, var), family(id, idx, ainit, arr, arrSize, d, nd, c) {}
+    : CtrlReadVarMgr(id, idx, var), ctrl_family_(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlReadVarMgr::init() {
-  family.join(this, varId, index);
+  ctrl_family_.join(this, varId, index);
 }
 
 SimpleCtrlReadWriteVarMgr::SimpleCtrlReadWriteVarMgr(unsigned int id, unsigned int idx,
@@ -106,11 +106,11 @@ SimpleCtrlReadWriteVarMgr::SimpleCtrlReadWriteVarMgr(unsigned int id, unsigned i
                                                      CtrlReadWrite** arr, unsigned int arrSize,
                                                      const unsigned int* d, unsigned int nd,
                                                      CmdStsIdx2ArrIdxFn c)
-    : CtrlReadWriteVarMgr(id, idx, var), family(id, idx, ainit, arr, arrSize, d, nd, c) {}
+    : CtrlReadWriteVarMgr(id, idx, var), ctrl_family_(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlReadWriteVarMgr::init() {
   CtrlReadWriteVarMgr::init();
-  family.join(this, varId, index);
+  ctrl_family_.join(this, varId, index);
 }
 
 SimpleCtrlCmd::SimpleCtrlCmd(unsigned int id, unsigned int idx, const bounds_t* b, bool& ainit,
@@ -121,7 +121,7 @@ SimpleCtrlCmd::SimpleCtrlCmd(unsigned int id, unsigned int idx, const bounds_t* 
       numBounds(calcNumBounds(b)),
       val(0),
       overflow(o),
-      family(id, idx, ainit, arr, arrSize, d, nd, c) {}
+      ctrl_family_(id, idx, ainit, arr, arrSize, d, nd, c) {}
 
 void SimpleCtrlCmd::get(void* buf, unsigned int size) {
   if (size > 0) {
@@ -130,7 +130,7 @@ void SimpleCtrlCmd::get(void* buf, unsigned int size) {
 }
 
 void SimpleCtrlCmd::init() {
-  family.join(this, varId, index);
+  ctrl_family_.join(this, varId, index);
 }
 
 bool SimpleCtrlCmd::validate(const void* buf, unsigned int size) const {

@@ -67,7 +67,7 @@ class SimpleCtrlReadVarMgr : public CtrlReadVarMgr {
   void init() override;
 
  private:
-  const CtrlFamily<CtrlRead> family;
+  const CtrlFamily<CtrlRead> ctrl_family_;
 };
 
 /// A member of a read-write family, on a variable manager.
@@ -81,7 +81,7 @@ class SimpleCtrlReadWriteVarMgr : public CtrlReadWriteVarMgr {
   void init() override;
 
  private:
-  const CtrlFamily<CtrlReadWrite> family;
+  const CtrlFamily<CtrlReadWrite> ctrl_family_;
 };
 
 /// A member of a read-write family that carries out a command: the application's class supplies
@@ -118,5 +118,5 @@ class SimpleCtrlCmd : public CtrlReadWrite {
 
  private:
   const range_t overflow;
-  const CtrlFamily<CtrlReadWrite> family;
+  const CtrlFamily<CtrlReadWrite> ctrl_family_;
 };

@@ -6,7 +6,8 @@
 // set that was not committed is dropped by the next refresh that finds the variable marked. init
 // puts the default into the working copy only, and the first refresh overrides it with the global
 // unless it was committed. The group, the global and the text buffers are the application's and
-// outlive the manager. Threads as in refresh.h. Nothing allocates or stops the process.
+// outlive the manager, which is not copied: it holds its token in the group. Threads as in
+// refresh.h. Nothing allocates or stops the process.
 #pragma once
 
 #include "refresh.h"

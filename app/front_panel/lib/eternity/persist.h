@@ -16,7 +16,7 @@ namespace eternity {
 class exception : public std::exception {
  public:
   /// A failure with this text.
-  explicit exception(const std::string& text) : m_text(text) {}
+  exception(const std::string& text) : m_text(text) {}
   /// Takes the text of `other.what()`, also when a derived class has its own.
   exception(const exception& other) : std::exception(other), m_text(other.what()) {}
   /// Takes the text that `other` was made with.
