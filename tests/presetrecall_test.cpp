@@ -69,7 +69,7 @@ class Story {
 };
 
 unsigned int recallUndoSize(Item& item) {
-  return dynamic_cast<PresetRecallField&>(item.field()).recallUndoSize();
+  return item.field().preset_recall_field_()->recallUndoSize();
 }
 
 // Images of every version of many lists come back whole; and before that, whatever stands in the

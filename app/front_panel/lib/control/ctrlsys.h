@@ -105,7 +105,8 @@ void ctrl_register_read(unsigned int varId, unsigned int dim1, unsigned int dim2
 
 /// Reads a control into the value buffer `buffer` of `length` bytes, looking at read-only families
 /// first. A hole reads as zeros. Returns CTRL_ERR_SUCCESS, or CTRL_ERR_PARAM with `buffer`
-/// untouched. A read of a read-write variable refreshes it, as a check does: ctrlDoValidateSet. REQUIRES: ctrl_sys_init has run.
+/// untouched. A read of a read-write variable refreshes it, as a check does: ctrlDoValidateSet.
+/// REQUIRES: ctrl_sys_init has run.
 int ctrlDoGet(unsigned int varid, unsigned int varidx, unsigned int length, void* buffer);
 
 /// The read-write entry of a pair, or null; why is printed on standard output, unless the entry

@@ -15,7 +15,7 @@ enum role_t {
 
 // The recall's side of a row's field, or null.
 PresetRecallField* recallField(const verPresetField_t& row) {
-  return dynamic_cast<PresetRecallField*>(row.field);
+  return row.field->preset_recall_field_();
 }
 
 // One recall on its way. The undo memory is filled in list order and emptied from its end, so a

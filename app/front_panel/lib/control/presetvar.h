@@ -11,6 +11,8 @@
 
 #include "varmgr.h"
 
+class PresetRecallField;
+
 /// One entry of a preset image. `buf` and `startBit` are the cursor of bitmanip.h, and `bufSize` is
 /// the room in bits that is left at the call.
 class PresetField {
@@ -31,12 +33,15 @@ class PresetField {
   virtual int commit() const = 0;
   /// Ends the change, whatever went before.
   virtual void endCommit() = 0;
+
+  /// What a recall needs besides, or null: a field class that has it overrides this. The name is
+  /// one that no class uses for anything else.
+  virtual PresetRecallField* preset_recall_field_() { return nullptr; }
 };
 
 /// What recallPreset (presetrecall.h) needs of a field besides get, reset and endCommit. A field
 /// class has all of it, as a second base, or none of it: the fields of the library do, and a class
-/// of the application that does not takes part in everything else. It is found by dynamic_cast, so
-/// field classes are compiled with run-time type information.
+/// of the application that does not takes part in everything else.
 class PresetRecallField {
  public:
   /// The bits that get takes, in every image. Valid after init.

@@ -19,6 +19,7 @@ class PresetFieldFill : public PresetField, public PresetRecallField {
   int commit() const override { return 0; }
   void endCommit() override {}
 
+  PresetRecallField* preset_recall_field_() override { return this; }
   unsigned int recallWidth() const override { return totBits; }
   void recallKeep(void* /*undo*/) override {}
   void recallPutBack(const void* /*undo*/) override {}

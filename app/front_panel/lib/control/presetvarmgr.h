@@ -58,6 +58,7 @@ class PresetFieldVarInt : public PresetFieldVar, public PresetRecallField {
   /// On -1 neither cursor nor variable has changed; on -2 the cursor has moved on.
   int get(void** buf, unsigned int bufSize, unsigned int& startBit) override;
 
+  PresetRecallField* preset_recall_field_() override { return this; }
   unsigned int recallWidth() const override { return numBits; }
   void recallKeep(void* undo) override;
   void recallPutBack(const void* undo) override;
@@ -98,6 +99,7 @@ class PresetFieldVarStr : public PresetFieldVar, public PresetRecallField {
   /// On -1 the cursor stands behind the positions read, and the variable has not changed.
   int get(void** buf, unsigned int bufSize, unsigned int& startBit) override;
 
+  PresetRecallField* preset_recall_field_() override { return this; }
   unsigned int recallWidth() const override { return svar.maxlen() * numBits; }
   unsigned int recallUndoSize() const override { return svar.get() == nullptr ? 0 : svar.maxlen(); }
   void recallKeep(void* undo) override;

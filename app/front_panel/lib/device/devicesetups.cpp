@@ -75,7 +75,7 @@ void SetupList::checkWidths() const {
     unsigned int bits = 0;
     for (const verPresetField_t* row = memory.rows; row->field != nullptr; ++row) {
       const bool inImage = row->ver <= v && (isPresetCurrent(*row) || row->remove > v);
-      bits += inImage ? dynamic_cast<const PresetRecallField&>(*row->field).recallWidth() : 0;
+      bits += inImage ? row->field->preset_recall_field_()->recallWidth() : 0;
     }
     const bool good = v < memory.numBits && memory.bits[v] == bits;
     if (!good) {
