@@ -16,12 +16,13 @@
 #include "debug.h"
 #include "fatal.h"
 #include "mbar.h"
-#include "mcf5200.h"
 
 namespace {
 
 void special() {}
 void other() {}
+
+#if BOARD_BARE_TARGET
 
 // What a static constructor finds that runs in front of all others.
 const volatile void* early[4];
@@ -31,14 +32,6 @@ __attribute__((constructor(101))) void lookEarly() {
   early[2] = rom_vector_table;
   early[3] = vector_table;
 }
-
-TEST(Board, ThePointersAreThereBeforeAnyConstructorRuns) {
-  const volatile void* const now[] = {pSIM, pDMA, rom_vector_table, vector_table};
-  EXPECT_THAT(early, testing::ElementsAreArray(now));
-  EXPECT_NE(early[0], nullptr);
-}
-
-#if BOARD_BARE_TARGET
 
 void mapAt(std::uintptr_t address, std::size_t size) {
   void* const place = reinterpret_cast<void*>(address);
@@ -68,7 +61,7 @@ const bool mapped = [] {
 void makeFlashBusy() {}
 constexpr unsigned short WORD_IN_THE_END = BOOT_FLASH_READ_ARRAY;  // memory keeps the command
 
-TEST(Board, EverythingStandsAtTheBoardsAddresses) {
+TEST(Board, EverythingStandsAtTheBoardsAddressesBeforeAnyConstructorRuns) {
   const auto pointer = [](std::uintptr_t address) {
     return reinterpret_cast<const volatile void*>(address);
   };
@@ -139,17 +132,6 @@ TEST(Eh, NamesStandAtTheirVectors) {
   EXPECT_STREQ(vector_name[2], "Access error");
   EXPECT_STREQ(vector_name[25], "Level 1 autovector");
   EXPECT_STREQ(vector_name[61], "Unsupported instruction");
-}
-
-// This processor is not that of the board.
-TEST(Mcf5200, NothingIsSetAndTheStatusRegisterReadsZero) {
-  set_acr(0);
-  set_cacr(0);
-  init_usb_mem_reg();
-  init_mem_reg();
-  init_cache();
-  EXPECT_EQ(spl(0x2700), 0);
-  EXPECT_EQ(getsr(), 0);
 }
 
 TEST(AssertDeathTest, BringsTheBootFlashBackToReadModeBeforeTheAbort) {

@@ -88,7 +88,8 @@ class PresetFieldVarStr : public PresetFieldVar, public PresetRecallField {
     MODE_MANUAL = 1,  ///< positions of 8 bits, terminator 0
   };
 
-  /// `s`: scratch buffer of `ss` bytes in which get assembles the text.
+  /// `s`: scratch buffer of `ss` bytes in which get assembles the text. It and `v` are held by
+  /// address.
   /// REQUIRES: `s` not null. At init: `ss` greater than maxlen() of `v`, and for MODE_AUTO bounds
   /// with at least one row.
   PresetFieldVarStr(ReadWriteVarMgrStr& v, void* s, unsigned int ss, mode_t m);
