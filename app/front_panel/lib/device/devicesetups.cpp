@@ -71,6 +71,7 @@ const SetupItem* SetupList::addItems(const SetupItem* item, Cursor& at) const {
 // Compares each version's width with the one told.
 void SetupList::checkWidths() const {
   const unsigned long newest = presetListVersion(memory.rows);
+  bool allGood = true;
   for (unsigned int v = 0; v <= newest; ++v) {
     unsigned int bits = 0;
     for (const verPresetField_t* row = memory.rows; row->field != nullptr; ++row) {
@@ -86,8 +87,9 @@ void SetupList::checkWidths() const {
           v == newest ? "tell the new number, if the version is new; else undo the change"
                       : "what is new comes last with a version of its own; bounds stay");
     }
-    CTRL_ASSERT(good);
+    allGood = allGood && good;
   }
+  CTRL_ASSERT(allGood);
 }
 
 void SetupList::start() {

@@ -47,29 +47,33 @@ void skipBlanks(const char*& text) {
 
 namespace {
 
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// Reads digits behind the sign, which decides what is in range.
 template <class Number>
 bool parse(const char*& text, Number& number) {
-  const auto read = std::from_chars(text, text + std::strlen(text), number);
-  if (read.ec != std::errc()) {
+  const bool negative = std::is_signed_v<Number> && *text == '-';
+  const bool sign = std::is_signed_v<Number> && (negative || *text == '+');
+  const char* const digits = text + (sign ? 1 : 0);
+  const bool hex = digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+  const char* const from = digits + (hex ? 2 : 0);
+  unsigned int size;
+  const auto read = std::from_chars(from, from + std::strlen(from), size, hex ? 16 : 10);
+  const unsigned int most = static_cast<unsigned int>(std::numeric_limits<Number>::max());
+  if (read.ec != std::errc() || size > most + (negative ? 1U : 0U)) {
     return false;
   }
   text = read.ptr;
+  number = static_cast<Number>(negative ? 0 - size : size);
   return true;
-}
-
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
 }
 
 }  // namespace
 
 bool parseNumber(const char*& text, int& number) {
-  const char* at = text + (text[0] == '+' && isDigit(text[1]) ? 1 : 0);
-  if (!parse(at, number)) {
-    return false;
-  }
-  text = at;
-  return true;
+  return parse(text, number);
 }
 
 bool parseNumber(const char*& text, unsigned int& number) {
@@ -223,11 +227,46 @@ void writeFamily(const Family& family, Line& line) {
   }
 }
 
+void writeUnit(const Family& family, Line& line) {
+  const char* const unit = family.facts().unit;
+  if (*unit != 0) {
+    line.put(' ').put(unit);
+  }
+}
+
+const char* kindName(Kind kind) {
+  switch (kind) {
+    case Kind::INTEGER:
+      return "integer";
+    case Kind::BOOLEAN:
+      return "boolean";
+    case Kind::CHOICE:
+      return "choice";
+    case Kind::TEXT:
+      return "text";
+    case Kind::READING:
+      return "reading";
+    case Kind::COMMAND:
+      return "command";
+  }
+  return "";
+}
+
+const char* valueName(const Family& family, unsigned int i) {
+  static const char* const SWITCH[] = {"off", "on"};
+  const Facts& f = family.facts();
+  if (f.type == DATA_TYPE_BOOL) {
+    return i < 2 ? SWITCH[i] : nullptr;
+  }
+  return i < f.numChoices ? f.choices[i].name : nullptr;
+}
+
 namespace {
 
-void writeUnit(const Facts& f, Line& line) {
-  if (*f.unit != 0) {
-    line.put(' ').put(f.unit);
+void writeValueNames(const Family& family, Line& line) {
+  for (unsigned int i = 0; valueName(family, i) != nullptr; ++i) {
+    line.put(i == 0 ? "" : valueName(family, i + 1) == nullptr ? " or " : ", ");
+    line.put(valueName(family, i));
   }
 }
 
@@ -270,19 +309,15 @@ const Choice* choiceOf(const Facts& f, int value) {
 void writeAllowed(const Family& family, Line& line) {
   const Facts& f = family.facts();
   if (f.kind == Kind::READING) {
-    line.put("read only,");
-    writeUnit(f, line);
-  } else if (f.kind == Kind::BOOLEAN) {
-    line.put("off or on");
-  } else if (f.kind == Kind::CHOICE) {
-    for (unsigned int i = 0; i < f.numChoices; ++i) {
-      line.put(i == 0 ? "" : i + 1 == f.numChoices ? " or " : ", ").put(f.choices[i].name);
-    }
+    line.put(*f.unit == 0 ? "read only" : "read only,");
+    writeUnit(family, line);
+  } else if (valueName(family, 0) != nullptr) {
+    writeValueNames(family, line);
   } else if (f.textSize != 0) {
     writeAllowedText(f, line);
   } else {
     f.bounds == nullptr ? static_cast<void>(line.put("any number")) : writeBounds(f, line);
-    writeUnit(f, line);
+    writeUnit(family, line);
   }
 }
 

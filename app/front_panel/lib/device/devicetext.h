@@ -64,8 +64,9 @@ struct Selection {
 /// Moves `text` behind the blanks in front.
 void skipBlanks(const char*& text);
 
-/// Reads the decimal number at `text`, a sign in front allowed, and moves `text` behind it. False,
-/// with `text` unmoved, when there is none or it is out of range.
+/// Reads the number at `text`, decimal or with 0x in front hexadecimal, a sign in front allowed,
+/// and moves `text` behind it. False, with `text` unmoved, when there is none or it is out of
+/// range.
 bool parseNumber(const char*& text, int& number);
 /// The same without a sign.
 bool parseNumber(const char*& text, unsigned int& number);
@@ -83,6 +84,13 @@ void writeName(const Control& control, Line& line);
 void writeFamily(const Family& family, Line& line);
 /// Writes what a family may be set to: -100 or -60..12 dB.
 void writeAllowed(const Family& family, Line& line);
+/// What the controls of a family are, as a word: integer, boolean, choice, text, reading, command.
+const char* kindName(Kind kind);
+/// The `i`-th of the names that a value of the family can have, off and on for a boolean, by rising
+/// value; null behind the last, and for numbers and texts.
+const char* valueName(const Family& family, unsigned int i);
+/// Writes the unit with a blank in front, or nothing.
+void writeUnit(const Family& family, Line& line);
 /// Writes a number as a value of the family: -6, on, stereo. Without the unit.
 void writeNumber(const Family& family, int value, Line& line);
 /// Writes the present value: -6, on, stereo, "Stage left". Without the unit.
