@@ -6,7 +6,8 @@
 PACKAGES=(
   cmake ninja-build g++                 # the build
   libedit-dev                           # line editing of the panel
-  libcli11-dev                          # the command-line tools
+  libcli11-dev                          # the command line of the tools and the panel
+  nlohmann-json3-dev                    # the panel's JSON
   libgtest-dev libgmock-dev             # the tests
   snmp snmptrapd                        # tests: send and receive real traps
   libxml2-utils                         # tests: checks that files are well-formed
