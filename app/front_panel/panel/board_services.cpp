@@ -69,14 +69,16 @@ bool component(const char* path) {
   return true;
 }
 
-std::vector<std::string> completePath(const std::string& word) {
-  const std::string dir = word.substr(0, word.find_last_of('/') + 1);
+// A path may hold blanks; what stands in front of the last one is typed already.
+std::vector<std::string> completePath(const std::string& args) {
+  const std::string dir = args.substr(0, args.find_last_of('/') + 1);
+  const std::size_t typed = args.find_last_of(" \t") + 1;
   std::vector<std::string> found;
   std::error_code error;
   for (const fs::directory_entry& entry : fs::directory_iterator(dir.empty() ? "." : dir, error)) {
     const std::string path = dir + entry.path().filename().string();
-    if (path.compare(0, word.size(), word) == 0) {
-      found.push_back(path + (entry.is_directory(error) ? "/" : ""));
+    if (path.compare(0, args.size(), args) == 0) {
+      found.push_back(path.substr(typed) + (entry.is_directory(error) ? "/" : ""));
     }
   }
   return found;

@@ -1,236 +1,215 @@
+// The commands on controls. Names, values and what is allowed are written and read by the device
+// layer; here stands what a person types round them, and what is said of it.
 #include "commands.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "console.h"
-#include "ctrlsys.h"
 #include "device.h"
-#include "names.h"
-#include "saving.h"
+#include "devicetext.h"
+#include "json.h"
 
 namespace {
 
-std::string unitOf(const Address& control) {
-  return control.family == nullptr ? "" : control.family->unit;
-}
+using device::Control;
+using device::Family;
+using device::Kind;
+using device::Line;
+using device::Selection;
+using device::skipBlanks;
 
-bool noSuchControl(const Address& control) {
-  return complain("no control %s; \"list\" shows all", controlName(control).c_str());
-}
+using Text = device::LineOf<2048>;  // twice the longest value, with names round it
 
 // The value of a control with its unit, and the confirmed one if that is another.
-bool describe(const Address& control, std::string& text) {
-  if (!readValue(control, text)) {
-    return false;
+void describe(const Control& control, Line& line) {
+  Text value, confirmed;
+  writeValue(controls, control, value);
+  line.put(value.text());
+  if (writeConfirmed(control, confirmed) && std::strcmp(confirmed.text(), value.text()) != 0) {
+    writeUnit(*control.family, line);
+    line.put(", not confirmed; in effect is ").put(confirmed.text());
   }
-  std::string confirmed;
-  if (confirmedValue(control, confirmed) && confirmed != text) {
-    text += unitOf(control) + ", not confirmed; in effect is " + confirmed;
-  }
-  text += unitOf(control);
-  return true;
+  writeUnit(*control.family, line);
 }
 
-bool show(const Address& control) {
-  std::string value;
-  if (!describe(control, value)) {
-    return noSuchControl(control);
-  }
-  say("%s = %s", controlName(control).c_str(), value.c_str());
-  return true;
+// A control as "gain[2][1] = -6 dB".
+void describeNamed(const Control& control, Line& line) {
+  writeName(control, line);
+  line.put(" = ");
+  describe(control, line);
 }
 
 // Reads controls up to the end of the line.
-bool parseAll(const char* args, std::vector<Address>& controls) {
-  std::string error;
+bool parseAll(const char* args, std::vector<Control>& found) {
   do {
-    const std::vector<Address> found = parseControls(args, error);
-    if (found.empty()) {
-      return complain("%s", error.c_str());
+    Selection part;
+    Text why;
+    if (!parseControls(controls, args, part, why)) {
+      return complain("%s", why.text());
     }
-    controls.insert(controls.end(), found.begin(), found.end());
+    for (unsigned int i = 0; i < part.count; ++i) {
+      found.push_back(part.control(i));
+    }
     skipBlanks(args);
   } while (*args != 0);
   return true;
 }
 
 bool get(const char* args) {
-  std::vector<Address> controls;
-  return parseAll(args, controls) &&
-         std::all_of(controls.begin(), controls.end(), [](const Address& a) { return show(a); });
+  std::vector<Control> found;
+  if (!parseAll(args, found)) {
+    return false;
+  }
+  for (const Control& control : found) {
+    Text line;
+    describeNamed(control, line);
+    say("%s", line.text());
+  }
+  return true;
 }
 
 // The values of all members of a family; those of one first subscript stand together.
-std::string familyValues(const Family& family) {
-  std::string values;
-  unsigned int count = 0;
-  for (const Address& a : members(family)) {
-    std::string value;
-    readValue(a, value);
-    const bool group = family.ndim == 2 && count % family.dim[1] == 0;
-    values += (count == 0 ? "" : group ? ", " : " ") + value;
-    ++count;
+void writeValues(const Family& family, Line& line) {
+  const unsigned int group = family.facts().ndim == 2 ? family.facts().dim[1] : family.size();
+  for (unsigned int k = 0; k < family.size() && family.facts().kind != Kind::COMMAND; ++k) {
+    line.put(k == 0 ? "" : k % group == 0 ? ", " : " ");
+    writeValue(controls, {&family, k}, line);
   }
-  return family.access == COMMAND ? "" : values;
 }
 
-bool listMembers(const Family& family) {
-  say("%s: %s; %s", familyName(family).c_str(), family.about, allowedValues(family).c_str());
-  for (const Address& a : members(family)) {
-    std::string value;
-    describe(a, value);
-    const std::string numbers = std::to_string(a.id) + ":" + std::to_string(a.index);
-    say("  %-16s %-8s %s", controlName(a).c_str(), numbers.c_str(), value.c_str());
+void listMembers(const Selection& part) {
+  Text head;
+  writeFamily(*part.family, head);
+  head.put(": ").put(part.family->facts().help).put("; ");
+  writeAllowed(*part.family, head);
+  say("%s", head.text());
+  for (unsigned int i = 0; i < part.count; ++i) {
+    const Control control = part.control(i);
+    Text name, numbers, value;
+    writeName(control, name);
+    numbers.put(control.id()).put(':').put(control.index());
+    describe(control, value);
+    say("  %-16s %-8s %s", name.text(), numbers.text(), value.text());
   }
-  return true;
+}
+
+// All members of all families.
+std::vector<Selection> everything() {
+  std::vector<Selection> all;
+  for (const Family* const f : controls) {
+    all.push_back({f, 0, f->size()});
+  }
+  return all;
 }
 
 bool list(const char* args) {
+  constexpr char JSON[] = "--json";
+  const std::size_t word = std::strcspn(args, " \t");
+  const bool json = std::string(args, word) == JSON;
+  args += json ? word : 0;
+  skipBlanks(args);
+  std::vector<Selection> parts;
   if (*args == 0) {
+    parts = everything();
+  } else {
+    Selection part;
+    Text why;
+    if (!parseControls(controls, args, part, why)) {
+      return complain("%s", why.text());
+    }
+    skipBlanks(args);
+    if (!parseEnd(args)) {
+      return false;
+    }
+    parts = {part};
+  }
+  if (json) {
+    for (const std::string& line : toJson(parts)) {
+      say("%s", line.c_str());
+    }
+  } else if (parts.size() == 1) {
+    listMembers(parts[0]);
+  } else {
     listFamilies();
+  }
+  return true;
+}
+
+// Tells what became of a set.
+bool tellSet(bool good, const Control& control, const char* why) {
+  if (!good) {
+    return complain("%s", why);
+  }
+  Text line;
+  writeName(control, line);
+  if (control.family->facts().kind == Kind::COMMAND) {
+    say("%s waits for confirm", line.text());
     return true;
   }
-  std::string error;
-  const std::vector<Address> found = parseControls(args, error);
-  if (found.empty()) {
-    return complain("%s", error.c_str());
-  }
-  skipBlanks(args);
-  std::string value;
-  if (!parseEnd(args)) {
-    return false;
-  }
-  return readValue(found[0], value) && found[0].family != nullptr ? listMembers(*found[0].family)
-                                                                  : noSuchControl(found[0]);
-}
-
-// Hands a value to the registry and tells what became of it.
-bool request(const Address& control, const std::vector<char>& value) {
-  const std::string name = controlName(control);
-  switch (setControl(control.id, control.index, value.data(),
-                     static_cast<unsigned int>(value.size()))) {
-    case CTRL_ERR_SUCCESS: {
-      std::string now;
-      readValue(control, now);
-      if (control.family != nullptr && control.family->access == COMMAND) {
-        say("%s waits for confirm", name.c_str());
-      } else {
-        say("%s = %s%s, waits for confirm", name.c_str(), now.c_str(), unitOf(control).c_str());
-      }
-      return true;
-    }
-    case CTRL_ERR_NOBUFFER:
-      return complain("%u settings wait for confirm and no more fit; %s is not set", waitingSets(),
-                      name.c_str());
-    default:
-      return complain("%s is not set: the registry refuses it", name.c_str());
-  }
-}
-
-// What a person may change; says why not. Numbers that no family has are the registry's to refuse.
-bool mayChange(const Address& control) {
-  if (control.family != nullptr && control.family->access == READ_ONLY) {
-    return complain("%s is read only", controlName(control).c_str());
-  }
+  line.put(" = ");
+  writeValue(controls, control, line);
+  writeUnit(*control.family, line);
+  say("%s, waits for confirm", line.text());
   return true;
 }
 
-// A value that the control would refuse is caught here, where the message can name what is
-// allowed; the registry checks it again.
-bool isAllowed(const Address& control, const std::vector<char>& value) {
-  const Family& family = *control.family;
-  const unsigned int size = static_cast<unsigned int>(value.size());
-  if (family.type == DATA_TYPE_STRING) {
-    return size - 1 <= family.maxText &&
-           std::all_of(value.begin(), value.end() - 1, [&family](char c) {
-             const int v = static_cast<unsigned char>(c);
-             return getBoundsVal(v, true, RANGE_CLIP, family.bounds,
-                                 calcNumBounds(family.bounds)) == v;
-           });
-  }
-  const int v = ReadWriteVarMgr::convert(value.data(), size);
-  return getBoundsVal(v, true, RANGE_CLIP, family.bounds, calcNumBounds(family.bounds)) == v;
-}
-
+// A control, then "= VALUE", or a blank and VALUE.
 bool set(const char* args) {
-  Address control;
-  std::string error;
-  if (!parseControl(args, control, error)) {
-    return complain("%s", error.c_str());
+  Control control;
+  Text why;
+  if (!parseControl(controls, args, control, why)) {
+    return complain("%s", why.text());
   }
-  const bool apart = *args == ' ' || *args == '\t';
+  if (std::strchr(" \t=", *args) == nullptr && !parseEnd(args)) {
+    return false;
+  }
   skipBlanks(args);
-  if (!mayChange(control)) {
-    return false;
+  if (*args == '=') {
+    skipBlanks(++args);
   }
-  const std::string name = controlName(control);
-  const CTRL_DATA_TYPE type = control.family == nullptr ? DATA_TYPE_INT : control.family->type;
-  const std::string allowed =
-      control.family == nullptr ? "a number" : allowedValues(*control.family);
-  if (!apart && !parseEnd(args)) {
-    return false;
-  }
-  if (*args == 0) {
-    return complain("%s takes a value: %s", name.c_str(), allowed.c_str());
-  }
-  std::vector<char> value;
-  if (!parseValue(args, type, value) || (control.family != nullptr && !isAllowed(control, value))) {
-    return complain("%s cannot be %s; it takes %s", name.c_str(), args, allowed.c_str());
-  }
-  return request(control, value);
+  const bool good = setText(controls, control, args, why);
+  return tellSet(good, control, why.text());
 }
 
-bool parseInt(const char*& args, int& number) {
-  char* end;
-  const long long value = std::strtoll(args, &end, 10);
-  if (end == args || value < INT_MIN || value > INT_MAX) {
-    return false;
+// A line that begins with a control and no command: alone it is a get, with a value a set.
+bool getOrSet(const char* line) {
+  const char* behind = line;
+  Selection found;
+  Text why;
+  if (!parseControls(controls, behind, found, why)) {
+    return complain("%s", why.text());
   }
-  args = end;
-  number = static_cast<int>(value);
-  return true;
+  skipBlanks(behind);
+  return *behind == 0 ? get(line) : set(line);
+}
+
+bool beginsWithControl(const char* line) {
+  unsigned int id;
+  const char* at = line;
+  return (device::parseNumber(at, id) && *at == ':') ||
+         controls.findFamily(line, std::strcspn(line, " \t[=")) != nullptr;
 }
 
 bool inc(const char* args) {
-  Address control;
-  std::string error;
-  if (!parseControl(args, control, error)) {
-    return complain("%s", error.c_str());
-  }
-  if (!mayChange(control)) {
-    return false;
-  }
-  const Family* const family = control.family;
-  if (family == nullptr) {
-    return noSuchControl(control);
-  }
-  if (family->type == DATA_TYPE_STRING || family->access == COMMAND) {
-    return complain("%s is no number", controlName(control).c_str());
+  Control control;
+  Text why;
+  if (!parseControl(controls, args, control, why)) {
+    return complain("%s", why.text());
   }
   skipBlanks(args);
-  const char* const step = args;
+  const char* const size = args;
   int delta = 1;
-  if (*args != 0 && (!parseInt(args, delta) || *args != 0)) {
-    return complain("a step is a whole number, not %s", step);
+  if (*args != 0 && (!device::parseNumber(args, delta) || *args != 0)) {
+    return complain("a step is a whole number, not %s", size);
   }
-  std::vector<char> value(4);
-  if (ctrlDoGet(control.id, control.index, 4, value.data()) != CTRL_ERR_SUCCESS) {
-    return noSuchControl(control);
-  }
-  const long long sum = static_cast<long long>(ReadWriteVarMgr::convert(value.data(), 4)) + delta;
-  const int limited = static_cast<int>(std::clamp<long long>(sum, INT_MIN, INT_MAX));
-  const int stepped = getBoundsVal(limited, delta >= 0, family->overflow, family->bounds,
-                                   calcNumBounds(family->bounds));
-  ReadVarMgr::setBufInt(value.data(), 4, stepped);
-  return request(control, value);
+  const bool good = step(controls, control, delta, why);
+  return tellSet(good, control, why.text());
 }
 
 bool confirm(const char*) {
-  const unsigned int count = confirmSettings();
+  const unsigned int count = controls.confirm();
   if (count == 0) {
     return complain("nothing waits for confirm");
   }
@@ -239,28 +218,37 @@ bool confirm(const char*) {
   return true;
 }
 
+bool cancel(const char*) {
+  const unsigned int count = controls.cancel();
+  if (count == 0) {
+    return complain("nothing waits for confirm");
+  }
+  say("%u %s taken back; what is in effect stays", count, count == 1 ? "setting" : "settings");
+  return true;
+}
+
 bool save(const char*) {
-  if (!saveSettings()) {
+  if (!xmlFile.save()) {
     return complain("the confirmed settings are not saved");
   }
-  say("saved; %s", waitingSets() == 0 ? "nothing waits for confirm"
-                                      : "what waits for confirm is not in the file");
+  say("saved; %s", controls.waiting() == 0 ? "nothing waits for confirm"
+                                           : "what waits for confirm is not in the file");
   return true;
 }
 
 // Reads a number of seconds from the front of `args`, if one stands there.
 bool parseSeconds(const char*& args, unsigned int& seconds) {
   constexpr unsigned int MOST = 24 * 3600;
-  const std::size_t digits = std::strspn(args, "0123456789");
-  if (digits == 0 || std::strchr(" \t", args[digits]) == nullptr) {
+  const char* behind = args;
+  unsigned int number;
+  if (!device::parseNumber(behind, number) || std::strchr(" \t", *behind) == nullptr) {
     return true;
   }
-  const unsigned long number = std::strtoul(args, nullptr, 10);
   if (number > MOST) {
-    return complain("%.*s s is too long, %u at most", static_cast<int>(digits), args, MOST);
+    return complain("%u s is too long, %u at most", number, MOST);
   }
-  seconds = static_cast<unsigned int>(number);
-  args += digits;
+  seconds = number;
+  args = behind;
   skipBlanks(args);
   return true;
 }
@@ -268,23 +256,21 @@ bool parseSeconds(const char*& args, unsigned int& seconds) {
 bool watch(const char* args) {
   constexpr unsigned int POLL_MS = 100;
   unsigned int seconds = 10;
-  std::vector<Address> controls;
-  if (!parseSeconds(args, seconds) || !parseAll(args, controls)) {
+  std::vector<Control> watched;
+  if (!parseSeconds(args, seconds) || !parseAll(args, watched)) {
     return false;
   }
   if (consoleInteractive()) {
     say("watching for %u s, Enter ends it", seconds);
   }
-  std::vector<std::string> shown(controls.size());
+  std::vector<std::string> shown(watched.size());
   for (unsigned int pass = 0; pass <= seconds * 1000 / POLL_MS; ++pass) {
-    for (std::size_t i = 0; i < controls.size(); ++i) {
-      std::string now;
-      if (!describe(controls[i], now)) {
-        return noSuchControl(controls[i]);
-      }
-      if (now != shown[i]) {
-        say("%s = %s", controlName(controls[i]).c_str(), now.c_str());
-        shown[i] = now;
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+      Text now;
+      describeNamed(watched[i], now);
+      if (now.text() != shown[i]) {
+        say("%s", now.text());
+        shown[i] = now.text();
       }
     }
     if (!consolePause(POLL_MS)) {
@@ -318,7 +304,8 @@ bool help(const char* args) {
   }
   if (*args == 0) {
     say("A control is gain[2][1], or gain 2 1, or by its numbers 20:258. For get, list and watch");
-    say("a part is enough: gain 2, or gain. Lines without the mark \"" MARK
+    say("a part is enough: gain 2, or gain. A line may begin with it: gain 2 1 shows the value,");
+    say("gain 2 1 -6 or gain[2][1]=-6 sets it. Lines without the mark \"" MARK
         "\" are the library's.");
   }
   return true;
@@ -329,17 +316,77 @@ bool quit(const char* args) {
   if (!now && !parseEnd(args)) {
     return false;
   }
-  if (unsavedSettings() && !saveSettings() && !now) {
+  if (xmlFile.unsaved() && !xmlFile.save() && !now) {
     return complain("the confirmed settings are not saved; \"quit now\" ends without them");
   }
   consoleQuit();
   return true;
 }
 
-std::vector<std::string> completeName(const std::string& word) {
+// Adds `lead` with `candidate` behind it, if that begins with `word`.
+void addCandidate(std::vector<std::string>& found, const std::string& lead, const char* candidate,
+                  const std::string& word) {
+  const std::string whole = lead + candidate;
+  if (whole.compare(0, word.size(), word) == 0) {
+    found.push_back(whole);
+  }
+}
+
+std::string lastWord(const std::string& text) {
+  return text.substr(text.find_last_of(" \t") + 1);
+}
+
+// Names of controls for the last word of `args`.
+std::vector<std::string> completeControl(const std::string& args) {
+  std::vector<std::string> found;
+  for (const Selection& family : everything()) {
+    for (unsigned int i = 0; i < family.count; ++i) {
+      Text name;
+      writeName(family.control(i), name);
+      addCandidate(found, "", name.text(), lastWord(args));
+    }
+  }
+  return found;
+}
+
+std::vector<std::string> completeList(const std::string& args) {
+  std::vector<std::string> found = completeControl(args);
+  addCandidate(found, "", "--json", args);
+  return found;
+}
+
+// Behind a control the names of its values, behind a family's name the subscripts.
+std::vector<std::string> completeSet(const std::string& args) {
+  const char* behind = args.c_str();
+  Selection part;
+  Text why;
+  if (!parseControls(controls, behind, part, why) || std::strchr(" \t=", *behind) == nullptr ||
+      *behind == 0) {
+    return completeControl(args);
+  }
+  std::vector<std::string> found;
+  const device::Facts& f = part.family->facts();
+  const std::string word = lastWord(args);
+  if (part.count > 1) {
+    skipBlanks(behind);
+    const unsigned int given = f.ndim == 2 && part.count < part.family->size() ? 1 : 0;
+    for (unsigned int i = 0; *behind == 0 && i < f.dim[given]; ++i) {
+      addCandidate(found, "", std::to_string(i).c_str(), word);
+    }
+    return found;
+  }
+  const std::string lead = word.substr(0, word.find('=') + 1);
+  for (unsigned int i = 0; const char* const name = valueName(*part.family, i); ++i) {
+    addCandidate(found, lead, name, word);
+  }
+  return found;
+}
+
+// Names of commands for the last word of `args`.
+std::vector<std::string> completeName(const std::string& args) {
   std::vector<std::string> found;
   for (const Command* const* table = COMMAND_TABLES; *table != nullptr; ++table) {
-    const std::vector<std::string> more = completeGroup(*table, word);
+    const std::vector<std::string> more = completeGroup(*table, args);
     found.insert(found.end(), more.begin(), more.end());
   }
   return found;
@@ -368,17 +415,20 @@ bool carryOut(const Command& command, const char* args) {
 }  // namespace
 
 const Command CONTROL_COMMANDS[] = {
-    {"list", "[CONTROL]", "all controls, or the members of a family", list, completeControl},
+    {"list", "[--json] [CONTROL]", "all controls, or the members of a family or of a part", list,
+     completeList},
     {"get", "CONTROL...", "values now", get, completeControl},
-    {"set", "CONTROL VALUE", "checks a value and sets it, to be confirmed", set, completeControl},
-    {"inc", "CONTROL [STEP]", "sets a number by a step, 1 or as given", inc, completeControl},
+    {"set", "CONTROL VALUE", "checks a value and sets it, to be confirmed", set, completeSet},
+    {"inc", "CONTROL [STEP]", "sets a number by a step, 1 or as given", inc, completeSet},
     {"confirm", "", "makes everything that was set take effect", confirm, nullptr},
+    {"cancel", "", "takes back everything that was set and not confirmed", cancel, nullptr},
     {"watch", "[SECONDS] CONTROL...", "shows values as they change, for 10 seconds", watch,
      completeControl},
     {"wait", "[SECONDS]", "does nothing for a while", wait, nullptr},
     {"help", "[COMMAND]", "this list", help, completeName},
     {"save", "", "saves the confirmed settings now", save, nullptr},
     {"quit", "[now]", "ends the panel; confirmed settings are saved", quit, nullptr},
+    {"exit", "[now]", "the same as quit", quit, nullptr},
     {}};
 
 bool runCommand(const std::string& line) {
@@ -392,10 +442,13 @@ bool runCommand(const std::string& line) {
   const std::string text = line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
   const std::string name = text.substr(0, text.find_first_of(" \t"));
   const Command* const command = findCommand(name);
-  if (command == nullptr) {
-    return complain("no command \"%s\"; \"help\" shows all", name.c_str());
+  if (command != nullptr) {
+    return carryOut(*command, text.c_str() + name.size());
   }
-  return carryOut(*command, text.c_str() + name.size());
+  if (beginsWithControl(text.c_str())) {
+    return getOrSet(text.c_str());
+  }
+  return complain("no command \"%s\"; \"help\" shows all", name.c_str());
 }
 
 bool runGroup(const char* group, const Command* table, const char* args) {
@@ -414,10 +467,10 @@ bool runGroup(const char* group, const Command* table, const char* args) {
   return carryOut(*command, args + name.size());
 }
 
-std::vector<std::string> completeGroup(const Command* table, const std::string& word) {
+std::vector<std::string> completeGroup(const Command* table, const std::string& args) {
   std::vector<std::string> found;
   for (; table->name != nullptr; ++table) {
-    if (std::strncmp(table->name, word.c_str(), word.size()) == 0) {
+    if (std::strncmp(table->name, args.c_str(), args.size()) == 0) {
       found.push_back(table->name);
     }
   }
@@ -430,27 +483,40 @@ bool parseEnd(const char* args) {
 
 std::vector<std::string> completeCommand(const std::string& before) {
   const std::size_t first = before.find_first_not_of(" \t");
-  const std::size_t word = before.find_last_of(" \t") + 1;
-  if (first == std::string::npos || first == word) {
-    return completeName(before.substr(word));
+  if (first == std::string::npos) {
+    return completeName("");
   }
-  const Command* const command =
-      findCommand(before.substr(first, before.find_first_of(" \t", first) - first));
-  if (command == nullptr || command->complete == nullptr) {
-    return {};
+  const std::string line = before.substr(first);
+  const std::size_t end = line.find_first_of(" \t");
+  if (end == std::string::npos) {
+    std::vector<std::string> found = completeName(line);
+    const std::vector<std::string> settings = completeSet(line);
+    found.insert(found.end(), settings.begin(), settings.end());
+    return found;
   }
-  return command->complete(before.substr(word));
+  const Command* const command = findCommand(line.substr(0, end));
+  if (command == nullptr) {
+    return completeSet(line);
+  }
+  const char* args = line.c_str() + end;
+  skipBlanks(args);
+  return command->complete == nullptr ? std::vector<std::string>() : command->complete(args);
 }
 
 void listFamilies() {
   std::size_t width = 0;
-  for (const Family* f = FAMILIES; f->name != nullptr; ++f) {
-    width = std::max(width, familyValues(*f).size());
+  for (const Family* const f : controls) {
+    Text values;
+    writeValues(*f, values);
+    width = std::max(width, values.length());
   }
   const int w = static_cast<int>(width);
   say("%-18s %3s  %-*s  %s", "control", "id", w, "now", "may be");
-  for (const Family* f = FAMILIES; f->name != nullptr; ++f) {
-    say("%-18s %3u  %-*s  %s", familyName(*f).c_str(), f->id, w, familyValues(*f).c_str(),
-        allowedValues(*f).c_str());
+  for (const Family* const f : controls) {
+    Text name, values, allowed;
+    writeFamily(*f, name);
+    writeValues(*f, values);
+    writeAllowed(*f, allowed);
+    say("%-18s %3u  %-*s  %s", name.text(), f->facts().id, w, values.text(), allowed.text());
   }
 }

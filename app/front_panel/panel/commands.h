@@ -16,25 +16,27 @@ struct Command {
   /// Carries the command out. `args` is the rest of the line, without blanks round it. False when
   /// it was refused; the reason has been printed.
   bool (*run)(const char* args);
-  /// The whole words that begin with `word`, for an argument of this command; null for none.
-  std::vector<std::string> (*complete)(const std::string& word);
+  /// What the last word of `args` can become, as whole words; `args` is the line between the
+  /// command and the cursor, without blanks in front. Null for nothing.
+  std::vector<std::string> (*complete)(const std::string& args);
 };
 
 /// All tables, each ended by a null name, the list by null. Defined in main.cpp.
 extern const Command* const COMMAND_TABLES[];
 
-/// list, get, set, confirm, inc, watch, wait, save, help, quit.
+/// list, get, set, inc, confirm, cancel, watch, wait, help, save, quit, exit.
 extern const Command CONTROL_COMMANDS[];
 
-/// Runs one line. An empty one and one that begins with # does nothing. False when it was refused.
+/// Runs one line: a command, or a control, which is shown, or set if a value stands behind it. An
+/// empty line and one that begins with # does nothing. False when it was refused.
 bool runCommand(const std::string& line);
 
 /// Runs the command of `table` that `args` begins with. `group` is the word in front of it; alone
 /// it prints the table. False when it was refused.
 bool runGroup(const char* group, const Command* table, const char* args);
 
-/// The names of `table` that begin with `word`.
-std::vector<std::string> completeGroup(const Command* table, const std::string& word);
+/// The names of `table` that begin with `args`.
+std::vector<std::string> completeGroup(const Command* table, const std::string& args);
 
 /// For a command that has read all its arguments: complains of what else stands there.
 bool parseEnd(const char* args);

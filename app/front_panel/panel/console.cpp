@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <cerrno>
@@ -11,6 +12,8 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 #include "sio.h"
@@ -31,13 +34,26 @@ std::atomic<bool> terminalChanged{false};  // its size, or its mode while we wer
 bool ending = false;
 std::atomic<bool> atPrompt{false};  // a line is being edited on the terminal
 std::atomic<bool> redraw{false};
+std::string promptText;
 std::string unread;  // what was read from a pipe and not yet given out
 
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "written by a signal handler");
 
+// An interrupt, which a person takes for a line only, never hides a signal that ends the panel.
 void onSignal(int number) {
-  stopSignal = number;
+  int none = 0;
+  if (number != SIGINT) {
+    stopSignal = number;
+  } else {
+    stopSignal.compare_exchange_strong(none, number);
+  }
+}
+
+// True for a person's Ctrl-C, which is over then.
+bool takeInterrupt() {
+  int interrupt = SIGINT;
+  return consoleInteractive() && stopSignal.compare_exchange_strong(interrupt, 0);
 }
 
 void handle(int number, void (*handler)(int)) {
@@ -56,14 +72,19 @@ void catchSignals() {
 }
 
 void print(const char* lead, const char* format, va_list args) {
-  char text[1024];
-  std::vsnprintf(text, sizeof text, format, args);
-  for (char* c = text; *c != 0; ++c) {
-    if (std::iscntrl(static_cast<unsigned char>(*c)) != 0) {
-      *c = '?';  // a typed one would act on the terminal
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, format, args);
+  std::string text(static_cast<std::size_t>(length) + 1, 0);
+  std::vsnprintf(text.data(), text.size(), format, again);
+  va_end(again);
+  text.pop_back();
+  for (char& c : text) {
+    if (std::iscntrl(static_cast<unsigned char>(c)) != 0) {
+      c = '?';  // a typed one would act on the terminal
     }
   }
-  sio_printf(CONSOLE, MARK "%s%s\n", lead, text);
+  sio_printf(CONSOLE, MARK "%s%s\n", lead, text.c_str());
 }
 
 void refreshPrompt();
@@ -150,25 +171,57 @@ void onTerminalChange(int) {
 
 EditLine* editor = nullptr;
 History* history_ = nullptr;
+bool historyIsNew = false;  // has lines that its file has not
+constexpr char HISTORY_FILE[] = "panel.history";
 constexpr char CLEAR_ROW[] = "\r\033[K";
 std::FILE* terminal = nullptr;  // what the editor draws on
-std::string promptText;
+
+// A stream that is printed on the terminal, above the prompt.
+struct PrintStream {
+  bool atLineStart = true;
+  bool ours = false;  // the line is the panel's
+};
+PrintStream printedOut, printedErrors;
+bool dimsOthers = false;  // the library's lines are shown dim
+
+// Prints one line or a piece of one, without its end.
+void printPiece(PrintStream& stream, const char* text, std::size_t size) {
+  if (stream.atLineStart) {
+    stream.ours = std::strncmp(text, MARK, std::min(size, sizeof MARK - 1)) == 0;
+  }
+  const bool dim = dimsOthers && !stream.ours;
+  std::fputs(dim ? "\033[2m" : "", terminal);
+  std::fwrite(text, 1, size, terminal);
+  std::fputs(dim ? "\033[0m" : "", terminal);
+}
 
 // What anybody prints goes through here, at once and in its own thread. The first of it takes the
 // row of the prompt and of the line that is being edited, which are drawn again below; of a longer
 // line the rows above stay.
-ssize_t printAbovePrompt(void*, const char* text, std::size_t size) {
+ssize_t printAbovePrompt(void* cookie, const char* text, std::size_t size) {
+  PrintStream& stream = *static_cast<PrintStream*>(cookie);
   if (atPrompt && !redraw.exchange(true)) {
     std::fputs(CLEAR_ROW, terminal);
   }
-  std::fwrite(text, 1, size, terminal);
+  const char* const end = text + size;
+  for (const char* at = text; at != end;) {
+    const char* const lineEnd = std::find(at, end, '\n');
+    if (lineEnd != at) {
+      printPiece(stream, at, static_cast<std::size_t>(lineEnd - at));
+    }
+    stream.atLineStart = lineEnd != end;
+    if (stream.atLineStart) {
+      std::fputc('\n', terminal);
+    }
+    at = lineEnd + (stream.atLineStart ? 1 : 0);
+  }
   std::fflush(terminal);
   return static_cast<ssize_t>(size);
 }
 
-std::FILE* openAbovePrompt(int buffering) {
+std::FILE* openAbovePrompt(PrintStream& printed, int buffering) {
   std::FILE* const stream =
-      fopencookie(nullptr, "w", {nullptr, printAbovePrompt, nullptr, nullptr});
+      fopencookie(&printed, "w", {nullptr, printAbovePrompt, nullptr, nullptr});
   if (stream == nullptr) {
     return terminal;
   }
@@ -192,7 +245,7 @@ void adoptTerminal() {
   el_resize(editor);
 }
 
-// Gives the editor its next character, and the periodic work its time.
+// Gives the editor its next character, and the periodic work its time. Ctrl-C ends the line.
 int readChar(EditLine*, wchar_t* out) {
   std::mbstate_t state = {};
   for (;;) {
@@ -201,6 +254,11 @@ int readChar(EditLine*, wchar_t* out) {
     atPrompt = true;
     const bool more = readMore(&byte, 1, got);
     atPrompt = false;
+    if (!more && stopSignal == SIGINT) {
+      std::fputs("^C", terminal);
+      *out = L'\n';
+      return 1;
+    }
     if (!more) {
       return 0;
     }
@@ -256,6 +314,12 @@ unsigned char completeLine(EditLine* el, int) {
   return CC_REDISPLAY;
 }
 
+bool wantsColours() {
+  const char* const no = std::getenv("NO_COLOR");
+  const char* const term = std::getenv("TERM");
+  return (no == nullptr || *no == 0) && term != nullptr && std::strcmp(term, "dumb") != 0;
+}
+
 void startEditor() {
   constexpr int HISTORY_LINES = 500;
   std::setlocale(LC_CTYPE, "");
@@ -266,13 +330,15 @@ void startEditor() {
     return;
   }
   terminal = stdout;
-  stdout = openAbovePrompt(_IOLBF);
+  dimsOthers = wantsColours();
+  stdout = openAbovePrompt(printedOut, _IOLBF);
   if (isatty(STDERR_FILENO) != 0) {
-    stderr = openAbovePrompt(_IONBF);
+    stderr = openAbovePrompt(printedErrors, _IONBF);
   }
   HistEvent event;
   history(history_, &event, H_SETSIZE, HISTORY_LINES);
   history(history_, &event, H_SETUNIQUE, 1);
+  history(history_, &event, H_LOAD, HISTORY_FILE);
   el_set(editor, EL_PROMPT, prompt);
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_HIST, history, history_);
@@ -285,23 +351,26 @@ void startEditor() {
   handle(SIGCONT, onTerminalChange);
 }
 
+// Reads a line; false with what was typed of it when it was dropped.
 bool readEditedLine(std::string& line) {
-  promptText = hook.prompt();
   redraw = false;
   el_set(editor, EL_PREP_TERM, 1);  // before the prompt shows, so that no key after it is lost
   int count = 0;
   const char* const text = el_gets(editor, &count);
-  if (text == nullptr || count <= 0 || stopSignal != 0) {
-    sio_putc('\n', CONSOLE);
-    return false;
-  }
-  line.assign(text, static_cast<std::size_t>(count));
-  if (line.back() == '\n') {
+  line.assign(text == nullptr ? "" : text, static_cast<std::size_t>(std::max(count, 0)));
+  const bool whole = !line.empty() && line.back() == '\n';
+  if (whole) {
     line.pop_back();
+  } else {
+    sio_putc('\n', CONSOLE);
+  }
+  if (stopSignal != 0 || (!whole && line.empty())) {
+    return false;
   }
   if (line.find_first_not_of(" \t") != std::string::npos) {
     HistEvent event;
     history(history_, &event, H_ENTER, line.c_str());
+    historyIsNew = true;
   }
   return true;
 }
@@ -337,6 +406,10 @@ void consoleEnd() {
     editor = nullptr;
   }
   if (history_ != nullptr) {
+    HistEvent event;
+    if (historyIsNew) {
+      history(history_, &event, H_SAVE, HISTORY_FILE);
+    }
     history_end(history_);
     history_ = nullptr;
   }
@@ -348,17 +421,25 @@ bool consoleInteractive() {
 }
 
 bool consoleReadLine(std::string& line) {
-  if (ending || stopSignal != 0) {
-    return false;
+  takeInterrupt();  // a command that runs is not stopped
+  for (bool warned = false; !ending && stopSignal == 0;) {
+    promptText = hook.prompt();
+    if (editor == nullptr && consoleInteractive()) {
+      sio_puts(promptText.c_str(), CONSOLE);
+      std::fflush(stdout);
+    }
+    if (editor == nullptr ? readPlainLine(line) : readEditedLine(line)) {
+      return true;
+    }
+    if (!takeInterrupt() || (warned && line.empty())) {
+      return false;
+    }
+    warned = line.empty();
+    if (warned) {
+      say("Ctrl-C again ends the panel, as quit and Ctrl-D do");
+    }
   }
-  if (editor != nullptr) {
-    return readEditedLine(line);
-  }
-  if (consoleInteractive()) {
-    sio_puts(hook.prompt().c_str(), CONSOLE);
-    std::fflush(stdout);
-  }
-  return readPlainLine(line);
+  return false;
 }
 
 bool consolePause(unsigned int ms) {
@@ -373,8 +454,7 @@ bool consolePause(unsigned int ms) {
     case STOP:
       break;
   }
-  int interrupt = SIGINT;
-  if (fd >= 0 && stopSignal.compare_exchange_strong(interrupt, 0)) {
+  if (takeInterrupt()) {
     sio_putc('\n', CONSOLE);  // Ctrl-C ends the wait only
   }
   return false;

@@ -3,9 +3,11 @@
 // One loop waits for input and lets the periodic work of the application go on meanwhile. Every
 // line that the panel itself prints begins with MARK; all other lines come from the library. Both
 // go to standard output through no pipe or buffer of another thread, so the report of a fatal
-// assertion is never lost; while a line is edited they appear above it. SIGINT, SIGTERM and SIGHUP
-// end the input as the end of a file does. Main thread only, but for say and complain; nothing
-// stops the process.
+// assertion is never lost; while a line is edited they appear above it, the library's dim unless
+// NO_COLOR is set. SIGINT, SIGTERM and SIGHUP end the input as the end of a file does; at a
+// terminal Ctrl-C drops the line, and ends the input when it comes twice on an empty one. What is
+// typed there is kept in panel.history, for the next start. Main thread only, but for say and
+// complain; nothing stops the process.
 #pragma once
 
 #include <string>
@@ -34,7 +36,7 @@ void consoleEnd();
 bool consoleInteractive();
 
 /// Waits for the next line, without its line end. False when there are no more: end of the input,
-/// a signal, or consoleQuit.
+/// a signal, Ctrl-C twice, or consoleQuit.
 bool consoleReadLine(std::string& line);
 
 /// Lets the periodic work go on for `ms`. False when a person ended the wait earlier, with Enter

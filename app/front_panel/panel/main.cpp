@@ -1,8 +1,8 @@
 // The panel application: start-up, the periodic loop, and the end.
 #include <fcntl.h>
-#include <getopt.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -39,69 +39,49 @@ void runPeriodic() {
 constexpr int EXIT_REFUSED = 1;
 constexpr int EXIT_START = 2;
 
-const char USAGE[] =
-    "Usage: panel [--dir DIR] [--store FILE] [--traps print|server]\n"
-    "The front panel of a four-channel signal processor. Type commands at its prompt, or pipe\n"
-    "them in, one per line: printf 'set gain 2 1 -6\\nconfirm\\n' | panel\n"
-    "  --dir DIR     keep the files of the panel in DIR instead of the working directory\n"
-    "  --store FILE  keep the preset store in FILE instead of presets.flash\n"
-    "  --traps print|server\n"
-    "                switch the traps on at the start, and print them, or send them to the trap\n"
-    "                server for the manager TRAP_MANAGER (ADDRESS or ADDRESS:PORT)\n"
-    "  --help        this text\n"
-    "Ends with 0; with 1 when a piped command was refused, a confirmed setting could not be "
-    "saved,\n"
-    "or the output could not be written; with 2 when it cannot start.\n";
-
 struct Options {
-  const char* dir = nullptr;
-  const char* store = "presets.flash";
+  std::string dir = ".";
+  std::string store = "presets.flash";
   TrapOutput traps = TrapOutput::NONE;
 };
 
 // Reads the options; a result of 0 or more ends the process.
 int parseOptions(int argc, char** argv, Options& options) {
-  enum { DIR = 1, STORE, TRAPS, HELP };
-  static const option LONG[] = {{"dir", required_argument, nullptr, DIR},
-                                {"store", required_argument, nullptr, STORE},
-                                {"traps", required_argument, nullptr, TRAPS},
-                                {"help", no_argument, nullptr, HELP},
-                                {}};
-  for (;;) {
-    switch (getopt_long(argc, argv, "", LONG, nullptr)) {
-      case DIR:
-        options.dir = optarg;
-        break;
-      case STORE:
-        options.store = optarg;
-        break;
-      case TRAPS:
-        if (!parseTrapOutput(optarg, options.traps)) {
-          std::fprintf(stderr, "panel: traps go to print or to server, not to %s\n", optarg);
-          return EXIT_START;
-        }
-        break;
-      case HELP:
-        std::fputs(USAGE, stdout);
-        return sio_flush(0) ? 0 : EXIT_START;
-      case -1:
-        if (optind == argc) {
-          return -1;
-        }
-        std::fprintf(stderr, "panel: what is %s?\n", argv[optind]);
-        [[fallthrough]];
-      default:
-        std::fputs(USAGE, stderr);
-        return EXIT_START;
-    }
+  CLI::App app(
+      "The front panel of a four-channel signal processor. Type commands at its prompt, or pipe\n"
+      "them in, one per line: printf 'gain 2 1 -6\\nconfirm\\n' | panel\n",
+      "panel");
+  app.add_option("--dir", options.dir, "keep the files of the panel in DIR")
+      ->type_name("DIR")
+      ->capture_default_str();
+  app.add_option("--store", options.store, "keep the preset store in FILE")
+      ->type_name("FILE")
+      ->capture_default_str();
+  std::string traps;
+  app.add_option("--traps", traps,
+                 "switch the traps on at the start, and print them, or send them to the trap\n"
+                 "server for the manager TRAP_MANAGER (ADDRESS or ADDRESS:PORT)")
+      ->check(CLI::IsMember({"print", "server"}))
+      ->option_text("print|server");
+  app.footer(
+      "Ends with 0; with 1 when a piped command was refused, a confirmed setting could not be\n"
+      "saved, or the output could not be written; with 2 when it cannot start.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 && sio_flush(0) ? 0 : EXIT_START;
   }
+  options.traps = traps.empty()      ? TrapOutput::NONE
+                  : traps == "print" ? TrapOutput::PRINT
+                                     : TrapOutput::SERVER;
+  return -1;
 }
 
 std::string prompt() {
   static bool first = true;
-  const unsigned int waiting = waitingSets();
+  const unsigned int waiting = controls.waiting();
   const std::string hint = waiting > 0 ? " (" + std::to_string(waiting) + " to confirm)"
-                           : first     ? " (try: set gain 2 1 -6)"
+                           : first     ? " (try: gain 2 1 -6)"
                                        : "";
   first = false;
   return "panel" + hint + "> ";
@@ -113,7 +93,7 @@ void banner() {
   say(" ");
   listFamilies();
   say(" ");
-  say("Try: set gain 2 1 -6, then confirm. \"help\" shows all commands, Tab completes, \"quit\" "
+  say("Try: gain 2 1 -6, then confirm. \"help\" shows all commands, Tab completes, \"quit\" "
       "ends.");
 }
 
@@ -129,10 +109,10 @@ bool serve() {
 
 // Saves what is unsaved; tells what is lost. `good`: no command was refused.
 bool finish(bool good) {
-  if (waitingSets() > 0) {
-    say("not confirmed and so not kept: %u", waitingSets());
+  if (controls.waiting() > 0) {
+    say("not confirmed and so not kept: %u", controls.waiting());
   }
-  if (!closeSettings()) {
+  if (!xmlFile.close()) {
     return complain("the confirmed settings are not saved");
   }
   if (!sio_flush(0)) {
@@ -155,22 +135,22 @@ int main(int argc, char** argv) {
   if (end >= 0) {
     return end;
   }
-  if (options.dir != nullptr && chdir(options.dir) != 0) {
-    std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir, std::strerror(errno));
+  if (chdir(options.dir.c_str()) != 0) {
+    std::fprintf(stderr, "panel: cannot enter %s: %s\n", options.dir.c_str(), std::strerror(errno));
     return EXIT_START;
   }
   // Each step relies on the ones before it: the store's medium, the ticks, the controls, the fields
   // of a setup, the preset file. What watches the controls comes behind them.
-  if (!storeStart(options.store)) {
+  if (!storeStart(options.store.c_str())) {
     return EXIT_START;
   }
   consoleStart({runPeriodic, completeCommand, prompt});
   Timer_thread::Instance()->Init();
   boardStart();
-  deviceInit();
-  setupStart();
+  controls.start();
+  setupList.start();
   std::string why;
-  if (!openSettings(savedControls(), why)) {
+  if (!openSettings(why)) {
     complain("cannot keep settings here: %s", why.c_str());
     consoleEnd();
     return EXIT_START;

@@ -9,15 +9,10 @@
 #include <filesystem>
 
 #include "console.h"
-#include "ctrlsys.h"
+#include "device.h"
 #include "filereplace.h"
-#include "presets.h"
-
-std::mutex settingsLock;
 
 namespace {
-
-unsigned int waiting = 0;  // sets in the confirm queue
 
 // Two panels in one directory would overwrite each other's settings. The lock is on the directory
 // itself, and ends with the process; a file system without locks is taken as it is, and so is a
@@ -42,34 +37,13 @@ void backUpPresets() {
 
 }  // namespace
 
-int setControl(unsigned int id, unsigned int index, const void* data, unsigned int size) {
-  const int result = ctrlDoValidateSet(id, index, data, size);
-  waiting += result == CTRL_ERR_SUCCESS ? 1 : 0;
-  return result;
-}
-
-unsigned int waitingSets() {
-  return waiting;
-}
-
-unsigned int confirmSettings() {
-  const std::lock_guard<std::mutex> lock(settingsLock);
-  ctrlDoConfirm();
-  if (waiting > 0) {
-    Preset::Instance()->Set_need_save();
-  }
-  const unsigned int confirmed = waiting;
-  waiting = 0;
-  return confirmed;
-}
-
-bool openSettings(CtrlReadWrite** table, std::string& why) {
+bool openSettings(std::string& why) {
   if (!lockDirectory()) {
     why = "another panel keeps its files here";
     return false;
   }
   try {
-    initPresets(table, backUpPresets);
+    xmlFile.restore(backUpPresets);
     return true;
   } catch (const std::exception& e) {
     why = e.what();
@@ -78,17 +52,4 @@ bool openSettings(CtrlReadWrite** table, std::string& why) {
     delete e;
   }
   return false;
-}
-
-bool unsavedSettings() {
-  return Preset::Instance()->Need_save();
-}
-
-bool saveSettings() {
-  return Preset::Instance()->Save_now();
-}
-
-bool closeSettings() {
-  Preset::Instance()->Stop();
-  return !unsavedSettings() || saveSettings();
 }

@@ -1,66 +1,16 @@
 #include "setups.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #include "console.h"
 #include "device.h"
-#include "names.h"
+#include "devicetext.h"
 #include "presetmgr.h"
 #include "presets.h"
-#include "presetvarfill.h"
-#include "presetvarmgr.h"
-#include "saving.h"
 
 namespace {
 
 constexpr unsigned int LAST_USER_SETUP = 0x1FFE;
-
-// The fields of a setup. Each automatic one is as wide as the bounds of its variable need.
-
-struct ChannelFields {
-  explicit ChannelFields(unsigned int c)
-      : gain{PresetFieldVarInt(gains[c][0].var), PresetFieldVarInt(gains[c][1].var),
-             PresetFieldVarInt(gains[c][2].var)},
-        mute(mutes[c].var),
-        input(inputs[c].var) {}
-  PresetFieldVarInt gain[BANDS];
-  PresetFieldVarInt mute;
-  PresetFieldVarInt input;
-};
-
-struct Fields {
-  ChannelFields channel[CHANNELS] = {ChannelFields(0), ChannelFields(1), ChannelFields(2),
-                                     ChannelFields(3)};
-  PresetFieldFill contrast{false, 4};
-  unsigned char scratch[NAME_SIZE];
-  PresetFieldVarStr name{unitName.var, scratch, sizeof scratch, PresetFieldVarStr::MODE_AUTO};
-};
-
-// The list and its history. A row is never taken away and never moves: what a setup does not hold
-// any more gets the version that dropped it, what is new comes last with the next version.
-//
-//   version 0  gains, mutes and inputs, and the contrast of the display
-//   version 1  the contrast is no longer part of a setup, and its variable is gone: a fill holds
-//              the place of its 4 bits in older images. The name has come in
-constexpr unsigned int ROWS = CHANNELS * (BANDS + 2) + 2;
-verPresetField_t list[ROWS + 1];
-
-void makeList() {
-  static Fields fields;
-  verPresetField_t* row = list;
-  for (ChannelFields& channel : fields.channel) {
-    for (PresetFieldVarInt& gain : channel.gain) {
-      *row++ = {0, PRESET_FIELD_VALID, &gain};
-    }
-    *row++ = {0, PRESET_FIELD_VALID, &channel.mute};
-    *row++ = {0, PRESET_FIELD_VALID, &channel.input};
-  }
-  *row++ = {0, 1, &fields.contrast};
-  *row++ = {1, PRESET_FIELD_VALID, &fields.name};
-  *row = {0, 0, nullptr};
-}
 
 // Which setup a command is about.
 struct Which {
@@ -76,21 +26,19 @@ bool parseWhich(const char*& args, Which& which) {
   if (*args < '0' || *args > '9') {
     return true;
   }
-  char* end;
-  const unsigned long number = std::strtoul(args, &end, 10);
-  if ((*end != ' ' && *end != 0) || number > LAST_USER_SETUP) {
+  const bool read = device::parseNumber(args, which.number);
+  if (!read || std::strchr(" \t", *args) == nullptr || which.number > LAST_USER_SETUP) {
     return complain("a user setup has a number from 0 to %u", LAST_USER_SETUP);
   }
-  args = end;
-  skipBlanks(args);
+  device::skipBlanks(args);
   which.user = true;
-  which.number = static_cast<unsigned int>(number);
   return true;
 }
 
 // A setup is about settings in effect: what waits for confirm would get mixed up with it.
 bool nothingWaits() {
-  return waitingSets() == 0 || complain("confirm first: %u set, not in effect", waitingSets());
+  const unsigned int waiting = controls.waiting();
+  return waiting == 0 || complain("confirm or cancel first: %u set, not in effect", waiting);
 }
 
 bool save(const char* args) {
@@ -123,15 +71,11 @@ bool recall(const char* args) {
   if (!parseEnd(args) || !nothingWaits()) {
     return false;
   }
-  recall_t result;
-  {
-    const std::lock_guard<std::mutex> lock(settingsLock);
-    result = which.user ? recallUserSetup(which.number, newer) : recallSetup(newer);
-  }
+  const recall_t result =
+      which.user ? setupList.recallUser(which.number, newer) : setupList.recall(newer);
   if (result != RECALL_OK) {
     return complain("%s: %s; no setting has changed", which.name().c_str(), recallText(result));
   }
-  Preset::Instance()->Set_need_save();
   say("%s is in effect", which.name().c_str());
   return true;
 }
@@ -191,8 +135,3 @@ const Command SETUP_COMMANDS[] = {
     {"setup", "[COMMAND]", "all channels and the name as a whole: save, recall, list, remove",
      setup, completeSetup},
     {}};
-
-void setupStart() {
-  makeList();
-  initPresets(list);
-}

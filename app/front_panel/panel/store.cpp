@@ -4,12 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "bytes.h"
 #include "console.h"
-#include "names.h"
+#include "devicetext.h"
 #include "pflash.h"
 #include "pfmedium_file.h"
 #include "presetview.h"
@@ -79,13 +78,12 @@ unsigned int roomFor(unsigned int present) {
 
 // Reads a type from the front of `args`.
 bool parseType(const char*& args, unsigned short& type) {
-  char* end;
-  const unsigned long number = std::strtoul(args, &end, 0);
-  if (end == args || *args == '-' || (*end != ' ' && *end != 0) || number > PRESET_TYPE_MASK) {
+  unsigned int number;
+  if (!device::parseNumber(args, number) || std::strchr(" \t", *args) == nullptr ||
+      number > PRESET_TYPE_MASK) {
     return complain("a preset has a type from 0 to %u", unsigned{PRESET_TYPE_MASK});
   }
-  args = end;
-  skipBlanks(args);
+  device::skipBlanks(args);
   type = static_cast<unsigned short>(number);
   return true;
 }

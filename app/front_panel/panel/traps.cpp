@@ -2,105 +2,18 @@
 
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <optional>
 
 #include "console.h"
 #include "device.h"
-#include "names.h"
-#include "simplectrltrap.h"
+#include "devicetext.h"
 #include "trapupdate.h"
 
 namespace {
 
-// The trap table; the library fills in the numbers. A row has one element per member of the family
-// that it is about, and the dimensions are those of the variable index.
-constexpr unsigned int TOO_HOT = 1, MUTED = 2, SWITCHED_OFF = 3;
-TrapIndex trapTable[] = {{ID_TEMPERATURE, TOO_HOT, CHANNELS, 1, 0},
-                         {ID_MUTE, MUTED, CHANNELS, 1, 0},
-                         {ID_GAIN, SWITCHED_OFF, CHANNELS, BANDS, 0},
-                         {0, 0, 0, 0, 0}};
-
-const char* aboutOf(unsigned int controlId) {
-  return controlId == TOO_HOT ? "too hot" : controlId == MUTED ? "on" : "off";
-}
-
-// What a trap watches: yes or no, from the confirmed values. A variable on a setting would not do,
-// because its working copy holds a value as soon as that is set, before it is confirmed.
-class Condition : public ReadVarMgr {
- public:
-  using Test = bool (*)(unsigned int channel, unsigned int band);
-  Condition(Test t, unsigned int c, unsigned int b) : test(t), channel(c), band(b) {}
-  bool now() const { return test(channel, band); }
-  void get(void* buf, unsigned int size) const override { setBufInt(buf, size, now() ? 1 : 0); }
-  CTRL_DATA_TYPE getType() const override { return DATA_TYPE_BOOL; }
-
- private:
-  const Test test;
-  const unsigned int channel, band;
-};
-
-bool tooHot(unsigned int channel, unsigned int) {
-  return temperatures[channel].var.degrees > settings.limit;
-}
-bool muted(unsigned int channel, unsigned int) {
-  return settings.mute[channel] != 0;
-}
-bool switchedOff(unsigned int channel, unsigned int band) {
-  return settings.gain[channel][band] == GAIN_OFF;
-}
-
-// The library's trap manager, which also remembers what it last delivered, to be shown.
-class Watch : private Condition, public CtrlIntTrapMgr {
- public:
-  Watch(unsigned int id, Test t, unsigned int c, unsigned int b)
-      : Condition(t, c, b),
-        CtrlIntTrapMgr(id, c | b << 8, static_cast<const Condition&>(*this), nullptr, 0) {}
-  void postTx(int err) override {
-    if (err == 0) {
-      delivered = getState() != 0;
-    }
-    CtrlIntTrapMgr::postTx(err);
-  }
-  unsigned int id() const { return var_id; }
-  unsigned int varIndex() const { return index; }
-  using Condition::now;
-  bool pending() const { return delivered != now(); }
-
-  std::optional<bool> delivered;
-};
-
-std::deque<Watch> watches;
-std::vector<CtrlTrapMgr*> managers;  // the same, ended by null
-
-void makeWatches() {
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    watches.emplace_back(ID_TEMPERATURE, tooHot, channel, 0U);
-  }
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    watches.emplace_back(ID_MUTE, muted, channel, 0U);
-  }
-  for (unsigned int channel = 0; channel < CHANNELS; ++channel) {
-    for (unsigned int band = 0; band < BANDS; ++band) {
-      watches.emplace_back(ID_GAIN, switchedOff, channel, band);
-    }
-  }
-  for (Watch& watch : watches) {
-    managers.push_back(&watch);
-  }
-  managers.push_back(nullptr);
-}
-
-// Where the traps go: to the library's device with the hook below, or to the server.
-
 const char* yesOrNo(bool yes) {
   return yes ? "yes" : "no";
 }
-
-struct HookDevice : NetDevice {
-  using NetDevice::NetDevice;
-  const NetTrap& trap() const { return m_net_trap; }
-};
 
 // A server that is away fails every trap of a pass alike, each with four lines of the library: the
 // first failure ends the attempts of that pass.
@@ -117,52 +30,53 @@ class ServerTrap : public NetReconnectTrap {
   bool away = false;
 };
 
-std::optional<HookDevice> hookDevice;
+// Where the traps go: to the library's device with the hook below, or to the server.
+
+std::optional<NetDevice> hookDevice;
 std::optional<ServerTrap> serverTrap;
 std::optional<CmdStsIface> serverIface;
 
-const NetTrap& trapDevice() {
-  return serverTrap ? *serverTrap : hookDevice->trap();
-}
+using Text = device::LineOf<128>;
 
-// The number of the trap for no; the next one is for yes.
-unsigned int numberOf(const Watch& watch, unsigned int& controlId) {
-  return static_cast<unsigned int>(
-      trapDevice().Lookup_specific(watch.id(), watch.varIndex(), 0, controlId));
+// "gain[2][1] off"
+void writeCondition(const device::Control& control, const char* about, Text& line) {
+  writeName(control, line);
+  line.put(' ').put(about);
 }
 
 int printTrap(int, int specific, const char* kind) {
-  for (const Watch& watch : watches) {
-    unsigned int controlId = 0;
-    const unsigned int yes = static_cast<unsigned int>(specific) - numberOf(watch, controlId);
-    if (yes <= 1) {
-      say("%s %d: %s %s: %s", kind, specific, controlName(watch.id(), watch.varIndex()).c_str(),
-          aboutOf(controlId), yesOrNo(yes == 1));
-    }
-  }
+  const device::TrapMeaning trap = trapTable.meaningOf(static_cast<unsigned int>(specific));
+  Text condition;
+  writeCondition(trap.control, trap.about, condition);
+  say("%s %d: %s: %s", kind, specific, condition.text(), yesOrNo(trap.state));
   return 0;
 }
 
-bool list() {
+void listWatch(const device::WatchedControl& watch, const char* about) {
+  const unsigned int number = trapTable.numberOf(watch.control());
+  Text condition, numbers;
+  writeCondition(watch.control(), about, condition);
+  numbers.put(number).put('/').put(number + 1);
+  say("%-24s %-10s %-4s %s%s", condition.text(), numbers.text(), yesOrNo(watch.now()),
+      watch.isDelivered() ? yesOrNo(watch.last()) : "nothing", watch.isDue() ? ", pending" : "");
+}
+
+void list() {
   const std::string where =
       serverTrap ? std::string("sent to the trap server for ") + serverTrap->manager() : "printed";
   say("traps are %s; they are %s", trap_enable_flag ? "on" : "off", where.c_str());
   say("%-24s %-10s %-4s delivered", "watched", "no/yes", "now");
-  for (const Watch& watch : watches) {
-    unsigned int controlId = 0;
-    const unsigned int number = numberOf(watch, controlId);
-    const std::string what = controlName(watch.id(), watch.varIndex()) + " " + aboutOf(controlId);
-    const std::string numbers = std::to_string(number) + "/" + std::to_string(number + 1);
-    say("%-24s %-10s %-4s %s%s", what.c_str(), numbers.c_str(), yesOrNo(watch.now()),
-        watch.delivered ? yesOrNo(*watch.delivered) : "nothing",
-        watch.pending() ? ", pending" : "");
+  for (const device::WatchedFamily* const watch : trapTable) {
+    for (unsigned int k = 0; k < watch->family().size(); ++k) {
+      listWatch(watch->control(k), watch->about());
+    }
   }
-  return true;
 }
 
 bool traps(const char* args) {
   if (*args == 0) {
-    return list();
+    list();
+    return true;
   }
   const bool on = std::strcmp(args, "on") == 0;
   if (!on && std::strcmp(args, "off") != 0) {
@@ -173,10 +87,10 @@ bool traps(const char* args) {
   return true;
 }
 
-std::vector<std::string> completeSwitch(const std::string& word) {
+std::vector<std::string> completeSwitch(const std::string& args) {
   std::vector<std::string> found;
   for (const char* const choice : {"on", "off"}) {
-    if (std::strncmp(choice, word.c_str(), word.size()) == 0) {
+    if (std::strncmp(choice, args.c_str(), args.size()) == 0) {
       found.push_back(choice);
     }
   }
@@ -190,20 +104,13 @@ const Command TRAP_COMMANDS[] = {
      completeSwitch},
     {}};
 
-bool parseTrapOutput(const char* text, TrapOutput& output) {
-  const bool server = std::strcmp(text, "server") == 0;
-  output = server ? TrapOutput::SERVER : TrapOutput::PRINT;
-  return server || std::strcmp(text, "print") == 0;
-}
-
 void trapsStart(TrapOutput output) {
-  makeWatches();
   if (output == TrapOutput::SERVER) {
-    serverTrap.emplace(trapTable, savedControls());
+    serverTrap.emplace(trapTable.table(), xmlFile.table());
     serverTrap->Init();
     serverIface.emplace(&*serverTrap);
   } else {
-    hookDevice.emplace(trapTable, savedControls(), printTrap);
+    hookDevice.emplace(trapTable.table(), xmlFile.table(), printTrap);
   }
   trap_enable_flag = output != TrapOutput::NONE;
 }
@@ -211,9 +118,9 @@ void trapsStart(TrapOutput output) {
 bool trapsPass() {
   if (serverTrap) {
     serverTrap->away = false;
-    return !updateTrapsThrough(managers.data(), *serverIface, trap_enable_flag);
+    return !updateTrapsThrough(trapTable.managers(), *serverIface, trap_enable_flag);
   }
-  return !updateTraps(managers.data(), &*hookDevice, trap_enable_flag);
+  return !updateTraps(trapTable.managers(), &*hookDevice, trap_enable_flag);
 }
 
 void trapsService() {

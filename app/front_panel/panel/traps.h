@@ -1,10 +1,9 @@
 // Traps: what the panel tells a management side, and the commands that show and switch it.
 //
-// A trap watches a condition on confirmed values: a channel that is too hot, a muted channel, a
-// band that is switched off. Each condition has two trap numbers, for no and for yes. Twice a
-// second a pass of the library polls them all; what could not be delivered stays pending. The
-// traps are printed here, or sent to the trap generation server (tools/trapserver). Main thread
-// only; nothing stops the process.
+// What is watched stands in device.cpp. Each watched control has two trap numbers, for no and for
+// yes. Twice a second a pass of the library polls them all; what could not be delivered stays
+// pending. The traps are printed here, or sent to the trap generation server (tools/trapserver).
+// Main thread only; nothing stops the process.
 #pragma once
 
 #include "commands.h"
@@ -14,9 +13,6 @@ extern const Command TRAP_COMMANDS[];
 
 /// Where traps go. NONE: they are off until they are switched on, and then printed.
 enum class TrapOutput { NONE, PRINT, SERVER };
-
-/// Reads "print" or "server"; false for anything else.
-bool parseTrapOutput(const char* text, TrapOutput& output);
 
 /// Sets the traps up. Call once, after the settings are restored.
 void trapsStart(TrapOutput output);
