@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -37,31 +36,6 @@ class FileWords : public PresetWords {
   NorArray content;
 };
 
-std::string text(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-std::string text(const char* format, ...) {
-  char line[256];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(line, sizeof line, format, args);
-  va_end(args);
-  return line;
-}
-
-// What the store does not come up with as it was left, and how bad that is.
-struct Findings {
-  // A trace of a power cut that the store is made for; nothing is lost.
-  void note(const std::string& line) { lines.push_back("Note: " + line); }
-  // What no power cut explains, or what costs presets.
-  void damage(const std::string& line) {
-    lines.push_back("Damage: " + line);
-    damaged = true;
-  }
-
-  std::vector<std::string> lines;
-  bool damaged = false;
-};
-
 // The version by which the log of block `blk` can be read, also of one that is not valid; or -1.
 int readableVersion(const presetBlkInfo_t& blk) {
   if (blk.version >= 0) {
@@ -77,99 +51,6 @@ int readableVersion(const presetBlkInfo_t& blk) {
     default:
       return -1;
   }
-}
-
-// What is to be said of a block that is neither valid nor erased.
-void judgeUnused(const presetView_t& view, unsigned int blkid, Findings& findings) {
-  const presetBlkInfo_t& blk = view.blk[blkid];
-  const char* const rest = "the store erases it";
-  switch (blk.word) {
-    case BLK_WORD_VALID& BLK_MASK_INVALID:
-    case BLK_WORD_VALID_VER0& BLK_MASK_INVALID:
-      findings.note(text("block %u has been invalidated and not yet erased; %s.", blkid, rest));
-      return;
-    case BLK_WORD_COPIED:
-      findings.note(
-          text("block %u is a finished block copy that has not become valid; %s.", blkid, rest));
-      return;
-    case REC_WORD_NONE:
-      findings.note(
-          text("block %u was left in the middle of a block copy or of an erase; %s.", blkid, rest));
-      return;
-    default:
-      break;
-  }
-  if (view.live >= 0) {
-    findings.note(text("block %u starts with 0x%04X 0x%04X, as a cut-off erase may leave it; %s.",
-                       blkid, blk.word, blk.verWord, rest));
-  } else if (blk.word == BLK_WORD_VALID) {
-    findings.damage(text("block %u has version word 0x%04X, which is no version known here; %s.",
-                         blkid, blk.verWord, rest));
-  } else {
-    findings.damage(
-        text("block %u starts with 0x%04X, which is no block word, and no other block is "
-             "valid; %s.",
-             blkid, blk.word, rest));
-  }
-}
-
-void judgeLive(const presetView_t& view, unsigned int blkid, Findings& findings) {
-  const presetBlkInfo_t& blk = view.blk[blkid];
-  if (blk.last.state == REC_UNCONFIRMED) {
-    findings.note(
-        text("the record at 0x%04X was started and never confirmed; block %u counts as full.",
-             blk.last.addr, blkid));
-  } else if (blk.full) {
-    findings.damage(
-        text("the space behind the log of block %u is not erased at 0x%04X; "
-             "the block counts as full.",
-             blkid, blk.firstDirty));
-  } else if (blk.firstDirty < getBlkAddr(blkid) + FLASH_PARM_BLK_SIZE) {
-    findings.damage(
-        text("the last word of block %u is not erased; the store does not use it.", blkid));
-  }
-  if (view.superseded > 0) {
-    findings.note(
-        text("records of block %u that are superseded and not marked deleted: %u; the store "
-             "leaves them behind when it rewrites the block, before a removal of their id at the "
-             "latest.",
-             blkid, view.superseded));
-  }
-  if (blk.version == 0) {
-    findings.note(text("block %u is of version 0; the store rewrites it in version 1.", blkid));
-  }
-}
-
-Findings judge(const presetView_t& view) {
-  Findings findings;
-  for (unsigned int blkid = 0; blkid < TOTAL_FLASH_BLKS; ++blkid) {
-    const presetBlkInfo_t& blk = view.blk[blkid];
-    switch (blk.view) {
-      case BLKV_ERASED:
-        break;
-      case BLKV_LIVE:
-        judgeLive(view, blkid, findings);
-        break;
-      case BLKV_OLD:
-        findings.note(
-            text("block %u is valid as well, as after a power cut at the end of a block copy; "
-                 "the store takes block %u and erases this one.",
-                 blkid, 1 - blkid));
-        break;
-      case BLKV_UNUSED:
-        judgeUnused(view, blkid, findings);
-        break;
-      case BLKV_LOST:
-        break;
-    }
-    if (blk.version >= 0 && blk.last.state == REC_CORRUPT) {
-      findings.damage(
-          text("the log of block %u is corrupt at 0x%04X: %s. The store gives the whole "
-               "block up and erases it.",
-               blkid, blk.last.addr, blk.last.fault));
-    }
-  }
-  return findings;
 }
 
 // Shows `size` bytes from store address `addr`.
@@ -260,16 +141,21 @@ void printMap(const PresetWords& words, const presetView_t& view) {
   }
 }
 
-void printSummary(const presetView_t& view, const Findings& findings) {
+void printSummary(const presetView_t& view, const presetFindings_t& findings) {
   std::printf(
       "\nThe store comes up with %u preset%s, %u payload bytes; written compactly they fill "
       "%u of %u bytes.\n",
       view.presets, view.presets == 1 ? "" : "s", view.payload, view.compact, FLASH_PARM_BLK_SIZE);
   std::printf("A new preset has room for %u bytes.\n", presetRoom(view));
-  for (const std::string& line : findings.lines) {
-    std::printf("%s\n", line.c_str());
+  for (unsigned int i = 0; i < findings.count; ++i) {
+    const presetFinding_t& finding = findings.at[i];
+    std::printf("%s: %s\n", finding.fault == FAULT_CUT ? "Note" : "Damage", finding.line);
   }
-  std::printf("%s\n", findings.damaged ? "Damaged." : "Sound.");
+  std::printf(
+      "%s. Checked: block words, record headers, what stands behind the logs. Not checked: "
+      "payloads, "
+      "which carry no check sum.\n",
+      findings.worst == FAULT_CUT ? "Sound" : "Damaged");
 }
 
 // Reads a store file; false, with a message, when it is none.
@@ -302,7 +188,7 @@ int dump(const std::string& path, const Options& options) {
     return EXIT_UNUSABLE;
   }
   const presetView_t view = presetView(words);
-  const Findings findings = judge(view);
+  const presetFindings_t findings = presetJudge(view);
   std::printf("%s\n", printable(path).c_str());
   if (options.map) {
     printMap(words, view);
@@ -312,7 +198,7 @@ int dump(const std::string& path, const Options& options) {
     }
   }
   printSummary(view, findings);
-  return options.check && findings.damaged ? EXIT_DAMAGED : EXIT_SOUND;
+  return options.check && findings.worst != FAULT_CUT ? EXIT_DAMAGED : EXIT_SOUND;
 }
 
 int run(int argc, char** argv) {

@@ -1,6 +1,8 @@
 #include "presetview.h"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <iterator>
 
 namespace {
@@ -32,6 +34,81 @@ presetBlkInfo_t viewBlk(const PresetWords& words, unsigned int blkid, int live) 
     blk.full = blk.firstDirty < end - 2;
   }
   return blk;
+}
+
+void add(presetFindings_t& to, presetFault_t fault, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+void add(presetFindings_t& to, presetFault_t fault, const char* format, ...) {
+  presetFinding_t& finding = to.at[to.count++];
+  finding.fault = fault;
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(finding.line, sizeof finding.line, format, args);
+  va_end(args);
+  to.worst = std::max(to.worst, fault);
+}
+
+// What is to be said of a block that is neither valid nor erased.
+void judgeUnused(const presetView_t& view, unsigned int blkid, presetFindings_t& findings) {
+  const presetBlkInfo_t& blk = view.blk[blkid];
+  const char* const rest = "the store erases it";
+  switch (blk.word) {
+    case BLK_WORD_VALID& BLK_MASK_INVALID:
+    case BLK_WORD_VALID_VER0& BLK_MASK_INVALID:
+      add(findings, FAULT_CUT, "block %u has been invalidated and not yet erased; %s.", blkid,
+          rest);
+      return;
+    case BLK_WORD_COPIED:
+      add(findings, FAULT_CUT, "block %u is a finished block copy that has not become valid; %s.",
+          blkid, rest);
+      return;
+    case REC_WORD_NONE:
+      add(findings, FAULT_CUT,
+          "block %u was left in the middle of a block copy or of an erase; %s.", blkid, rest);
+      return;
+    default:
+      break;
+  }
+  if (view.live >= 0) {
+    add(findings, FAULT_CUT,
+        "block %u starts with 0x%04X 0x%04X, as a cut-off erase may leave it; %s.", blkid, blk.word,
+        blk.verWord, rest);
+  } else if (blk.word == BLK_WORD_VALID) {
+    add(findings, FAULT_LOSS,
+        "block %u has version word 0x%04X, which is no version known here; %s.", blkid, blk.verWord,
+        rest);
+  } else {
+    add(findings, FAULT_LOSS,
+        "block %u starts with 0x%04X, which is no block word, and no other block is valid; %s.",
+        blkid, blk.word, rest);
+  }
+}
+
+void judgeLive(const presetView_t& view, unsigned int blkid, presetFindings_t& findings) {
+  const presetBlkInfo_t& blk = view.blk[blkid];
+  if (blk.last.state == REC_UNCONFIRMED) {
+    add(findings, FAULT_CUT,
+        "the record at 0x%04X was started and never confirmed; block %u counts as full.",
+        blk.last.addr, blkid);
+  } else if (blk.full) {
+    add(findings, FAULT_LOSS,
+        "the space behind the log of block %u is not erased at 0x%04X; the block counts as full.",
+        blkid, blk.firstDirty);
+  } else if (blk.firstDirty < blkEnd(blkid)) {
+    add(findings, FAULT_STRAY,
+        "the last word of block %u is not erased; the store does not use it.", blkid);
+  }
+  if (view.superseded > 0) {
+    add(findings, FAULT_CUT,
+        "records of block %u that are superseded and not marked deleted: %u; the store leaves them "
+        "behind when it rewrites the block, before a removal of their id at the latest.",
+        blkid, view.superseded);
+  }
+  if (blk.version == 0) {
+    add(findings, FAULT_CUT, "block %u is of version 0; the store rewrites it in version 1.",
+        blkid);
+  }
 }
 
 // What stands in the bytes of a cell.
@@ -97,6 +174,30 @@ presetView_t presetView(const PresetWords& words) {
     view.compact += bytes != 0 ? PRESET_HDR_SIZE + presetPadded(bytes) : 0;
   }
   return view;
+}
+
+presetFindings_t presetJudge(const presetView_t& view) {
+  presetFindings_t findings = {};
+  for (unsigned int blkid = 0; blkid < TOTAL_FLASH_BLKS; ++blkid) {
+    const presetBlkInfo_t& blk = view.blk[blkid];
+    if (blk.view == BLKV_LIVE) {
+      judgeLive(view, blkid, findings);
+    } else if (blk.view == BLKV_OLD) {
+      add(findings, FAULT_CUT,
+          "block %u is valid as well, as after a power cut at the end of a block copy; the store "
+          "takes block %u and erases this one.",
+          blkid, 1 - blkid);
+    } else if (blk.view == BLKV_UNUSED) {
+      judgeUnused(view, blkid, findings);
+    }
+    if (blk.version >= 0 && blk.last.state == REC_CORRUPT) {
+      add(findings, FAULT_LOSS,
+          "the log of block %u is corrupt at 0x%04X: %s. The store gives the whole block up and "
+          "erases it.",
+          blkid, blk.last.addr, blk.last.fault);
+    }
+  }
+  return findings;
 }
 
 unsigned int presetRoom(const presetView_t& view) {

@@ -42,6 +42,30 @@ struct presetView_t {
 /// Looks at both blocks.
 presetView_t presetView(const PresetWords& words);
 
+/// What a finding means for the presets.
+enum presetFault_t {
+  FAULT_CUT,    ///< a trace of a power cut that the store is made for: nothing is lost
+  FAULT_STRAY,  ///< no power cut explains it, and no preset can have been there
+  FAULT_LOSS,   ///< presets may be lost: the store erases what is no trace of a power cut
+};
+
+/// Something that the store does not come up with as it was left.
+struct presetFinding_t {
+  presetFault_t fault;  ///< how bad it is
+  char line[192];       ///< what it is and what the store does about it, as a sentence
+};
+
+/// All that there is to say of a medium.
+struct presetFindings_t {
+  unsigned int count;     ///< how many of the following there are
+  presetFinding_t at[8];  ///< three of a live block and two of the other at most
+  presetFault_t worst;    ///< FAULT_CUT when there are none
+};
+
+/// Judges block words, record headers, and what stands behind the logs. Payloads carry no check
+/// sum, so of their bytes nothing can be told.
+presetFindings_t presetJudge(const presetView_t& view);
+
 /// The largest payload that a new preset can have, 0 for none.
 unsigned int presetRoom(const presetView_t& view);
 
