@@ -18,7 +18,7 @@ TEST_F(PanelStore, KeepsPresetsAcrossAnEndAndAKill) {
 
   // Without a flush, ended by the end of its input, it has stored everything.
   Process killed({PANEL}, "log");
-  killed.type("preset remove 5\npreset write 8191 third\npreset flush\npreset write 6 lost\n");
+  killed.type("preset remove 5\npreset write 4095 third\npreset flush\npreset write 6 lost\n");
   EXPECT_TRUE(killed.says("preset 6 has 4 bytes"));
   EXPECT_THAT(run("preset list\n"), HasSubstr("another process has it open"));
   EXPECT_EQ(status, 2);
@@ -62,14 +62,13 @@ TEST_F(PanelStore, SettingsSetupsAndPresetsTravelBetweenBuilds) {
                 AllOf(HasSubstr("| name = \"Left\"\n| gain[3][2] = 12 dB\n"
                                 "| gain[0][0] = -100 dB\n| limit = 31 C\n"),
                       HasSubstr("|forty two|"), HasSubstr("|last|")));
-    EXPECT_THAT(
-        run("setup list\nsetup recall\nget name gain[3][2] gain[0][0] mute[1] input[2]\n"),
-        AllOf(HasSubstr("the setup is saved; 3 user setups\n|   user setup 4\n|   user setup 6\n"),
-              HasSubstr("| name = \"<Main> & \"rest\"\"\n| gain[3][2] = -60 dB\n"
-                        "| gain[0][0] = -100 dB\n| mute[1] = on\n| input[2] = 8\n")));
+    EXPECT_THAT(run("setup list\nsetup recall\nget name gain[3][2] gain[0][0] mute[1] input[2]\n"),
+                AllOf(HasSubstr("the setup is saved; 1 user setup\n|   user setup 6\n"),
+                      HasSubstr("| name = \"<Main> & \"rest\"\"\n| gain[3][2] = -60 dB\n"
+                                "| gain[0][0] = -100 dB\n| mute[1] = on\n| input[2] = 8\n")));
     EXPECT_THAT(run("setup recall 6\nget gain[3][2] name\nsetup remove 6\nsetup list\n"),
                 AllOf(HasSubstr("gain[3][2] = 12 dB\n| name = \"Left\"\n"),
-                      HasSubstr("the setup is saved; 2 user setups\n")));
+                      HasSubstr("the setup is saved; 0 user setups\n")));
     // The same settings make the same file, whoever writes it.
     std::filesystem::remove("presets.xml");
     run(write);
@@ -78,20 +77,41 @@ TEST_F(PanelStore, SettingsSetupsAndPresetsTravelBetweenBuilds) {
   }
 }
 
-// A setup of the panel whose field list had a contrast and no name yet. In each channel the gains
-// are -33 dB, packed as 28 in 7 bits, it is muted, 1, and has input 7, packed as 6 in 3 bits.
-TEST_F(PanelStore, RecallsASetupOfTheListBefore) {
+// What an older panel has stored, with one space of numbers: a preset 5, 0 and 3, and setups that
+// are user setup 3 and 4999. Those are of a field list that had a contrast and no name yet: in each
+// channel the gains are -33 dB, packed as 28 in 7 bits, it is muted, 1, and has input 7, packed as
+// 6 in 3 bits.
+TEST_F(PanelStore, TakesOverAnOlderPanelsStoreAndKeepsPresetsAndSetupsApart) {
   const unsigned char image[] = {0x00, 0x38, 0x70, 0xE7, 0x1C, 0x38, 0x73,
                                  0x8E, 0x1C, 0x39, 0xC7, 0x0E, 0x1C, 0xE9};
   PfFileMedium file;
   ASSERT_TRUE(file.open("presets.flash", false)) << file.error();
   pfUseMedium(&file);
-  saveBUFPreset(4, sizeof image, image);
+  for (const unsigned short type : std::initializer_list<unsigned short>{4, 5000}) {
+    saveBUFPreset(type, sizeof image, image);
+  }
+  for (const unsigned short type : std::initializer_list<unsigned short>{5, 0, 3}) {
+    saveBUFPreset(type, 5, "hello");
+  }
   while (PresetMgr::flush() != 0) {
   }
   pfUseMedium(nullptr);
   file.close();
 
+  EXPECT_THAT(run("preset list\nsetup list\n"),
+              AllOf(HasSubstr("| preset 5 of an older panel has been moved in the store; it is "
+                              "preset 5\n"),
+                    HasSubstr("| user setup 4999 of an older panel has been moved in the store; it "
+                              "is user setup 4094\n"),
+                    HasSubstr("|hello|\n| preset 5 "), HasSubstr("| 3 presets; "),
+                    HasSubstr("the setup is not saved; 2 user setups\n|   user setup 3\n"
+                              "|   user setup 4094\n")));
+  const std::string changes =
+      "setup save 2\nsetup save 4\nsetup remove 4\nsetup save\n"
+      "preset write 4 x\npreset remove 4\npreset list\nsetup list\n";
+  EXPECT_THAT(run(changes), AllOf(HasSubstr("| 3 presets; "), Not(HasSubstr("older panel")),
+                                  HasSubstr("the setup is saved; 3 user setups\n|   user setup 2\n"
+                                            "|   user setup 3\n|   user setup 4094\n")));
   const std::string all = "\nget gain[0] gain[3][2] mute[2] input[3] name\n";
   const std::string values =
       "gain[0][0] = -33 dB\n| gain[0][1] = -33 dB\n| gain[0][2] = -33 dB\n| gain[3][2] = -33 dB\n"
@@ -99,6 +119,28 @@ TEST_F(PanelStore, RecallsASetupOfTheListBefore) {
   const std::string named = "set name Hall\nconfirm\nsetup recall 3";
   EXPECT_THAT(run(named + all), HasSubstr(values + "\"Hall\"\n")) << "a younger setting stays";
   EXPECT_THAT(run(named + " init" + all), HasSubstr(values + "\"Unit 1\"\n"));
+  EXPECT_THAT(run("setup recall 4094" + all), HasSubstr(values));
+}
+
+// One record is broken, so the store gives up all of them. The file as it was can be looked at.
+TEST_F(PanelStore, KeepsADamagedFileAsideAndSaysSo) {
+  run("preset write 5 hello\n");
+  std::string damaged = readWhole("presets.flash");
+  damaged[4] = '\x40';
+  writeWhole("presets.flash", damaged);
+  EXPECT_THAT(run("preset list\n"),
+              AllOf(HasSubstr("presets.flash is damaged; it is kept as "),
+                    HasSubstr("the log of block 0 is corrupt at 0x0004: its head word"),
+                    HasSubstr("| 0 presets")));
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(readWhole("presets.flash.damaged-1"), damaged);
+  EXPECT_THAT(run("preset write 5 again\n"), Not(HasSubstr("damaged")));
+  std::filesystem::create_directory("full");
+  writeWhole("full/store", damaged);
+  const ProgramResult full = runProgram("trap '' XFSZ; ulimit -f 8; " PANEL " --store full/store");
+  EXPECT_THAT(full.output, HasSubstr("full/store is damaged and cannot be kept aside: "));
+  EXPECT_EQ(full.status, 2);
+  EXPECT_EQ(readWhole("full/store"), damaged);
 }
 
 }  // namespace

@@ -148,6 +148,7 @@ int main(int argc, char** argv) {
   Timer_thread::Instance()->Init();
   boardStart();
   controls.start();
+  storeSeparate();
   setupList.start();
   std::string why;
   if (!openSettings(why)) {

@@ -1,16 +1,16 @@
 #include "setups.h"
 
 #include <cstring>
+#include <vector>
 
 #include "console.h"
 #include "device.h"
 #include "devicetext.h"
 #include "presetmgr.h"
 #include "presets.h"
+#include "store.h"
 
 namespace {
-
-constexpr unsigned int LAST_USER_SETUP = 0x1FFE;
 
 // Which setup a command is about.
 struct Which {
@@ -35,6 +35,17 @@ bool parseWhich(const char*& args, Which& which) {
   return true;
 }
 
+// False, with the reason, when a preset of an older panel has the place of the setup.
+bool placeIsFree(const Which& which) {
+  const unsigned int type = which.user ? which.number + 1 : 0;
+  if (!storeHoldsText(type)) {
+    return true;
+  }
+  return complain(
+      "preset %u of an older panel has the place of %s; remove it, or make room and start again",
+      type, which.name().c_str());
+}
+
 // A setup is about settings in effect: what waits for confirm would get mixed up with it.
 bool nothingWaits() {
   const unsigned int waiting = controls.waiting();
@@ -43,7 +54,7 @@ bool nothingWaits() {
 
 bool save(const char* args) {
   Which which;
-  if (!parseWhich(args, which) || !parseEnd(args) || !nothingWaits()) {
+  if (!parseWhich(args, which) || !parseEnd(args) || !nothingWaits() || !placeIsFree(which)) {
     return false;
   }
   switch (which.user ? saveUserSetup(which.number) : saveSetup()) {
@@ -52,7 +63,7 @@ bool save(const char* args) {
           which.name().c_str());
       return true;
     case 1:
-      return complain("the store is full: it has %u presets", NUM_PRESETS);
+      return complain("the store is full: it has %u presets and setups", NUM_PRESETS);
     default:
       return complain("the store has no room for %s", which.name().c_str());
   }
@@ -68,7 +79,7 @@ bool recall(const char* args) {
     newer = RECALL_INIT_NEWER;
     args += std::strlen(args);
   }
-  if (!parseEnd(args) || !nothingWaits()) {
+  if (!parseEnd(args) || !nothingWaits() || !placeIsFree(which)) {
     return false;
   }
   const recall_t result =
@@ -81,13 +92,18 @@ bool recall(const char* args) {
 }
 
 bool listAll(const char*) {
-  const bool setup = PresetMgr::nextType(-1) == 0;
-  unsigned int users[NUM_PRESETS];
-  const unsigned int count = listUserSetups(users, NUM_PRESETS);
-  say("the setup is %ssaved; %u user %s", setup ? "" : "not ", count,
-      count == 1 ? "setup" : "setups");
-  for (unsigned int i = 0; i < count; ++i) {
-    say("  user setup %u", users[i]);
+  const bool setup = PresetMgr::nextType(-1) == 0 && !storeHoldsText(0);
+  std::vector<unsigned int> users;
+  for (int type = PresetMgr::nextType(0); type >= 0; type = PresetMgr::nextType(type)) {
+    const unsigned int number = static_cast<unsigned int>(type) - 1;
+    if (number <= LAST_USER_SETUP && !storeHoldsText(number + 1)) {
+      users.push_back(number);
+    }
+  }
+  say("the setup is %ssaved; %zu user %s", setup ? "" : "not ", users.size(),
+      users.size() == 1 ? "setup" : "setups");
+  for (const unsigned int number : users) {
+    say("  user setup %u", number);
   }
   return true;
 }
@@ -99,6 +115,9 @@ bool remove(const char* args) {
   }
   if (!which.user) {
     return complain("which user setup? \"setup list\" shows all");
+  }
+  if (!placeIsFree(which)) {
+    return false;
   }
   switch (removeUserSetup(which.number)) {
     case ERR_OK:

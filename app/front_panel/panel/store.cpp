@@ -5,10 +5,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 
 #include "bytes.h"
 #include "console.h"
 #include "devicetext.h"
+#include "filereplace.h"
 #include "pflash.h"
 #include "pfmedium_file.h"
 #include "presetview.h"
@@ -46,16 +52,21 @@ std::string dumpLine(const Payload& payload, unsigned int from, unsigned int cou
   return hex + "|" + text + "|";
 }
 
-// Calls `show` with a handle on every preset, by rising type. Types are all that a handle can look
-// for, and there are few enough of them.
+// An image begins with the version of the setups' list, a number below that of any character.
+bool isText(const Payload& payload) {
+  return payload.bytes[0] >= ' ';
+}
+
+// Calls `show` with a handle on every record from type `first` on, by rising type.
 template <class Show>
-void forEachPreset(Show show) {
+void forEachRecord(unsigned int first, Show show) {
   PresetMgr handle;
-  for (unsigned int type = 0; type <= PRESET_TYPE_MASK; ++type) {
+  for (int type = PresetMgr::nextType(static_cast<int>(first) - 1); type >= 0;
+       type = PresetMgr::nextType(type)) {
     int result = handle.openFirst(static_cast<unsigned short>(type), PM_READ);
     for (; result != ERR_NOT_FOUND; result = handle.openNext()) {
       if (result == ERR_OK) {
-        show(handle, type);
+        show(handle, static_cast<unsigned int>(type));
       }
     }
   }
@@ -65,7 +76,7 @@ void forEachPreset(Show show) {
 // preset to be replaced is left out of the sum; above all types for none.
 unsigned int roomFor(unsigned int present) {
   unsigned int used = PRESET_BLK_HDR_SIZE + PRESET_HDR_SIZE;
-  forEachPreset([&](PresetMgr& handle, unsigned int type) {
+  forEachRecord(0, [&](PresetMgr& handle, unsigned int type) {
     Payload payload;
     if (type == present) {
       present = PRESET_TYPE_MASK + 1;
@@ -76,35 +87,45 @@ unsigned int roomFor(unsigned int present) {
   return used < FLASH_PARM_BLK_SIZE ? FLASH_PARM_BLK_SIZE - used : 0;
 }
 
-// Reads a type from the front of `args`.
+// Reads the number of a preset from the front of `args`; gives its type. That is the old one as
+// long as there was no room to move it.
 bool parseType(const char*& args, unsigned short& type) {
   unsigned int number;
   if (!device::parseNumber(args, number) || std::strchr(" \t", *args) == nullptr ||
-      number > PRESET_TYPE_MASK) {
-    return complain("a preset has a type from 0 to %u", unsigned{PRESET_TYPE_MASK});
+      number > LAST_PRESET) {
+    return complain("a preset has a number from 0 to %u", LAST_PRESET);
   }
   device::skipBlanks(args);
-  type = static_cast<unsigned short>(number);
+  type = static_cast<unsigned short>(PRESET_TYPES + number);
+  if (PresetMgr::nextType(type - 1) != type && storeHoldsText(number)) {
+    type = static_cast<unsigned short>(number);
+  }
   return true;
 }
 
+unsigned int numberOf(unsigned int type) {
+  return type < PRESET_TYPES ? type : type - PRESET_TYPES;
+}
+
 bool noPreset(unsigned int type) {
-  return complain("no preset of type %u; \"preset list\" shows all", type);
+  return complain("no preset %u; \"preset list\" shows all", numberOf(type));
 }
 
 bool list(const char*) {
   unsigned int presets = 0;
-  forEachPreset([&](PresetMgr& handle, unsigned int type) {
+  unsigned int records = 0;
+  forEachRecord(0, [&](PresetMgr& handle, unsigned int type) {
     Payload payload;
-    if (readPayload(handle, payload)) {
-      say("type %-4u  %4u bytes  %s%s", type, payload.size,
+    ++records;
+    if (readPayload(handle, payload) && (type >= PRESET_TYPES || isText(payload))) {
+      say("preset %-4u  %4u bytes  %s%s", numberOf(type), payload.size,
           dumpLine(payload, 0, std::min(payload.size, BYTES_PER_LINE)).c_str(),
           payload.size > BYTES_PER_LINE ? "..." : "");
       ++presets;
     }
   });
   say("%u %s; a new one has room for %u bytes", presets, presets == 1 ? "preset" : "presets",
-      presets < NUM_PRESETS ? roomFor(PRESET_TYPE_MASK + 1) : 0);
+      records < NUM_PRESETS ? roomFor(PRESET_TYPE_MASK + 1) : 0);
   return true;
 }
 
@@ -120,14 +141,14 @@ bool write(const char* args) {
   PresetMgr handle;
   const bool present = handle.openFirst(type, PM_WRITE) == ERR_OK;
   if (!present && handle.openNew(type) != ERR_OK) {
-    return complain("the store is full: it has %u presets", NUM_PRESETS);
+    return complain("the store is full: it has %u presets and setups", NUM_PRESETS);
   }
   if (handle.write(args, size) != ERR_OK) {
     return complain("no room for %u bytes, %u at most", size,
                     roomFor(present ? unsigned{type} : PRESET_TYPE_MASK + 1U));
   }
   say("preset %u has %u bytes; they reach %s after 20 s of quiet, or with \"preset flush\"",
-      unsigned{type}, size, storePath.c_str());
+      numberOf(type), size, storePath.c_str());
   return true;
 }
 
@@ -146,7 +167,7 @@ bool read(const char* args) {
     if (result != ERR_OK || !readPayload(handle, payload)) {
       continue;
     }
-    say("type %u, %u bytes", unsigned{type}, payload.size);
+    say("preset %u, %u bytes", numberOf(type), payload.size);
     for (unsigned int line = 0; line < payload.size; line += BYTES_PER_LINE) {
       say("  %s", dumpLine(payload, line, std::min(payload.size - line, BYTES_PER_LINE)).c_str());
     }
@@ -164,7 +185,7 @@ bool remove(const char* args) {
     return noPreset(type);
   }
   handle.remove();
-  say("preset %u is removed", unsigned{type});
+  say("preset %u is removed", numberOf(type));
   return true;
 }
 
@@ -187,13 +208,13 @@ bool flush(const char*) {
   if (!flushAll()) {
     return false;
   }
-  say("all presets are in %s", storePath.c_str());
+  say("all presets and setups are in %s", storePath.c_str());
   return true;
 }
 
 bool format(const char*) {
   PresetMgr::format();
-  say("all presets are removed");
+  say("the store is empty: all presets and all setups are removed");
   return true;
 }
 
@@ -223,13 +244,75 @@ bool map(const char*) {
   return true;
 }
 
+// What an older panel has left.
+
+bool isRecord(unsigned int type, const Payload& payload) {
+  bool found = false;
+  forEachRecord(type, [&](PresetMgr& handle, unsigned int at) {
+    Payload other;
+    found = found || (at == type && readPayload(handle, other) && other.size == payload.size &&
+                      std::memcmp(other.bytes, payload.bytes, payload.size) == 0);
+  });
+  return found;
+}
+
+// The type that a record in the wrong half is to have. A copy of it there, from a start that a
+// power cut has ended, is the one.
+unsigned int homeOf(unsigned int type, const Payload& payload) {
+  if (isText(payload)) {
+    return PRESET_TYPES + type;
+  }
+  unsigned int to = LAST_USER_SETUP + 1;
+  while (to > 0 && PresetMgr::nextType(static_cast<int>(to) - 1) == static_cast<int>(to) &&
+         !isRecord(to, payload)) {
+    --to;
+  }
+  return to;
+}
+
+// Copies a record, unless it is there, and waits until the file has the copy.
+bool copyRecord(const Payload& payload, unsigned int to) {
+  if (!isRecord(to, payload)) {
+    PresetMgr handle;
+    if (to == 0 || handle.openNew(static_cast<unsigned short>(to)) != ERR_OK ||
+        handle.write(payload.bytes, payload.size) != ERR_OK) {
+      return false;
+    }
+  }
+  return flushAll();
+}
+
+// Moves the records of `type` that stand in the wrong half.
+void separate(unsigned int type) {
+  const bool setups = type < PRESET_TYPES;
+  PresetMgr handle;
+  int result = handle.openFirst(static_cast<unsigned short>(type), PM_WRITE);
+  for (; result != ERR_NOT_FOUND; result = handle.openNext()) {
+    Payload payload;
+    if (result != ERR_OK || !readPayload(handle, payload) || isText(payload) != setups) {
+      continue;
+    }
+    const std::string what =
+        setups ? "preset " + std::to_string(type) : "user setup " + std::to_string(type - 1);
+    const unsigned int to = homeOf(type, payload);
+    if (!copyRecord(payload, to)) {
+      complain("%s of an older panel stays where a setup may be: there is no room to move it",
+               what.c_str());
+      continue;
+    }
+    handle.remove();
+    say("%s of an older panel has been moved in the store; it is %s %u", what.c_str(),
+        setups ? "preset" : "user setup", setups ? numberOf(to) : to - 1);
+  }
+}
+
 const Command PRESET[] = {
     {"list", "", "all presets, and the room that is left", list, nullptr},
-    {"write", "TYPE TEXT", "replaces the first preset of a type, or makes one", write, nullptr},
-    {"read", "TYPE", "shows the presets of a type", read, nullptr},
-    {"remove", "TYPE", "removes the first preset of a type", remove, nullptr},
+    {"write", "N TEXT", "replaces preset N, or makes it", write, nullptr},
+    {"read", "N", "shows preset N", read, nullptr},
+    {"remove", "N", "removes preset N", remove, nullptr},
     {"flush", "", "brings everything to the store file now", flush, nullptr},
-    {"format", "", "removes all presets", format, nullptr},
+    {"format", "", "empties the store: removes all presets and all setups", format, nullptr},
     {"map", "", "draws what the store file holds", map, nullptr},
     {}};
 
@@ -248,14 +331,85 @@ const Command STORE_COMMANDS[] = {
      preset, completePreset},
     {}};
 
-bool storeStart(const char* path) {
-  storePath = path;
-  if (!medium.open(path, true)) {
+namespace {
+
+bool openMedium() {
+  if (!medium.open(storePath.c_str(), true)) {
     std::fprintf(stderr, "panel: %s\n", medium.error());
     return false;
   }
   pfUseMedium(&medium);
   return true;
+}
+
+// Empty for a file that is not there.
+std::string contentOf(const std::string& name) {
+  std::ifstream in(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The name under which the store file is kept aside, as it is now; a copy takes its place.
+std::string keepStore() {
+  const std::string name = std::filesystem::canonical(storePath);
+  const std::string content = contentOf(name);
+  for (unsigned int number = 1; number <= 9; ++number) {
+    const std::string kept = name + ".damaged-" + std::to_string(number);
+    if (contentOf(kept) == content) {
+      return kept;  // nothing has been written since the last start
+    }
+  }
+  FileReplacement copy(name);
+  std::ofstream out(copy.temporary(), std::ios::binary);
+  out << content;
+  out.close();
+  if (content.size() != FLASH_AREA_SIZE || !out) {
+    throw std::runtime_error("it cannot be copied");
+  }
+  return copy.commit("damaged");
+}
+
+// Before the store erases what may have been presets. What was lost to a power cut is no damage.
+bool keepDamaged() {
+  const presetFindings_t findings = presetJudge(presetView(MediumWords()));
+  if (findings.worst != FAULT_LOSS) {
+    return true;
+  }
+  std::string kept;
+  try {
+    kept = keepStore();
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "panel: %s is damaged and cannot be kept aside: %s\n", storePath.c_str(),
+                 e.what());
+    return false;
+  }
+  std::fprintf(stderr, "panel: %s is damaged; it is kept as %s\n", storePath.c_str(), kept.c_str());
+  for (unsigned int i = 0; i < findings.count; ++i) {
+    std::fprintf(stderr, "panel: %s\n", findings.at[i].line);
+  }
+  medium.close();
+  return openMedium();
+}
+
+}  // namespace
+
+bool storeStart(const char* path) {
+  storePath = path;
+  return openMedium() && keepDamaged();
+}
+
+void storeSeparate() {
+  for (int type = PresetMgr::nextType(-1); type >= 0; type = PresetMgr::nextType(type)) {
+    separate(static_cast<unsigned int>(type));
+  }
+}
+
+bool storeHoldsText(unsigned int type) {
+  bool found = false;
+  forEachRecord(type, [&](PresetMgr& handle, unsigned int at) {
+    Payload payload;
+    found = found || (at == type && readPayload(handle, payload) && isText(payload));
+  });
+  return found;
 }
 
 void storeService() {
