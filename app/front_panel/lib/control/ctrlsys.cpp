@@ -18,6 +18,7 @@ CtrlReadWrite** ctrlConfirmArray = nullptr;
 unsigned int ctrlConfirmSize = 0;
 unsigned int confirm_index = 0;
 unsigned int confirm_next = 0;  // the place that the pass of ctrlDoConfirm comes to next
+unsigned int confirm_round = 0;
 
 // What a lookup of an id and an index came to.
 enum Stop {
@@ -257,7 +258,12 @@ unsigned int ctrlDoCancel() {
   const unsigned int count = confirm_index;
   confirm_index = 0;
   confirm_next = 0;
+  ++confirm_round;
   return count;
+}
+
+unsigned int ctrlRound() {
+  return confirm_round;
 }
 
 bool ctrlDoCancel(const CtrlReadWrite& entry) {

@@ -144,6 +144,10 @@ unsigned int ctrlWaiting();
 /// taken.
 unsigned int ctrlDoCancel();
 
+/// Counts how often ctrlDoConfirm and ctrlDoCancel have emptied the queue: a set that was made in
+/// an earlier round does not wait any more.
+unsigned int ctrlRound();
+
 /// Takes `entry` out of the confirm queue, all places that it has there; the others keep their
 /// order. False when it had none. May be called from inside a confirm.
 bool ctrlDoCancel(const CtrlReadWrite& entry);

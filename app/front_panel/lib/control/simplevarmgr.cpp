@@ -7,9 +7,9 @@ ReadWriteVarMgrSimpleStr::ReadWriteVarMgrSimpleStr(RefreshMgr& r, void* g, void*
                                                    const char* i)
     // A buffer of no bytes holds not even a terminator, so it counts as none.
     : ReadWriteVarMgrStr(size == 0 ? nullptr : buf, size, b),
+      refMgr(r),
       initStr(i),
       initStrLen(i == nullptr ? 0 : static_cast<unsigned int>(std::strlen(i))),
-      refMgr(r),
       glob(static_cast<char*>(g)) {}
 
 ReadWriteVarMgrSimpleStr::~ReadWriteVarMgrSimpleStr() {

@@ -40,16 +40,17 @@ class ReadWriteVarMgrSimpleNumber : public Base {
   }
 
  protected:
-  /// `g`: the global. `r`: the group. `d`: the default. `base`: the arguments of `Base`. Neither
-  /// reads nor writes the global.
+  /// `globalVar`: the global. `inGroup`: the group. `initVal`: the default. `ofBase`: the arguments
+  /// of `Base`. Neither reads nor writes the global.
   template <class... Args>
-  ReadWriteVarMgrSimpleNumber(int& g, RefreshMgr& r, int d, Args... base)
-      : Base(base...), defaultVal(d), refMgr(r), glob(g) {}
+  ReadWriteVarMgrSimpleNumber(int& globalVar, RefreshMgr& inGroup, int initVal, Args... ofBase)
+      : Base(ofBase...), refMgr(inGroup), defaultVal(initVal), glob(globalVar) {}
+
+  RefreshMgr& refMgr;  ///< the group
 
  private:
   RefreshId id;
   const int defaultVal;
-  RefreshMgr& refMgr;
   int& glob;
 };
 
@@ -92,10 +93,12 @@ class ReadWriteVarMgrSimpleStr : public ReadWriteVarMgrStr {
   /// Copies the text with its terminator to the global, never more than maxlen() + 1 bytes.
   void commit() const override;
 
+ protected:
+  RefreshMgr& refMgr;  ///< the group
+
  private:
   RefreshId id;
   const char* const initStr;
   const unsigned int initStrLen;
-  RefreshMgr& refMgr;
   char* const glob;
 };

@@ -26,7 +26,13 @@ Family* Family::declared = nullptr;
 
 Family::Family(const Facts& facts, int* n, char* t)
     : about(facts), numbers(n), texts(t), next(declared) {
+  about.name = about.name == nullptr ? "" : about.name;
   declared = this;
+}
+
+void Family::onChange(ChangeFn fn) {
+  CTRL_ASSERT(!wrong(taken, "onChange comes too late: call it in front of start()"));
+  told = fn;
 }
 
 unsigned int Family::index(unsigned int k) const {
@@ -91,7 +97,7 @@ namespace {
 
 // A word that a person can type as one, and that no number can be taken for.
 bool isWord(const char* name) {
-  if (std::isalpha(static_cast<unsigned char>(*name)) == 0) {
+  if (name == nullptr || std::isalpha(static_cast<unsigned char>(*name)) == 0) {
     return false;
   }
   while (std::isalnum(static_cast<unsigned char>(*name)) != 0 || *name == '_' || *name == '-') {
@@ -124,26 +130,30 @@ void Family::checkName() const {
                      "id"));
 }
 
-// calcNumBounds ends a list at the first row that does not rise, so a mistake cuts it short.
+// Reads no row behind the first mistake or BOUNDS_END, where calcNumBounds would.
 void Family::checkBounds() const {
-  if (about.bounds == nullptr) {
+  const bounds_t* row = about.bounds;
+  if (row == nullptr) {
     return;
   }
-  const bounds_t* row = about.bounds;
   CTRL_ASSERT(!wrong(isEnd(*row), "its bounds have no row: take a null pointer for any value"));
   CTRL_ASSERT(!wrong(row->max < row->min, "its first bounds row is reversed: take min, max"));
-  const unsigned int rows = calcNumBounds(about.bounds);
-  const bounds_t& end = row[rows];
-  const bool lowest = row[rows - 1].max == BOUNDS_END.min;  // which BOUNDS_END cannot close
-  CTRL_ASSERT(!wrong(!isEnd(end) && !(lowest && end.max < end.min),
-                     end.max < end.min
-                         ? "a bounds row is reversed, or BOUNDS_END is missing: take min, max"
-                         : "its bounds rows overlap or do not rise, or BOUNDS_END is missing"));
+  while (!isEnd(*++row)) {
+    const bool lowest = row[-1].max == BOUNDS_END.min;  // which BOUNDS_END cannot close
+    if (lowest && row->max < row->min) {
+      return;
+    }
+    CTRL_ASSERT(!wrong(row->max < row->min,
+                       "a bounds row is reversed, or BOUNDS_END is missing: take min, max"));
+    CTRL_ASSERT(!wrong(row->min < row[-1].max,
+                       "its bounds rows overlap or do not rise, or BOUNDS_END is missing"));
+  }
+  CTRL_ASSERT(!wrong(row[-1].max == BOUNDS_END.min,
+                     "BOUNDS_END cannot close bounds that end at the lowest int: take {0, -1}"));
 }
 
 void Family::check() const {
   checkName();
-  checkBounds();
 }
 
 namespace inner {
@@ -157,7 +167,7 @@ void boundsOf(const Choice* choices, unsigned int n, bounds_t* rows) {
       *row++ = {c->value, c->value};
     }
   }
-  *row = BOUNDS_END;
+  *row = {0, -1};  // closes every list, also one that ends at the lowest int
 }
 
 const bounds_t ONE[] = {{1, 1}, BOUNDS_END};
@@ -184,6 +194,9 @@ void copyText(char* to, const char* from, unsigned int size) {
 void Numbers::check() const {
   Family::check();
   const Choice* const c = about.choices;
+  if (c == nullptr) {
+    checkBounds();
+  }
   for (unsigned int i = 0; i < about.numChoices; ++i) {
     CTRL_ASSERT(!wrong(!isWord(c[i].name),
                        "a name of its values cannot be typed: take a letter, "
@@ -218,7 +231,6 @@ void Numbers::reset() {
   for (unsigned int k = 0; k < size(); ++k) {
     numbers[k] = initial(k);
   }
-  look();
 }
 
 void Numbers::tell(ChangeFn device) {
@@ -234,6 +246,7 @@ void Numbers::tell(ChangeFn device) {
 
 void TextSettings::check() const {
   Family::check();
+  checkBounds();
   for (unsigned int k = 0; k < size(); ++k) {
     const char* c = initial(k);
     CTRL_ASSERT(!wrongMember(std::strlen(c) >= about.textSize, k,
@@ -265,7 +278,6 @@ void TextSettings::reset() {
   for (unsigned int k = 0; k < size(); ++k) {
     copyText(texts + k * about.textSize, initial(k), about.textSize);
   }
-  look();
 }
 
 void TextSettings::tell(ChangeFn device) {
@@ -281,6 +293,11 @@ void TextSettings::tell(ChangeFn device) {
       callBack(device, {{this, k}, 0, 0, before, after});
     }
   }
+}
+
+void ReadingFamily::check() const {
+  Family::check();
+  CTRL_ASSERT(!wrong(!hasSource, "it has no function: tell what gives its value"));
 }
 
 void ReadingFamily::start() {
@@ -302,6 +319,7 @@ CommandEntry::CommandEntry(const Control& c, RunFn f, const Facts& facts, bool& 
 
 void CommandFamily::check() const {
   Family::check();
+  checkBounds();
   CTRL_ASSERT(!wrong(run == nullptr, "it has no function: tell what it does"));
 }
 

@@ -64,13 +64,17 @@ struct Change {
 };
 
 /// Told of a change, on the thread of the requests, behind the confirm, recall or restore as a
-/// whole and with no lock held. It may read, set and confirm controls; what it confirms is told
-/// when it has returned.
+/// whole and with no lock held: once for each control whose confirmed value differs from the one
+/// told before, in the order of the families and members. It may read, set, confirm, cancel and
+/// recall; what changes by that is told when all of this change has been told. So it comes to an
+/// end only if what it confirms does.
 using ChangeFn = void (*)(const Change& change);
 /// Gives the present value of a reading.
 using ReadFn = int (*)(const Control& control);
-/// Carries a command out, with the value that was confirmed. It may write the globals of settings
-/// and call Controls::reset; it does not confirm, save, recall or restore.
+/// Carries a command out, with the value that was confirmed, inside Controls::confirm and with its
+/// lock held. It may write the globals of settings, set controls, which are confirmed in the same
+/// pass, and call Controls::reset and changed; it does not lock, confirm, cancel, save, recall or
+/// restore.
 using RunFn = void (*)(const Control& control, int value);
 
 /// All that is told of a family.
@@ -130,9 +134,9 @@ class Family {
   /// The same for member `k`.
   bool wrongMember(bool bad, unsigned int k, const char* what) const;
 
-  /// Has changes of this family told to `fn`, before the device's function is told. In front of
-  /// start().
-  void onChange(ChangeFn fn) { told = fn; }
+  /// Has changes of this family told to `fn`, before the device's function is told; null for none.
+  /// REQUIRES: the device has not started.
+  void onChange(ChangeFn fn);
 
  protected:
   /// `n`: the globals of number settings; `t`: of text settings.
@@ -143,17 +147,17 @@ class Family {
   virtual void check() const;
   /// Gives the globals their initial values and registers the family. The registry is ready.
   virtual void start() = 0;
-  /// Writes the initial values to the globals, and has the variables look.
+  /// Writes the initial values to the globals.
   virtual void reset() {}
-  /// The variables follow their globals again; what was set is dropped.
-  virtual void follow() {}
-  /// Has the variables look at their globals.
-  virtual void look() {}
   /// Sets member `k` to an allowed value and confirms it, apart from a set of it that waits.
   virtual void publish(unsigned int k, const void* data, unsigned int size) const = 0;
+  /// The variables follow their globals, all but those whose set waits: each when it is read next,
+  /// or, with `now`, at once.
+  virtual void follow(bool /*now*/) {}
   /// Tells the changes since the last call.
   virtual void tell(ChangeFn) {}
 
+  void checkBounds() const;
   /// True when `v` is within the bounds.
   bool allows(int v) const;
   void callBack(ChangeFn device, const Change& change) const;
@@ -167,7 +171,6 @@ class Family {
  private:
   friend class Controls;
   void checkName() const;
-  void checkBounds() const;
 
   static Family* declared;  // all families that exist, so that one left out of the device is found
   Family* next;
@@ -192,12 +195,13 @@ T* at(Raw<T, N>& raw) {
 }
 
 /// A variable whose waiting set stays until it is confirmed or taken back: without this, a read
-/// behind a commit in the same group would bring the global back.
+/// behind a commit in the same group would bring the global back. The set waits as long as the
+/// round of the confirm queue in which it was made, whoever ends that; then the variable looks.
 template <class Base>
 class Held : public Base {
  public:
   using Base::Base;
-  bool refresh() override { return !waits && Base::refresh(); }
+  bool refresh() override { return !isHeld() && Base::refresh(); }
   void init() override {
     Base::init();
     waits = false;
@@ -205,17 +209,19 @@ class Held : public Base {
   void set(const void* buf, unsigned int size) override {
     Base::set(buf, size);
     waits = true;
+    round = ctrlRound();
+    this->refMgr.setRefresh();
   }
   void commit() const override {
     Base::commit();
     waits = false;
   }
   void endXaction() override { waits = false; }
-  void drop() { waits = false; }
-  bool isHeld() const { return waits; }
+  bool isHeld() const { return waits && round == ctrlRound(); }
 
  private:
   mutable bool waits = false;
+  unsigned int round = 0;
 };
 
 class NumberVar : public Held<ReadWriteVarMgrSimpleInt> {
@@ -266,15 +272,12 @@ class Settings : public Family {
     array = store.array;
     refresh = store.refresh;
   }
-  void follow() override {
+  void follow(bool now) override {
     for (unsigned int k = 0; k < size(); ++k) {
-      members[k].var.drop();
-    }
-    look();
-  }
-  void look() override {
-    for (unsigned int g = 0; g < groups(size()); ++g) {
-      refresh[g].setRefresh();
+      refresh[k / GROUP].setRefresh();
+      if (now) {
+        members[k].var.refresh();
+      }
     }
   }
   void publish(unsigned int k, const void* data, unsigned int size) const override {
@@ -346,6 +349,7 @@ struct Shape {
   static constexpr unsigned int B = NDIM > 1 ? std::extent_v<G, 1> : 1;
   static constexpr unsigned int N = A * B;
   static_assert(NDIM <= 2, "a family has at most two dimensions");
+  static_assert(A >= 1 && B >= 1, "a dimension has at least 1 position");
   static_assert(A <= 256 && B <= 256, "a dimension has at most 256 positions");
 };
 
@@ -365,7 +369,7 @@ struct TextShape<char[A][B][N]> {
   using type = char[A][B];
 };
 
-/// The bounds list of `n` named values; as long as they rise, rows that follow are joined.
+/// The bounds list of `n` named values, if they rise; those that follow one another are joined.
 void boundsOf(const Choice* choices, unsigned int n, bounds_t* rows);
 
 /// The first of the variables.
@@ -406,8 +410,9 @@ class NumberFamily : public Numbers {
  protected:
   static_assert(std::is_same_v<typename Shape<G>::Element, int>, "the variables are int");
   template <class I>
-  NumberFamily(const Facts& f, G& variables, const I& initially)
-      : Numbers(f, flat(variables), allOf(initially), eachOf<G>(initially), before) {
+  NumberFamily(const Facts& allFacts, G& forVariables, const I& initialValue)
+      : Numbers(allFacts, flat(forVariables), allOf(initialValue), eachOf<G>(initialValue),
+                before) {
     this->own(store);
   }
 
@@ -432,17 +437,18 @@ constexpr Facts facts(unsigned int id, const char* name, Kind kind, CTRL_DATA_TY
 template <class G = int>
 class Integers : public inner::NumberFamily<G> {
  public:
-  /// `varId`: variable id. `typedName`: as typed. `variables`: the globals. `boundsRows`: allowed
-  /// values, or null for all. `policy`: what a step past the ends does. `initially`: the value of a
-  /// new device for all members, or an array of the variables' shape. `unitText`: of the numbers.
-  /// `helpLine`: one line for people.
+  /// `varId`: variable id. `typedName`: as typed. `forVariables`: the globals. `boundsRows`:
+  /// allowed values, or null for all. `overflowPolicy`: what a step past the ends does.
+  /// `initialValue`: the value of a new device for all members, or an array of the variables'
+  /// shape. `unitText`: of the numbers. `helpLine`: one line for people.
   template <class I>
-  Integers(unsigned int varId, const char* typedName, G& variables, const bounds_t* boundsRows,
-           range_t policy, const I& initially, const char* unitText = "", const char* helpLine = "")
+  Integers(unsigned int varId, const char* typedName, G& forVariables, const bounds_t* boundsRows,
+           range_t overflowPolicy, const I& initialValue, const char* unitText = "",
+           const char* helpLine = "")
       : inner::NumberFamily<G>(
             inner::facts<inner::Shape<G>>(varId, typedName, Kind::INTEGER, DATA_TYPE_INT,
-                                          boundsRows, policy, unitText, helpLine),
-            variables, initially) {}
+                                          boundsRows, overflowPolicy, unitText, helpLine),
+            forVariables, initialValue) {}
 };
 
 /// Truth values on `int` variables, 0 or 1. A step past the ends wraps.
@@ -451,26 +457,28 @@ class Booleans : public inner::NumberFamily<G> {
  public:
   /// As Integers.
   template <class I>
-  Booleans(unsigned int varId, const char* typedName, G& variables, const I& initially,
+  Booleans(unsigned int varId, const char* typedName, G& forVariables, const I& initialValue,
            const char* helpLine = "")
       : inner::NumberFamily<G>(
             inner::facts<inner::Shape<G>>(varId, typedName, Kind::BOOLEAN, DATA_TYPE_BOOL,
                                           ReadWriteVarMgrBool::BOUNDS, RANGE_WRAP, "", helpLine),
-            variables, initially) {}
+            forVariables, initialValue) {}
 };
 
 /// Enumerations on `int` variables: `R` named values. A step past the ends wraps.
 template <class G, unsigned int R>
 class Choices : public inner::NumberFamily<G> {
  public:
-  /// `valueNames`: the allowed values, rising, with their names. The rest as Integers.
-  template <class I>
-  Choices(unsigned int varId, const char* typedName, G& variables, const Choice (&valueNames)[R],
-          const I& initially, const char* helpLine = "")
+  /// `valueNames`: the allowed values, rising, with their names: an array of const Choice that
+  /// stays. The rest as Integers.
+  template <class C, class I>
+  Choices(unsigned int varId, const char* typedName, G& forVariables, C (&valueNames)[R],
+          const I& initialValue, const char* helpLine = "")
       : inner::NumberFamily<G>(
             inner::facts<inner::Shape<G>>(varId, typedName, Kind::CHOICE, DATA_TYPE_INT, rows,
                                           RANGE_WRAP, "", helpLine),
-            variables, initially) {
+            forVariables, initialValue) {
+    static_assert(std::is_same_v<const C, const Choice>, "the names are an array of Choice");
     inner::boundsOf(valueNames, R, rows);
     this->about.choices = valueNames;
     this->about.numChoices = R;
@@ -492,22 +500,25 @@ class Texts : public inner::TextSettings {
   static constexpr unsigned int SIZE = S::N;  ///< members
   static constexpr Kind KIND = Kind::TEXT;    ///< a text that is set
 
-  /// `characters`: allowed ones, a table of ReadWriteVarMgrStr or null for all. `initially`: the
-  /// text of a new device. The rest as Integers.
-  Texts(unsigned int varId, const char* typedName, G& variables, const bounds_t* characters,
-        const char* initially, const char* helpLine = "")
-      : Texts(varId, typedName, variables, characters, initially, nullptr, helpLine) {}
+  /// `allowedChars`: allowed ones, a table of ReadWriteVarMgrStr or null for all. `initialValue`:
+  /// the text of a new device. The rest as Integers.
+  Texts(unsigned int varId, const char* typedName, G& forVariables, const bounds_t* allowedChars,
+        const char* initialValue, const char* helpLine = "")
+      : Texts(varId, typedName, forVariables, allowedChars, initialValue, nullptr, helpLine) {}
   /// The same with a text for each member, in the order of the variables.
-  Texts(unsigned int varId, const char* typedName, G& variables, const bounds_t* characters,
-        const char* const (&initially)[SIZE], const char* helpLine = "")
-      : Texts(varId, typedName, variables, characters, nullptr, initially, helpLine) {}
+  Texts(unsigned int varId, const char* typedName, G& forVariables, const bounds_t* allowedChars,
+        const char* const (&initialValue)[SIZE], const char* helpLine = "")
+      : Texts(varId, typedName, forVariables, allowedChars, nullptr, initialValue, helpLine) {}
+  /// Texts in braces would be gone behind the declaration: give them a table of their own.
+  Texts(unsigned int varId, const char* typedName, G& forVariables, const bounds_t* allowedChars,
+        const char* const (&&initialValue)[SIZE], const char* helpLine = "") = delete;
 
  private:
-  Texts(unsigned int varId, const char* typedName, G& variables, const bounds_t* characters,
+  Texts(unsigned int varId, const char* typedName, G& forVariables, const bounds_t* allowedChars,
         const char* initialText, const char* const* initialTexts, const char* helpLine)
-      : TextSettings(inner::facts<S>(varId, typedName, Kind::TEXT, DATA_TYPE_STRING, characters,
+      : TextSettings(inner::facts<S>(varId, typedName, Kind::TEXT, DATA_TYPE_STRING, allowedChars,
                                      RANGE_CLIP, "", helpLine),
-                     inner::flat(variables), initialText, initialTexts, working, before) {
+                     inner::flat(forVariables), initialText, initialTexts, working, before) {
     about.textSize = BYTES;
     own(store);
   }
@@ -534,14 +545,16 @@ class NumberReading : public ReadVarMgr {
 
 class ReadingFamily : public Family {
  protected:
-  ReadingFamily(const Facts& f, CtrlReadVarMgr* e, CtrlRead** a)
-      : Family(f), entries(e), array(a) {}
+  ReadingFamily(const Facts& f, bool s, CtrlReadVarMgr* e, CtrlRead** a)
+      : Family(f), hasSource(s), entries(e), array(a) {}
+  void check() const override;
   void start() override;
   void publish(unsigned int, const void*, unsigned int) const override {}
   /// The manager of member `k`, made if need be; called once for each.
   virtual const ReadVarMgr& manager(unsigned int k) = 0;
 
  private:
+  const bool hasSource;
   CtrlReadVarMgr* const entries;
   CtrlRead** const array;
 };
@@ -608,7 +621,7 @@ class Readings : public inner::ReadingFamily {
            const char* unitText, const char* helpLine)
       : ReadingFamily(inner::facts<S>(varId, typedName, Kind::READING, DATA_TYPE_INT, nullptr,
                                       RANGE_CLIP, unitText, helpLine),
-                      inner::at(entries), array),
+                      readFrom != nullptr || readWith != nullptr, inner::at(entries), array),
         elements(readFrom),
         reader(readWith) {}
 

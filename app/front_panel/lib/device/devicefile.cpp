@@ -33,6 +33,12 @@ void SettingsFile::restore(preset_bk_func_t copy) {
   controls.settled(false);
 }
 
+void SettingsFile::mark() {
+  if (*rows != nullptr) {  // else there is nothing to save, and no file
+    Preset::Instance()->Set_need_save();
+  }
+}
+
 bool SettingsFile::close() {
   Preset::Instance()->Stop();
   return !unsaved() || save();

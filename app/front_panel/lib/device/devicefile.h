@@ -47,7 +47,7 @@ class SettingsFile : private Keeper {
  private:
   void lock() override { guard.lock(); }
   void unlock() override { guard.unlock(); }
-  void mark() override { Preset::Instance()->Set_need_save(); }
+  void mark() override;
 
   Controls& controls;
   CtrlSaved* const entries;

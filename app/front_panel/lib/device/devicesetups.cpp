@@ -7,14 +7,39 @@
 
 namespace device {
 
+namespace {
+
+bool wrongGap(bool bad, const char* what) {
+  if (bad) {
+    std::printf("device: a Dropped in the setups: %s\n", what);
+  }
+  return bad;
+}
+
+bool wrongVersion(bool bad, unsigned int version, unsigned int is, unsigned int isTold,
+                  const char* what) {
+  if (bad) {
+    std::printf(
+        "device: the setups' images of list version %u have %u bits, and not %u as told: %s\n",
+        version, is, isTold, what);
+  }
+  return bad;
+}
+
+constexpr char VERSIONS[] = "it comes in with a version in front of the one that drops it";
+
+}  // namespace
+
 // What can be told without the fields.
 void SetupList::checkItem(const SetupItem& item) const {
-  CTRL_ASSERT(item.family != nullptr || item.dropped != PRESET_FIELD_VALID);
-  CTRL_ASSERT(item.since < item.dropped);
   if (item.family == nullptr) {
+    CTRL_ASSERT(!wrongGap(item.since >= item.dropped, VERSIONS));
     return;
   }
   const Family& f = *item.family;
+  CTRL_ASSERT(!f.wrong(item.since >= item.dropped, VERSIONS));
+  CTRL_ASSERT(!f.wrong(item.isBeside && &item == memory.items,
+                       "it stands beside the family in front, and there is none"));
   CTRL_ASSERT(!f.wrong(!f.isTaken(), "it is in the setups and not in the device: name it there"));
   const Facts& facts = f.facts();
   CTRL_ASSERT(!f.wrong(facts.type == DATA_TYPE_STRING && facts.bounds == nullptr,
@@ -78,16 +103,15 @@ void SetupList::checkWidths() const {
       const bool inImage = row->ver <= v && (isPresetCurrent(*row) || row->remove > v);
       bits += inImage ? row->field->preset_recall_field_()->recallWidth() : 0;
     }
-    const bool good = v < memory.numBits && memory.bits[v] == bits;
-    if (!good) {
-      std::printf(
-          "device: the setups' images of list version %u have %u bits, and not %u as told: "
-          "%s\n",
-          v, bits, v < memory.numBits ? memory.bits[v] : 0,
-          v == newest ? "tell the new number, if the version is new; else undo the change"
-                      : "what is new comes last with a version of its own; bounds stay");
-    }
-    allGood = allGood && good;
+    const unsigned int isTold = v < memory.numBits ? memory.bits[v] : 0;
+    const bool bad = wrongVersion(
+        v >= memory.numBits || bits != isTold, v, bits, isTold,
+        v == newest ? "tell the new number, if the version is new; else undo the change"
+                    : "what is new comes last with a version of its own; bounds stay");
+    allGood = allGood && !bad;
+  }
+  for (unsigned int v = static_cast<unsigned int>(newest) + 1; v < memory.numBits; ++v) {
+    allGood = !wrongVersion(true, v, 0, memory.bits[v], "nothing came in or left with it");
   }
   CTRL_ASSERT(allGood);
 }
@@ -103,8 +127,14 @@ void SetupList::start() {
   }
   *at.row = {0, 0, nullptr};
   initPresets(memory.rows);
+  controls.follow();
   checkWidths();
   constexpr unsigned int LARGEST = 1024;  // what the setup verbs build an image in
+  if (imageSize() > LARGEST) {
+    std::printf(
+        "device: an image of the setups takes %u bytes: leave out what makes it more than %u\n",
+        imageSize(), LARGEST);
+  }
   CTRL_ASSERT(imageSize() <= LARGEST);
 }
 

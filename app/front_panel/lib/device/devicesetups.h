@@ -4,7 +4,7 @@
 //   device::Setups setups(panel, BITS,           // static, behind the device
 //                         device::In(gains, 0), device::Dropped(4, 0, 1), device::In(name, 1));
 //   panel.start();
-//   setups.start();                              // in front of PresetFile::restore
+//   setups.start();                              // behind the start of the store
 //   saveUserSetup(3);                            // presets.h
 //   setups.recallUser(3);                        // also one of an older list
 //
@@ -12,7 +12,8 @@
 // what a setup does not hold any more is told the version that dropped it. So every image that was
 // ever saved comes back. BITS holds the width of each version's image, and start() compares: a
 // change that would make an older image unreadable stops the process there, behind a line that says
-// so. The thread of the requests calls everything here; see also presetmake.h.
+// so. A setup is about values in effect: confirm or cancel what waits first, for a save takes it
+// and a recall replaces it. The thread of the requests calls everything here; see presetmake.h.
 #pragma once
 
 #include "devicetable.h"
@@ -31,8 +32,8 @@ struct SetupItem {
   bool isBeside;          ///< see In::beside
 };
 
-/// The settings of a family, in the setups of the list versions from `since` on and, if told, in
-/// front of `until`.
+/// The settings of a family, in the setups of the list versions from `sinceVersion` on and, if
+/// told, in front of `untilVersion`.
 template <class F>
 struct In {
   static constexpr unsigned int NUMBERS = F::KIND == Kind::TEXT ? 0 : F::SIZE;
@@ -40,8 +41,8 @@ struct In {
   static constexpr unsigned int GAPS = 0;
   static_assert(inner::isSaved(F::KIND), "a setup holds settings");
 
-  In(F& settings, unsigned int since, unsigned long until = PRESET_FIELD_VALID)
-      : item{&settings, since, until, 0, false} {}
+  In(F& ofFamily, unsigned int sinceVersion, unsigned long untilVersion = PRESET_FIELD_VALID)
+      : item{&ofFamily, sinceVersion, untilVersion, 0, false} {}
   /// Its values stand beside those of the family in front, first subscript by first subscript.
   In& beside() {
     item.isBeside = true;
@@ -64,9 +65,8 @@ class SetupList {
   SetupList(const SetupList&) = delete;  ///< the setup verbs hold its address
   SetupList& operator=(const SetupList&) = delete;
 
-  /// Checks what was told and hands the list to the setup verbs, which brings the working copies to
-  /// the initial values. Call once, behind Controls::start and the start of the store, and in front
-  /// of PresetFile::restore.
+  /// Checks what was told and hands the list to the setup verbs. Changes no value. Call once,
+  /// behind Controls::start and the start of the store.
   void start();
   /// Bytes of an image. REQUIRES: start has run.
   unsigned int imageSize() const;
@@ -116,8 +116,9 @@ class Setups : public SetupList {
  public:
   /// `bitsOfVersion`: the bits that an image of each list version takes, from version 0 on; a wrong
   /// one is told at the start with the right one. `told`: in the order in which images hold them.
-  template <unsigned int VERSIONS, class... I>
-  Setups(Controls& ofDevice, const unsigned int (&bitsOfVersion)[VERSIONS], const I&... told)
+  /// The array stays.
+  template <class U, unsigned int VERSIONS, class... I>
+  Setups(Controls& ofDevice, U (&bitsOfVersion)[VERSIONS], const I&... told)
       : SetupList(ofDevice, {items, ITEMS, bitsOfVersion, VERSIONS, rows, inner::at(numbers),
                              inner::at(texts), inner::at(gaps), scratch, sizeof scratch}),
         items{told.item...} {}
@@ -132,8 +133,8 @@ class Setups : public SetupList {
   Some<PresetFieldFill, GAPS> gaps;
   unsigned char scratch[TEXTS == 0 ? 1 : 1024];  // the longest text
 };
-template <unsigned int V, class... I>
-Setups(Controls&, const unsigned int (&)[V], const I&...)
+template <class U, unsigned int V, class... I>
+Setups(Controls&, U (&)[V], const I&...)
     -> Setups<sizeof...(I), (0U + ... + I::NUMBERS), (0U + ... + I::TEXTS), (0U + ... + I::GAPS)>;
 
 }  // namespace device

@@ -58,7 +58,14 @@ void Controls::checkAllTaken() const {
   }
 }
 
+void Controls::onChange(ChangeFn fn) {
+  CTRL_ASSERT(!started);  // what changed before would be told then
+  told = fn;
+}
+
 void Controls::start() {
+  CTRL_ASSERT(!started);
+  started = true;
   for (Family* const f : *this) {
     f->check();
     enter(*f);
@@ -111,7 +118,9 @@ int Controls::get(const Control& control) const {
 }
 
 int Controls::validate(const Control& control, const void* data, unsigned int size) const {
-  CTRL_ASSERT(control.family != nullptr);
+  if (control.family == nullptr) {
+    return CTRL_ERR_PARAM;
+  }
   const CtrlReadWrite* const entry = control.family->settable(control.member);
   const Facts& f = control.family->facts();
   // An entry cuts a text that is too long; whoever sets a text by this layer is told.
@@ -137,13 +146,14 @@ int Controls::set(const Control& control, const void* data, unsigned int size) {
 int Controls::set(const Control& control, int value) {
   unsigned char buf[INT_SIZE];
   ReadVarMgr::setBufInt(buf, sizeof buf, value);
-  return control.family->facts().textSize != 0 ? CTRL_ERR_PARAM : set(control, buf, sizeof buf);
+  const bool isText = control.family != nullptr && control.family->facts().textSize != 0;
+  return isText ? CTRL_ERR_PARAM : set(control, buf, sizeof buf);
 }
 
 int Controls::set(const Control& control, const char* text) {
-  return control.family->facts().textSize == 0
-             ? CTRL_ERR_PARAM
-             : set(control, text, static_cast<unsigned int>(std::strlen(text)) + 1);
+  const bool isText = control.family != nullptr && control.family->facts().textSize != 0;
+  return isText ? set(control, text, static_cast<unsigned int>(std::strlen(text)) + 1)
+                : CTRL_ERR_PARAM;
 }
 
 unsigned int Controls::waiting() const {
@@ -163,19 +173,31 @@ void Controls::unlock() {
 }
 
 unsigned int Controls::confirm() {
+  CTRL_ASSERT(!confirming);
   const unsigned int count = ctrlWaiting();
   lock();
+  confirming = true;
   ctrlDoConfirm();
+  confirming = false;
+  if (followBehind) {
+    follow();
+  }
   unlock();
   settled(count > 0);
   return count;
 }
 
-unsigned int Controls::cancel() {
-  const unsigned int count = ctrlDoCancel();
+void Controls::follow() {
+  followBehind = confirming;
   for (Family* const f : *this) {
-    f->follow();
+    f->follow(!confirming);
   }
+}
+
+unsigned int Controls::cancel() {
+  CTRL_ASSERT(!confirming);
+  const unsigned int count = ctrlDoCancel();
+  follow();
   return count;
 }
 
@@ -199,13 +221,13 @@ unsigned int Controls::carryOut(const Setting* settings, unsigned int count) {
 void Controls::reset() {
   for (Family* const f : *this) {
     f->reset();
+    f->follow(false);  // at once it would undo a set that has a second place ahead in the queue
   }
+  followBehind = confirming;
 }
 
 void Controls::changed() {
-  for (Family* const f : *this) {
-    f->look();
-  }
+  follow();
   settled(true);
 }
 
@@ -214,8 +236,8 @@ void Controls::settled(bool mark) {
     keeper->mark();
   }
   tellAgain = true;
-  if (telling) {
-    return;  // a function that is told has confirmed: told when it has returned
+  if (telling || confirming) {
+    return;  // told when the function that is told has returned, or behind the confirm
   }
   telling = true;
   while (tellAgain) {

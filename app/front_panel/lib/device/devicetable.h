@@ -8,11 +8,13 @@
 //   }
 //
 // One device per process: it stands on the registry (ctrlsys.h), whose requests by number work
-// beside it. The device holds the addresses of its families, which live as long as the process.
-// One thread, the one of the requests, calls everything here; nothing allocates. A mistake in what
-// was told stops the process in start(), behind a line that names it; a request is only ever
-// refused. devicetext.h writes and reads values as text; devicefile.h, devicesetups.h and
-// devicetraps.h keep them and tell of them, each only in a program that includes it.
+// beside it. Confirm and cancel what they set by the device too: ctrlDoConfirm publishes, but
+// nothing is saved or told before the next confirm or changed() of the device. The device holds the
+// addresses of its families, which live as long as the process. One thread, the one of the
+// requests, calls everything here; nothing allocates. A mistake in what was told stops the process
+// in start(), behind a line that names it; a request is only ever refused. devicetext.h writes and
+// reads values as text; devicefile.h, devicesetups.h and devicetraps.h keep them and tell of them,
+// each only in a program that includes it.
 #pragma once
 
 #include "devicefamily.h"
@@ -63,12 +65,12 @@ class Controls {
   /// Reads the present value into the value buffer `buf`: what a set that waits will make it, else
   /// the confirmed value. REQUIRES: `control` is one of this device.
   void get(const Control& control, void* buf, unsigned int size) const;
-  /// The present number.
+  /// The present number, of a control that is one.
   int get(const Control& control) const;
 
   /// Checks a value and sets it, to be confirmed: ctrlDoValidateSet without its lines on standard
   /// output. A control that waits already waits once, in its new place. CTRL_ERR_SUCCESS;
-  /// CTRL_ERR_PARAM for a value that is not allowed, a text that does not fit and a reading;
+  /// CTRL_ERR_PARAM for a value that is not allowed, a text that does not fit, a reading and none;
   /// CTRL_ERR_NOBUFFER when the queue is full, which requests by number alone can cause.
   int set(const Control& control, const void* data, unsigned int size);
   /// Sets a number.
@@ -81,10 +83,10 @@ class Controls {
   /// How many controls wait to be confirmed.
   unsigned int waiting() const;
   /// Makes everything that waits take effect, in the order of the sets; then tells the changes.
-  /// Returns how many controls there were.
+  /// Returns how many controls there were. REQUIRES: not called by a command's function.
   unsigned int confirm();
   /// Takes back everything that waits: nothing of it is published, and the working copies follow
-  /// their globals again. Returns how many controls there were.
+  /// their globals again. Returns how many controls there were. REQUIRES as confirm.
   unsigned int cancel();
 
   /// Carries a whole request out, or nothing of it: checks all settings, and if each is allowed
@@ -94,21 +96,27 @@ class Controls {
   unsigned int carryOut(const Setting* settings, unsigned int count);
 
   /// Writes the initial values to all globals, for a command's function; a set that stands behind
-  /// the command in its request keeps its value. Elsewhere call changed() behind it.
+  /// the command in its request keeps its value. Elsewhere hold lock() round it and call changed()
+  /// behind it.
   void reset();
-  /// The application has written globals itself: has the variables look at them, marks the file
-  /// and tells the changes. Write them with lock() held when there is a preset file.
+  /// The application has written globals itself: the variables follow them, the file is marked and
+  /// the changes are told. A set that waits goes on waiting. Write with lock() held when there is a
+  /// preset file.
   void changed();
-  /// Has the changes of all families told to `fn`, behind the family's own function. In front of
-  /// start().
-  void onChange(ChangeFn fn) { told = fn; }
+  /// Has the changes of all families told to `fn`, behind the family's own function; null for none.
+  /// REQUIRES: the device has not started.
+  void onChange(ChangeFn fn);
 
   /// Guards a write to the globals against the preset thread; nothing without a preset file.
+  /// confirm holds it round the functions of commands.
   void lock();
   void unlock();
   /// Puts a preset file behind the confirmed values; PresetFile does.
   void keepIn(Keeper& k) { keeper = &k; }
-  /// Confirmed values may have changed: marks the file if `mark`, and tells the changes.
+  /// The variables follow their globals, all but those whose set waits.
+  void follow();
+  /// Confirmed values may have changed: marks the file if `mark`, and tells the changes, behind the
+  /// confirm when a command calls it.
   void settled(bool mark);
 
  protected:
@@ -134,6 +142,9 @@ class Controls {
   const unsigned int numFamilies;
   Keeper* keeper = nullptr;
   ChangeFn told = nullptr;
+  bool started = false;
+  bool confirming = false;
+  bool followBehind = false;
   bool telling = false;
   bool tellAgain = false;
 };

@@ -337,6 +337,7 @@ void writeValue(const Controls& device, const Control& control, Line& line) {
   if (control.family->facts().type == DATA_TYPE_STRING) {
     char text[1024];  // the longest text
     device.get(control, text, sizeof text);
+    text[sizeof text - 1] = 0;  // a manager of the application may fill all of it
     line.put('"').put(text).put('"');
   } else {
     writeNumber(*control.family, device.get(control), line);
@@ -457,10 +458,16 @@ bool step(Controls& device, const Control& control, int delta, Line& why) {
     why.put(" is no number");
     return false;
   }
-  const long long sum = static_cast<long long>(device.get(control)) + delta;
-  const int limited = static_cast<int>(std::clamp<long long>(sum, INT_MIN, INT_MAX));
-  const int stepped =
-      getBoundsVal(limited, delta >= 0, f.overflow, f.bounds, calcNumBounds(f.bounds));
+  const unsigned int rows = calcNumBounds(f.bounds);
+  const long long low = rows == 0 ? INT_MIN : f.bounds[0].min;
+  const long long high = rows == 0 ? INT_MAX : f.bounds[rows - 1].max;
+  long long sum = static_cast<long long>(device.get(control)) + delta;
+  if (f.overflow == RANGE_WRAP && (sum < low || sum > high)) {
+    const long long span = high - low + 1;
+    sum = low + ((sum - low) % span + span) % span;
+  }
+  const int limited = static_cast<int>(std::clamp(sum, low, high));
+  const int stepped = getBoundsVal(limited, delta >= 0, RANGE_CLIP, f.bounds, rows);
   LineOf<12> text;
   text.put(stepped);
   return explain(device, control, device.set(control, stepped), text.text(), why);

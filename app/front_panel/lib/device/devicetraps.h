@@ -1,15 +1,18 @@
 // Watched controls: which traps a device sends, and what their numbers mean.
 //
-//   device::Watch hot(temperatures, [](const device::Control&, int t) { return t > limit; }, "too
-//   hot"); device::Watch muted(mutes, nullptr, "muted");                    // yes while it is not
-//   0 device::Traps traps(hot, muted);                                 // static, behind the
-//   watches NetDevice net(traps.table(), file.table(), deliver);             // behind
-//   Controls::start updateTraps(traps.managers(), &net, true);                       // from the
-//   periodic loop
+//   bool tooHot(const device::Control&, int degrees) { return degrees > limit; }
+//   device::Watch hot(temperatures, tooHot, "too hot");
+//   device::Watch muted(mutes, nullptr, "muted");             // holds while it is not 0
+//   device::Traps traps(hot, muted);                          // static, behind the watches
+//
+//   NetDevice net(traps.table(), file.table(), deliver);      // static, in a function that is
+//                                                             // called behind Controls::start
+//   updateTraps(traps.managers(), &net, true);                // from the periodic loop
 //
 // A watch is a condition on the present value of each control of a family: the confirmed value of a
 // setting, the reading of a reading. Each control has two trap numbers, for no and for yes. One
-// thread, the one that polls. A mistake stops the process in table(), behind a line that names it.
+// thread, the one of the requests. A mistake stops the process in table(), behind a line that names
+// it.
 #pragma once
 
 #include "devicetable.h"
@@ -81,10 +84,10 @@ class Watch : public WatchedFamily {
  public:
   static constexpr unsigned int SIZE = F::SIZE;  ///< controls
 
-  /// `watchedFamily`: what is watched. `condition`: null for "not 0". `meansWhat`: what it means
+  /// `watchedFamily`: what is watched. `holdsWhen`: null for "not 0". `meansWhat`: what it means
   /// when it holds, for people.
-  Watch(F& watchedFamily, WatchFn condition, const char* meansWhat)
-      : WatchedFamily(watchedFamily, condition, meansWhat, inner::at(memory)) {
+  Watch(F& watchedFamily, WatchFn holdsWhen, const char* meansWhat)
+      : WatchedFamily(watchedFamily, holdsWhen, meansWhat, inner::at(memory)) {
     static_assert(F::KIND != Kind::TEXT && F::KIND != Kind::COMMAND, "a number is watched");
   }
 
