@@ -1,5 +1,7 @@
 #include "threadlife.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <thread>
 #include <type_traits>
@@ -16,18 +18,22 @@ thread_local const ThreadLife* own = nullptr;
 ThreadLife::Body::Body(ThreadLife& l) : life(l) {
   life.waitForEnd();
   own = &life;
-  life.alive = true;
+  life.process = getpid();
 }
 
 ThreadLife::Body::~Body() {
   own = nullptr;
-  life.alive = false;  // the last that the thread does with its object
+  life.process = 0;  // the last that the thread does with its object
+}
+
+bool ThreadLife::isAlive() const {
+  return process == getpid();
 }
 
 // A look once a millisecond: a thread is waited for once or twice in the life of a process, and a
 // condition to be told by would have to outlive the last static object.
 void ThreadLife::waitForEnd() const {
-  while (alive && own != this) {
+  while (isAlive() && own != this) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }

@@ -4,6 +4,8 @@
 // process.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 
 #include "noncopyable.h"
@@ -27,9 +29,10 @@ class ThreadLife : public Noncopyable {
   /// Waits until no body runs. Any thread; on the thread itself it returns at once.
   void waitForEnd() const;
 
-  /// True while a body runs. Any thread.
-  bool isAlive() const { return alive; }
+  /// True while a body runs in this process: a child has a copy of the object, but no thread. Any
+  /// thread.
+  bool isAlive() const;
 
  private:
-  std::atomic<bool> alive{false};
+  std::atomic<pid_t> process{0};  // in which a body runs; 0 for none
 };
