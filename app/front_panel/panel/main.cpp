@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 
 #include "board_services.h"
 #include "commands.h"
@@ -122,9 +123,7 @@ bool finish(bool good) {
   return good || consoleInteractive();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   const StreamGuard streams;
   if (fcntl(STDIN_FILENO, F_GETFD) < 0) {
     open("/dev/null", O_RDONLY);  // commands come from there: none of our files may
@@ -165,4 +164,15 @@ int main(int argc, char** argv) {
   good = storeEnd() && good;
   consoleEnd();
   return finish(good) ? 0 : EXIT_REFUSED;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {  // of the file system, or out of memory
+    std::fprintf(stderr, "panel: %s\n", e.what());
+    return EXIT_START;
+  }
 }

@@ -353,7 +353,7 @@ std::string keepStore() {
   const std::string name = std::filesystem::canonical(storePath);
   const std::string content = contentOf(name);
   for (unsigned int number = 1; number <= 9; ++number) {
-    const std::string kept = name + ".damaged-" + std::to_string(number);
+    std::string kept = name + ".damaged-" + std::to_string(number);
     if (contentOf(kept) == content) {
       return kept;  // nothing has been written since the last start
     }

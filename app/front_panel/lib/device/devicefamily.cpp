@@ -47,7 +47,10 @@ unsigned int Family::member(unsigned int i) const {
 
 CtrlRead& Family::entry(unsigned int k) const {
   CTRL_ASSERT((rw != nullptr || ro != nullptr) && k < size());
-  return rw != nullptr ? *rw[k] : *ro[k];
+  if (rw != nullptr) {
+    return *rw[k];
+  }
+  return *ro[k];
 }
 
 CtrlReadWrite* Family::settable(unsigned int k) const {
@@ -197,7 +200,7 @@ void Numbers::check() const {
   if (c == nullptr) {
     checkBounds();
   }
-  for (unsigned int i = 0; i < about.numChoices; ++i) {
+  for (unsigned int i = 0; c != nullptr && i < about.numChoices; ++i) {
     CTRL_ASSERT(!wrong(!isWord(c[i].name),
                        "a name of its values cannot be typed: take a letter, "
                        "then letters, digits, '_' and '-'"));

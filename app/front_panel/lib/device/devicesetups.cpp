@@ -44,9 +44,10 @@ void SetupList::checkItem(const SetupItem& item) const {
   const Facts& facts = f.facts();
   CTRL_ASSERT(!f.wrong(facts.type == DATA_TYPE_STRING && facts.bounds == nullptr,
                        "a text in a setup needs a character class: take BOUNDS_PRINTABLE"));
-  const unsigned int rows = calcNumBounds(facts.bounds);
-  for (unsigned int i = 1; i < rows; ++i) {
-    CTRL_ASSERT(!f.wrong(facts.bounds[i].min == facts.bounds[i - 1].max,
+  const bounds_t* const bounds = facts.bounds;
+  const unsigned int rows = calcNumBounds(bounds);
+  for (unsigned int i = 1; bounds != nullptr && i < rows; ++i) {
+    CTRL_ASSERT(!f.wrong(bounds[i].min == bounds[i - 1].max,
                          "it is in the setups, and two of its bounds rows touch: join them"));
   }
 }
